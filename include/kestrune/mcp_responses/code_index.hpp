@@ -1,0 +1,69 @@
+// kestrune/mcp_responses/code_index.hpp - responses and rows of the code-index tools.
+//
+// Row builders turn one storage record into one row; the caller collects the
+// rows of a page and wraps them with build_paginated_response:
+//
+//   ResponseList rows;
+//   for (const Symbol& s : hits) rows.emplace_back(build_symbol_search_result(s, path_of(s)));
+//   auto page = build_paginated_response(std::move(rows), total, offset, {.items_key = "symbols"});
+//
+// Every builder returns a new ResponseDict owned by the caller.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::mcp_responses {
+
+// ---- Paginated responses -------------------------------------------------
+
+/// Options of build_paginated_response.
+struct PaginatedOptions {
+  std::string_view items_key = "items";  ///< the key of the rows, first in the response
+};
+
+/// build_paginated_response: `items` (moved in, not copied) under the items
+/// key, then `total_count`, `truncated`, `has_more` (both true exactly when
+/// offset + rows < total_count) and `offset`; passed through
+/// kestrune::utils::add_pagination_hint, whose result is returned.
+[[nodiscard]] ResponseDict build_paginated_response(ResponseList items, std::int64_t total_count, std::int64_t offset,
+                                                    PaginatedOptions options = {});
+
+/// build_empty_paginated_response: the paginated shape with a new empty list,
+/// total 0, no more pages, offset 0, and no pagination hint.
+[[nodiscard]] ResponseDict build_empty_paginated_response(std::string_view items_key = "items");
+
+// ---- Index status and not-initialized responses --------------------------
+
+/// build_index_status_response: the IndexStatusResponse. Its first eight keys
+/// are always present (null included); `phase` and `phase_detail` follow only
+/// when they are non-empty. Values are not checked.
+[[nodiscard]] ResponseDict build_index_status_response(std::string_view status, std::string_view health,
+                                                       std::optional<std::string_view> branch, std::int64_t progress,
+                                                       std::int64_t files_indexed = 0, std::int64_t symbols_indexed = 0,
+                                                       std::optional<std::string_view> last_updated = std::nullopt,
+                                                       std::int64_t errors_count = 0,
+                                                       std::optional<std::string_view> phase = std::nullopt,
+                                                       std::optional<std::string_view> phase_detail = std::nullopt);
+
+namespace detail {
+/// The table behind EMPTY_TOOL_RESPONSES, built on first use (thread-safe).
+[[nodiscard]] const ResponseDict& empty_tool_responses() noexcept;
+}  // namespace detail
+
+/// EMPTY_TOOL_RESPONSES: tool name -> the tool's response for a repository
+/// that is not initialized, 14 entries in a fixed order. Read-only.
+inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses();
+
+/// get_empty_response: a copy of the table's entry for `tool_name` (exact,
+/// case-sensitive), or {"error": "Repository not initialized"} for a name not
+/// in the table. The copy shares nothing with the table.
+[[nodiscard]] ResponseDict get_empty_response(std::string_view tool_name);
+
+}  // namespace kestrune::mcp_responses

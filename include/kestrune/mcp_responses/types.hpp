@@ -1,0 +1,228 @@
+// kestrune/mcp_responses/types.hpp - the values that responses are made of.
+//
+// A response is a tree of ResponseValue: null, boolean, 64-bit integer, double,
+// UTF-8 string, list or insertion-ordered map (ResponseDict). The kinds never
+// mix: 3 and 3.0 are different values, and true is never a number.
+//
+//   ResponseDict row{{"fqn", "pkg.mod.f"}, {"line", 12}, {"score", 0.5}};
+//   row.insert_or_assign("kind", "function");  // appended last
+//   row.insert_or_assign("line", 13);          // keeps its place
+//
+// The storage records (Symbol, Reference, ComponentInfo) are plain aggregates
+// whose unknown attributes are empty optionals.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace kestrune::mcp_responses {
+
+class ResponseValue;
+class ResponseDict;
+
+/// A list of values; lists are plain vectors.
+using ResponseList = std::vector<ResponseValue>;
+
+/// The kind of a ResponseValue, in the order of the variant's alternatives.
+enum class Kind : std::uint8_t { null, boolean, integer, number, string, list, dict };
+
+/// ResponseDict: a map from string keys to values that keeps the order in
+/// which keys were first inserted. Replacing a value keeps the key's place;
+/// erasing a key and inserting it again puts it last. Lookups are linear:
+/// responses have few keys, and a flat vector is the cheapest layout for them.
+class ResponseDict {
+ public:
+  using value_type = std::pair<std::string, ResponseValue>;
+  using const_iterator = std::vector<value_type>::const_iterator;
+
+  ResponseDict() = default;
+  /// Builds from key/value pairs in order; a repeated key replaces the value
+  /// in the place of its first occurrence.
+  ResponseDict(std::initializer_list<value_type> entries);
+
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
+  void reserve(std::size_t n) { entries_.reserve(n); }
+
+  [[nodiscard]] const_iterator begin() const noexcept { return entries_.begin(); }
+  [[nodiscard]] const_iterator end() const noexcept { return entries_.end(); }
+
+  /// contains: whether `key` is present.
+  [[nodiscard]] bool contains(std::string_view key) const noexcept;
+  /// find: the value under `key`, or nullptr when absent.
+  [[nodiscard]] const ResponseValue* find(std::string_view key) const noexcept;
+  [[nodiscard]] ResponseValue* find(std::string_view key) noexcept;
+  /// at: the value under `key`; throws std::out_of_range when absent.
+  [[nodiscard]] const ResponseValue& at(std::string_view key) const;
+  [[nodiscard]] ResponseValue& at(std::string_view key);
+  /// get: the value under `key`, or a null value when absent.
+  [[nodiscard]] const ResponseValue& get(std::string_view key) const noexcept;
+
+  /// insert_or_assign: sets `key` to `value`; a new key goes last, an
+  /// existing one keeps its place. Returns the stored value.
+  ResponseValue& insert_or_assign(std::string_view key, ResponseValue value);
+  /// append: adds a key known to be absent, without looking for it. Builders
+  /// use it for their fixed keys; appending a present key is a caller bug.
+  ResponseValue& append(std::string key, ResponseValue value);
+  /// operator[]: the value under `key`, inserting null last when absent.
+  ResponseValue& operator[](std::string_view key);
+  /// erase: removes `key`; returns whether it was present.
+  bool erase(std::string_view key);
+  /// erase_if: removes every entry for which `pred(entry)` holds, keeping the
+  /// order of the others; returns how many were removed.
+  template <class Pred>
+  std::size_t erase_if(Pred pred) {
+    return std::erase_if(entries_, [&](const value_type& e) { return pred(e); });
+  }
+
+  friend bool operator==(const ResponseDict& a, const ResponseDict& b);
+
+ private:
+  std::vector<value_type> entries_;
+};
+
+namespace detail {
+template <class T>
+inline constexpr bool is_integer_v =
+    std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> && !std::is_same_v<T, char8_t> &&
+    !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t> && !std::is_same_v<T, wchar_t>;
+
+template <class T>
+struct is_optional : std::false_type {};
+template <class T>
+struct is_optional<std::optional<T>> : std::true_type {};
+}  // namespace detail
+
+/// ResponseValue: one node of a response tree. Construction picks the kind
+/// from the C++ type: string literals, std::string and std::string_view are
+/// strings; integral types are integers; floating-point types are doubles;
+/// bool is a boolean; nullptr and std::nullopt are null; an optional is its
+/// value or null.
+class ResponseValue {
+ public:
+  using Storage = std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, ResponseList, ResponseDict>;
+
+  ResponseValue() noexcept : v_(nullptr) {}
+  ResponseValue(std::nullptr_t) noexcept : v_(nullptr) {}
+  ResponseValue(std::nullopt_t) noexcept : v_(nullptr) {}
+
+  // Only a real bool is a boolean: pointers and other types never convert.
+  template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
+  ResponseValue(T b) noexcept : v_(std::in_place_type<bool>, b) {}
+
+  /// Integers: an unsigned value above INT64_MAX throws std::overflow_error
+  /// rather than wrapping around to a negative number.
+  template <class T, std::enable_if_t<detail::is_integer_v<T>, int> = 0>
+  ResponseValue(T i) : v_(std::in_place_type<std::int64_t>, checked_integer(i)) {}
+
+  template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
+  ResponseValue(T d) noexcept : v_(std::in_place_type<double>, static_cast<double>(d)) {}
+
+  ResponseValue(const char* s) : v_(std::in_place_type<std::string>, s) {}
+  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s) {}
+  ResponseValue(std::string s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) {}
+  ResponseValue(ResponseList l) noexcept : v_(std::in_place_type<ResponseList>, std::move(l)) {}
+  ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
+
+  template <class T>
+  ResponseValue(std::optional<T> o) {
+    if (o) *this = ResponseValue(std::move(*o));
+  }
+
+  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(v_.index()); }
+  [[nodiscard]] bool is_null() const noexcept { return kind() == Kind::null; }
+  [[nodiscard]] bool is_bool() const noexcept { return kind() == Kind::boolean; }
+  [[nodiscard]] bool is_integer() const noexcept { return kind() == Kind::integer; }
+  [[nodiscard]] bool is_number() const noexcept { return kind() == Kind::number; }
+  [[nodiscard]] bool is_string() const noexcept { return kind() == Kind::string; }
+  [[nodiscard]] bool is_list() const noexcept { return kind() == Kind::list; }
+  [[nodiscard]] bool is_dict() const noexcept { return kind() == Kind::dict; }
+
+  // Typed access; each throws std::bad_variant_access on the wrong kind.
+  [[nodiscard]] bool as_bool() const { return std::get<bool>(v_); }
+  [[nodiscard]] std::int64_t as_integer() const { return std::get<std::int64_t>(v_); }
+  [[nodiscard]] double as_number() const { return std::get<double>(v_); }
+  [[nodiscard]] const std::string& as_string() const { return std::get<std::string>(v_); }
+  [[nodiscard]] std::string& as_string() { return std::get<std::string>(v_); }
+  [[nodiscard]] const ResponseList& as_list() const { return std::get<ResponseList>(v_); }
+  [[nodiscard]] ResponseList& as_list() { return std::get<ResponseList>(v_); }
+  [[nodiscard]] const ResponseDict& as_dict() const { return std::get<ResponseDict>(v_); }
+  [[nodiscard]] ResponseDict& as_dict() { return std::get<ResponseDict>(v_); }
+
+  /// storage: the underlying variant, for std::visit.
+  [[nodiscard]] const Storage& storage() const noexcept { return v_; }
+
+  /// Equal when kinds and values are equal (doubles compare as IEEE numbers,
+  /// so NaN is unequal to itself; 3 and 3.0 are different kinds).
+  friend bool operator==(const ResponseValue& a, const ResponseValue& b) { return a.v_ == b.v_; }
+
+ private:
+  template <class T>
+  static std::int64_t checked_integer(T i) {
+    if constexpr (std::is_unsigned_v<T> && sizeof(T) >= sizeof(std::int64_t)) {
+      if (i > static_cast<T>(std::numeric_limits<std::int64_t>::max())) {
+        throw std::overflow_error("ResponseValue: unsigned value does not fit a 64-bit signed integer");
+      }
+    }
+    return static_cast<std::int64_t>(i);
+  }
+
+  Storage v_;
+};
+
+/// is_empty: the emptiness test that builders use for "non-empty": null,
+/// false, 0, 0.0, and an empty string, list or map are empty.
+[[nodiscard]] bool is_empty(const ResponseValue& value) noexcept;
+
+// ResponseDict members that need a complete ResponseValue.
+
+inline ResponseDict::ResponseDict(std::initializer_list<value_type> entries) {
+  entries_.reserve(entries.size());
+  for (const auto& [key, value] : entries) insert_or_assign(key, value);
+}
+
+inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.entries_ == b.entries_; }
+
+/// Symbol: one code symbol from storage. `fqn` is always known; every other
+/// attribute is empty when unknown.
+struct Symbol {
+  std::string fqn;
+  std::optional<std::string> name;
+  std::optional<std::string> kind;
+  std::optional<std::int64_t> start_line;
+  std::optional<std::int64_t> end_line;
+  std::optional<std::string> signature;
+  std::optional<std::string> docstring;
+  std::optional<bool> is_export;
+  std::optional<bool> docstring_truncated;
+};
+
+/// Reference: one use of a symbol at a place. `caller_symbol` is a map of
+/// which only the keys "fqn" and "kind" are read.
+struct Reference {
+  std::optional<std::string> file_path;
+  std::optional<std::int64_t> line;
+  std::optional<ResponseDict> caller_symbol;
+  std::optional<std::string> usage_type;
+};
+
+/// ComponentInfo: one architecture component with its counts.
+struct ComponentInfo {
+  std::optional<std::string> name;
+  std::optional<std::string> layer;
+  std::optional<std::string> path_pattern;
+  std::optional<std::int64_t> file_count;
+  std::optional<std::int64_t> symbol_count;
+};
+
+}  // namespace kestrune::mcp_responses

@@ -1,0 +1,99 @@
+// kestrune/mcp_responses/wiki.hpp - responses of the wiki tool's actions.
+//
+// "status", "list" and "read" fix the keys, order and defaults of what the
+// wiki side gathered; "ask" merges the citations of the matching sections and
+// fits the whole answer to a token budget:
+//
+//   auto r = build_wiki_ask_response({.mode = "answer", .query = q, .answer = a,
+//                                     .sections = std::move(sections), .token_budget = 2000});
+//
+// List-valued keys are never null: a null or empty list becomes a new empty list.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::mcp_responses {
+
+/// Arguments of build_wiki_status_response; `built` and `branch` are required.
+struct WikiStatusOptions {
+  bool built = false;
+  std::string branch;
+  std::int64_t pages = 0;
+  std::int64_t files_covered = 0;
+  std::int64_t total_sources = 0;
+  double coverage_pct = 0.0;
+  std::optional<std::string> last_built;
+  std::optional<std::string> model;
+  std::optional<ResponseList> stale_pages;
+  bool enabled = false;
+  bool configured = false;
+};
+
+/// build_wiki_status_response: the eleven keys `built`, `branch`, `enabled`,
+/// `configured`, `pages`, `files_covered`, `total_sources`, `coverage_pct`,
+/// `last_built`, `model`, `stale_pages`, in that order, always all present.
+[[nodiscard]] ResponseDict build_wiki_status_response(WikiStatusOptions options);
+
+/// build_wiki_list_response: `pages`, `total_count`, `offset`, `truncated` (the
+/// caller's flag) and `has_more` (offset + rows < total), in that order.
+[[nodiscard]] ResponseDict build_wiki_list_response(ResponseList pages, std::int64_t total, std::int64_t offset = 0,
+                                                    bool truncated = false);
+
+/// Arguments of build_wiki_read_response; the three strings are required.
+struct WikiReadOptions {
+  std::string page_id;
+  std::string title;
+  std::string content;
+  std::optional<ResponseList> citations;
+  std::optional<ResponseList> source_files;
+  std::optional<ResponseList> related_pages;
+};
+
+/// build_wiki_read_response: `page_id`, `title`, `content`, then `citations`,
+/// `source_files` and `related_pages`, each a list (empty when null or empty).
+[[nodiscard]] ResponseDict build_wiki_read_response(WikiReadOptions options);
+
+/// Arguments of build_wiki_ask_response; `mode`, `query`, `answer` and
+/// `sections` are required (`answer` may be null), the rest default to null.
+struct WikiAskOptions {
+  std::string mode;
+  std::string query;
+  std::optional<std::string> answer;
+  ResponseList sections;  ///< section maps, best first
+  std::optional<ResponseList> citations;
+  std::optional<std::string> model;
+  std::optional<ResponseDict> tokens;
+  std::optional<std::string> note;
+  std::optional<ResponseDict> decisions;
+  std::optional<ResponseDict> code;
+  std::optional<ResponseDict> memories;
+  std::optional<std::int64_t> token_budget;  ///< tokens of 4 bytes; null means no budget
+};
+
+/// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows, the
+/// merged `citations`, then the attachments that are not null. With a token
+/// budget the response is fitted to token_budget x 4 bytes of encoded text by
+/// keeping fewer sections, cutting excerpts, dropping sections from the
+/// bottom, then dropping `memories` and then `code`; it is returned over the
+/// budget when even that does not fit.
+[[nodiscard]] ResponseDict build_wiki_ask_response(WikiAskOptions options);
+
+namespace detail {
+
+inline constexpr std::int64_t ASK_EXCERPT_CHARS = 1200;
+inline constexpr std::int64_t ASK_MIN_EXCERPT_CHARS = 200;
+inline constexpr std::size_t ASK_CITATIONS_PER_SECTION = 3;
+inline constexpr std::size_t ASK_MAX_CITATIONS = 24;
+inline constexpr std::int64_t BYTES_PER_TOKEN = 4;
+
+/// ask_citations: the first three citations of each section in order, then
+/// every citation of `extra`, each place (path, line_start, line_end) once,
+/// first occurrence winning, at most 24. Entries are copies of the inputs.
+[[nodiscard]] ResponseList ask_citations(const ResponseList& sections, const ResponseList& extra);
+
+}  // namespace detail
+}  // namespace kestrune::mcp_responses

@@ -1,0 +1,92 @@
+// ResponseDict lookup and update, and the emptiness test.
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::mcp_responses {
+
+namespace {
+
+template <class Entries>
+auto find_entry(Entries& entries, std::string_view key) noexcept {
+  return std::find_if(entries.begin(), entries.end(), [key](const auto& e) { return e.first == key; });
+}
+
+const ResponseValue kNull;
+
+}  // namespace
+
+bool ResponseDict::contains(std::string_view key) const noexcept { return find(key) != nullptr; }
+
+const ResponseValue* ResponseDict::find(std::string_view key) const noexcept {
+  auto it = find_entry(entries_, key);
+  return it == entries_.end() ? nullptr : &it->second;
+}
+
+ResponseValue* ResponseDict::find(std::string_view key) noexcept {
+  auto it = find_entry(entries_, key);
+  return it == entries_.end() ? nullptr : &it->second;
+}
+
+const ResponseValue& ResponseDict::at(std::string_view key) const {
+  if (const ResponseValue* v = find(key)) return *v;
+  throw std::out_of_range("ResponseDict: no key \"" + std::string(key) + "\"");
+}
+
+ResponseValue& ResponseDict::at(std::string_view key) {
+  if (ResponseValue* v = find(key)) return *v;
+  throw std::out_of_range("ResponseDict: no key \"" + std::string(key) + "\"");
+}
+
+const ResponseValue& ResponseDict::get(std::string_view key) const noexcept {
+  const ResponseValue* v = find(key);
+  return v != nullptr ? *v : kNull;
+}
+
+ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValue value) {
+  if (ResponseValue* v = find(key)) {
+    *v = std::move(value);
+    return *v;
+  }
+  return entries_.emplace_back(std::string(key), std::move(value)).second;
+}
+
+ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
+  return entries_.emplace_back(std::move(key), std::move(value)).second;
+}
+
+ResponseValue& ResponseDict::operator[](std::string_view key) {
+  if (ResponseValue* v = find(key)) return *v;
+  return entries_.emplace_back(std::string(key), ResponseValue()).second;
+}
+
+bool ResponseDict::erase(std::string_view key) {
+  auto it = find_entry(entries_, key);
+  if (it == entries_.end()) return false;
+  entries_.erase(it);
+  return true;
+}
+
+bool is_empty(const ResponseValue& value) noexcept {
+  switch (value.kind()) {
+    case Kind::null:
+      return true;
+    case Kind::boolean:
+      return !value.as_bool();
+    case Kind::integer:
+      return value.as_integer() == 0;
+    case Kind::number:
+      return value.as_number() == 0.0;
+    case Kind::string:
+      return value.as_string().empty();
+    case Kind::list:
+      return value.as_list().empty();
+    case Kind::dict:
+      return value.as_dict().empty();
+  }
+  return false;
+}
+
+}  // namespace kestrune::mcp_responses

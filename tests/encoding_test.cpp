@@ -1,0 +1,261 @@
+#include "kestrune/mcp_responses/encoding.hpp"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace kestrune::mcp_responses {
+namespace {
+
+using detail::encoded_size;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+TEST(tool_result_text, writes_each_kind_compactly) {
+  const struct {
+    ResponseValue value;
+    std::string_view text;
+  } cases[] = {
+      {nullptr, "null"},
+      {true, "true"},
+      {false, "false"},
+      {3, "3"},
+      {0, "0"},
+      {-42, "-42"},
+      {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
+      {std::numeric_limits<std::int64_t>::max(), "9223372036854775807"},
+      {3.0, "3.0"},
+      {"café", "\"café\""},
+      {ResponseList{}, "[]"},
+      {ResponseDict{}, "{}"},
+      {ResponseDict{{"b", 1}, {"a", 2}}, R"({"b":1,"a":2})"},
+      {ResponseDict{{"k", ResponseList{1, ResponseDict{{"x", nullptr}}}}}, R"({"k":[1,{"x":null}]})"},
+      {ResponseList{"a", ResponseList{}, ResponseDict{}, 1.5, false}, R"(["a",[],{},1.5,false])"},
+  };
+  for (const auto& c : cases) {
+    const std::string text = tool_result_text(c.value);
+    EXPECT_EQ(text, c.text);
+    EXPECT_EQ(encoded_size(c.value), text.size()) << c.text;
+  }
+}
+
+TEST(tool_result_text, sizes_of_multibyte_text_count_bytes) {
+  EXPECT_EQ(encoded_size(ResponseValue("café")), 7u);  // 6 characters
+  EXPECT_EQ(tool_result_text(ResponseDict{{"a", "é"}}), "{\"a\":\"é\"}");
+  EXPECT_EQ(encoded_size(ResponseDict{{"a", "é"}}), 10u);
+  EXPECT_EQ(tool_result_text(ResponseValue("\U0001F600")), "\"\U0001F600\"");  // never a surrogate pair
+  EXPECT_EQ(encoded_size(ResponseValue("\U0001F600")), 6u);
+  EXPECT_EQ(encoded_size(ResponseDict{}), 2u);
+  EXPECT_EQ(encoded_size(ResponseValue(kNaN)), 3u);
+  EXPECT_EQ(encoded_size(ResponseDict{{"k", ResponseList{1, ResponseDict{{"x", nullptr}}}}}), 20u);
+}
+
+TEST(tool_result_text, escapes_exactly_the_json_set) {
+  // All 32 control characters.
+  const char* expected[32] = {"\\u0000", "\\u0001", "\\u0002", "\\u0003", "\\u0004", "\\u0005", "\\u0006", "\\u0007",
+                              "\\b",     "\\t",     "\\n",     "\\u000b", "\\f",     "\\r",     "\\u000e", "\\u000f",
+                              "\\u0010", "\\u0011", "\\u0012", "\\u0013", "\\u0014", "\\u0015", "\\u0016", "\\u0017",
+                              "\\u0018", "\\u0019", "\\u001a", "\\u001b", "\\u001c", "\\u001d", "\\u001e", "\\u001f"};
+  for (int c = 0; c < 32; ++c) {
+    const ResponseValue v(std::string(1, static_cast<char>(c)));
+    const std::string want = '"' + std::string(expected[c]) + '"';
+    EXPECT_EQ(tool_result_text(v), want) << c;
+    EXPECT_EQ(encoded_size(v), want.size()) << c;
+  }
+  EXPECT_EQ(tool_result_text(ResponseValue("a\"b\\c")), R"("a\"b\\c")");
+  // Written as themselves: solidus, DELETE, U+2028, U+2029.
+  EXPECT_EQ(tool_result_text(ResponseValue("/\x7f\u2028\u2029")), "\"/\x7f\u2028\u2029\"");
+  // Keys are escaped like values.
+  EXPECT_EQ(tool_result_text(ResponseDict{{"a\nb", 1}}), R"({"a\nb":1})");
+}
+
+TEST(tool_result_text, lays_out_doubles) {
+  const struct {
+    double value;
+    std::string_view text;
+  } cases[] = {
+      {1.0, "1.0"},
+      {100.0, "100.0"},
+      {0.0001, "0.0001"},
+      {0.00001, "1e-05"},
+      {0.00012, "0.00012"},
+      {1.5e-7, "1.5e-07"},
+      {1e15, "1000000000000000.0"},
+      {1e16, "1e+16"},
+      {9999999999999998.0, "9999999999999998.0"},  // p = 16: still plain
+      {1.5e16, "1.5e+16"},
+      {123456789012345680.0, "1.2345678901234568e+17"},
+      {2.5e20, "2.5e+20"},
+      {1e100, "1e+100"},
+      {0.1 + 0.2, "0.30000000000000004"},
+      {0.5, "0.5"},
+      {-0.5, "-0.5"},
+      {12.25, "12.25"},
+      {-1e-5, "-1e-05"},
+      {0.0, "0.0"},
+      {-0.0, "-0.0"},
+      {5e-324, "5e-324"},
+      {2.2250738585072014e-308, "2.2250738585072014e-308"},
+      {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
+      {-std::numeric_limits<double>::max(), "-1.7976931348623157e+308"},
+      {kNaN, "NaN"},
+      {kInf, "Infinity"},
+      {-kInf, "-Infinity"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(tool_result_text(ResponseValue(c.value)), c.text);
+    EXPECT_EQ(encoded_size(ResponseValue(c.value)), c.text.size()) << c.text;
+  }
+}
+
+// Digits and decimal exponent of the text of a finite non-zero double.
+struct Decimal {
+  std::string digits;
+  int point;  // value = 0.digits x 10^point
+};
+
+Decimal decimal_of(std::string_view text) {
+  Decimal d{{}, 0};
+  std::size_t i = text[0] == '-' ? 1 : 0;
+  int seen_point = -1;
+  int exp10 = 0;
+  for (; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '.') {
+      seen_point = static_cast<int>(d.digits.size());
+    } else if (c == 'e') {
+      exp10 = std::atoi(std::string(text.substr(i + 1)).c_str());
+      break;
+    } else {
+      d.digits.push_back(c);
+    }
+  }
+  if (seen_point < 0) seen_point = static_cast<int>(d.digits.size());
+  int point = seen_point + exp10;
+  const std::size_t lead = d.digits.find_first_not_of('0');
+  d.digits.erase(0, lead);
+  point -= static_cast<int>(lead);
+  d.digits.erase(d.digits.find_last_not_of('0') + 1);
+  d.point = point;
+  return d;
+}
+
+// Digits of `v` correctly rounded to `n` significant digits, by the C library.
+Decimal printf_digits(double v, int n) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.*e", n - 1, v);
+  return decimal_of(buf);
+}
+
+TEST(tool_result_text, random_doubles_read_back_exactly_and_are_shortest) {
+  std::mt19937_64 rng(20261123);
+  for (int i = 0; i < 200000; ++i) {
+    double v = std::bit_cast<double>(rng());
+    if (!std::isfinite(v) || v == 0.0) continue;
+    if (i % 4 == 0) v = static_cast<double>(static_cast<std::int64_t>(rng() % 2000000) - 1000000) / 1000.0;
+    if (v == 0.0) continue;
+    const std::string text = tool_result_text(ResponseValue(v));
+    ASSERT_EQ(std::strtod(text.c_str(), nullptr), v) << text;
+
+    // The layout follows the decimal point's position.
+    const Decimal d = decimal_of(text);
+    const bool scientific = text.find('e') != std::string::npos;
+    ASSERT_EQ(scientific, d.point <= -4 || d.point > 16) << text;
+    if (!scientific) {
+      ASSERT_NE(text.find('.'), std::string::npos) << text;
+    }
+
+    // Shortest: no text with one digit fewer reads back to v; nearest: the
+    // digits are the correctly rounded ones of that length.
+    const int n = static_cast<int>(d.digits.size());
+    const Decimal nearest = printf_digits(v, n);
+    ASSERT_EQ(d.digits, nearest.digits) << text;
+    if (n > 1) {
+      char shorter[64];
+      std::snprintf(shorter, sizeof shorter, "%.*e", n - 2, v);
+      ASSERT_NE(std::strtod(shorter, nullptr), v) << text << " could be " << shorter;
+    }
+  }
+}
+
+// A random tree with strings of every awkward kind.
+ResponseValue random_tree(std::mt19937_64& rng, int depth) {
+  static const std::string_view pieces[] = {"a",      "\"",         "\\", "\n", "\x01", "\x1f", "\x7f",  "é",
+                                            "\u2028", "\U0001F600", "/",  " ",  "\t",   "€",    "\u00a0"};
+  const auto pick = [&](std::uint64_t n) { return rng() % n; };
+  const auto random_string = [&] {
+    std::string s;
+    for (std::uint64_t k = pick(12); k > 0; --k) s += pieces[pick(std::size(pieces))];
+    return s;
+  };
+  switch (depth > 3 ? pick(5) : pick(7)) {
+    case 0:
+      return nullptr;
+    case 1:
+      return pick(2) == 0;
+    case 2:
+      return static_cast<std::int64_t>(rng());
+    case 3:
+      return std::bit_cast<double>(rng());
+    case 4:
+      return random_string();
+    case 5: {
+      ResponseList l;
+      for (std::uint64_t k = pick(5); k > 0; --k) l.push_back(random_tree(rng, depth + 1));
+      return l;
+    }
+    default: {
+      ResponseDict d;
+      for (std::uint64_t k = pick(5); k > 0; --k) d.insert_or_assign(random_string(), random_tree(rng, depth + 1));
+      return d;
+    }
+  }
+}
+
+TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
+  std::mt19937_64 rng(7);
+  for (int i = 0; i < 20000; ++i) {
+    const ResponseValue tree = random_tree(rng, 0);
+    const std::string text = tool_result_text(tree);
+    ASSERT_EQ(encoded_size(tree), text.size()) << text;
+    ASSERT_EQ(tool_result_text(tree), text);  // the same text on every call
+  }
+}
+
+TEST(encoded_size, refuses_ill_formed_utf8_and_says_where) {
+  const struct {
+    ResponseDict value;
+    std::string_view where;
+    std::size_t byte;
+  } cases[] = {
+      {ResponseDict{{"a", "ok\xed\xa0\x80"}}, "$.a", 2},  // an encoded surrogate
+      {ResponseDict{{"s", ResponseList{"x", ResponseDict{{"e", "\xff"}}}}}, "$.s[1].e", 0},
+      {ResponseDict{{"ok", 1}, {"bad\xc3", 2}}, "key #1 of $", 3},
+      {ResponseDict{{"t", "\xc3\xa9\xe2\x82"}}, "$.t", 2},  // truncated sequence
+      {ResponseDict{{"o", "\xc0\xaf"}}, "$.o", 0},          // overlong form
+  };
+  for (const auto& c : cases) {
+    try {
+      (void)encoded_size(c.value);
+      ADD_FAILURE() << c.where << ": no error";
+    } catch (const EncodingError& e) {
+      EXPECT_EQ(e.where(), c.where);
+      EXPECT_EQ(e.byte(), c.byte) << c.where;
+      EXPECT_NE(std::string(e.what()).find(std::string(c.where)), std::string::npos) << e.what();
+    }
+    // The text itself is still written, the bytes passed through unchanged.
+    EXPECT_FALSE(tool_result_text(c.value).empty());
+  }
+  EXPECT_EQ(tool_result_text(ResponseValue("a\xff")), "\"a\xff\"");
+}
+
+}  // namespace
+}  // namespace kestrune::mcp_responses

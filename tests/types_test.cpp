@@ -1,0 +1,113 @@
+#include "kestrune/mcp_responses/types.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+namespace kestrune::mcp_responses {
+namespace {
+
+TEST(response_value, construction_picks_the_kind_from_the_cpp_type) {
+  const std::string owned = "s";
+  const std::string_view view = "v";
+  const std::size_t size = 3;
+  const struct {
+    ResponseValue value;
+    Kind kind;
+  } cases[] = {
+      {ResponseValue(), Kind::null},
+      {nullptr, Kind::null},
+      {std::nullopt, Kind::null},
+      {true, Kind::boolean},
+      {3, Kind::integer},
+      {size, Kind::integer},
+      {std::int64_t{-7}, Kind::integer},
+      {std::uint8_t{200}, Kind::integer},
+      {3.0, Kind::number},
+      {1.5f, Kind::number},
+      {"text", Kind::string},
+      {owned, Kind::string},
+      {view, Kind::string},
+      {ResponseList{1, "a"}, Kind::list},
+      {ResponseDict{{"a", 1}}, Kind::dict},
+      {std::optional<std::string>{}, Kind::null},
+      {std::optional<std::string>{"x"}, Kind::string},
+      {std::optional<std::int64_t>{0}, Kind::integer},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.value.kind(), c.kind) << static_cast<int>(c.kind);
+  }
+  EXPECT_EQ(ResponseValue("text").as_string(), "text");
+  EXPECT_EQ(ResponseValue(size).as_integer(), 3);
+}
+
+TEST(response_value, unsigned_values_beyond_int64_are_refused) {
+  const std::uint64_t big = std::uint64_t{1} << 63;
+  EXPECT_THROW(ResponseValue{big}, std::overflow_error);
+  EXPECT_EQ(ResponseValue(big - 1).as_integer(), std::numeric_limits<std::int64_t>::max());
+}
+
+TEST(response_value, equality_compares_kinds_and_values) {
+  EXPECT_NE(ResponseValue(3), ResponseValue(3.0));
+  EXPECT_NE(ResponseValue(1), ResponseValue(true));
+  EXPECT_NE(ResponseValue(0), ResponseValue());
+  EXPECT_NE(ResponseValue(""), ResponseValue());
+  EXPECT_EQ(ResponseValue(ResponseList{1, "a", nullptr}), ResponseValue(ResponseList{1, "a", nullptr}));
+  EXPECT_NE(ResponseValue(ResponseList{1, 2}), ResponseValue(ResponseList{2, 1}));
+  // Key order is part of a map's value.
+  EXPECT_NE((ResponseDict{{"a", 1}, {"b", 2}}), (ResponseDict{{"b", 2}, {"a", 1}}));
+  EXPECT_EQ((ResponseDict{{"a", 1}, {"b", 2}}), (ResponseDict{{"a", 1}, {"b", 2}}));
+}
+
+TEST(response_value, is_empty_follows_the_emptiness_rule) {
+  for (const ResponseValue& v :
+       {ResponseValue(), ResponseValue(false), ResponseValue(0), ResponseValue(0.0), ResponseValue(-0.0),
+        ResponseValue(""), ResponseValue(ResponseList{}), ResponseValue(ResponseDict{})}) {
+    EXPECT_TRUE(is_empty(v));
+  }
+  for (const ResponseValue& v : {ResponseValue(true), ResponseValue(-1), ResponseValue(0.5), ResponseValue(" "),
+                                 ResponseValue(std::numeric_limits<double>::quiet_NaN()),
+                                 ResponseValue(ResponseList{nullptr}), ResponseValue(ResponseDict{{"k", nullptr}})}) {
+    EXPECT_FALSE(is_empty(v));
+  }
+}
+
+std::string keys(const ResponseDict& d) {
+  std::string out;
+  for (const auto& [key, value] : d) out += key;
+  return out;
+}
+
+TEST(response_dict, keeps_first_insertion_order) {
+  ResponseDict d{{"b", 1}, {"a", 2}, {"b", 3}};
+  EXPECT_EQ(keys(d), "ba");
+  EXPECT_EQ(d.at("b"), ResponseValue(3));  // a repeated key replaces in place
+
+  d.insert_or_assign("c", 4);
+  d.insert_or_assign("b", 5);
+  EXPECT_EQ(keys(d), "bac");
+  EXPECT_EQ(d.at("b"), ResponseValue(5));
+
+  EXPECT_TRUE(d.erase("b"));
+  EXPECT_FALSE(d.erase("b"));
+  d["b"] = 6;
+  EXPECT_EQ(keys(d), "acb");
+
+  EXPECT_EQ(d.erase_if([](const ResponseDict::value_type& e) { return e.second.as_integer() % 2 == 0; }), 3u);
+  EXPECT_TRUE(d.empty());
+}
+
+TEST(response_dict, lookup_of_missing_keys) {
+  const ResponseDict d{{"a", nullptr}};
+  EXPECT_TRUE(d.contains("a"));
+  EXPECT_FALSE(d.contains("b"));
+  EXPECT_EQ(d.find("b"), nullptr);
+  EXPECT_TRUE(d.get("b").is_null());
+  EXPECT_THROW((void)d.at("b"), std::out_of_range);
+}
+
+}  // namespace
+}  // namespace kestrune::mcp_responses

@@ -1,0 +1,64 @@
+// Typed access to the arguments of one request.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "json_reader.hpp"
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::tool {
+
+/// Args: the `args` object of a request. Each getter names one parameter and
+/// throws RequestError when it is missing (for a required one) or of the
+/// wrong kind. A nullable parameter reads null and absent alike. Getters
+/// record what they read, so that unread (unknown) arguments are reported.
+class Args {
+ public:
+  explicit Args(mcp_responses::ResponseDict args) : args_(std::move(args)) {}
+
+  /// value: any value; a missing optional one reads as null.
+  [[nodiscard]] mcp_responses::ResponseValue value(std::string_view name, bool required = true) const;
+
+  [[nodiscard]] std::string string(std::string_view name) const;
+  [[nodiscard]] std::optional<std::string> nullable_string(std::string_view name) const;
+  [[nodiscard]] std::string string_or(std::string_view name, std::string_view fallback) const;
+
+  [[nodiscard]] std::int64_t integer(std::string_view name) const;
+  [[nodiscard]] std::int64_t integer_or(std::string_view name, std::int64_t fallback) const;
+  [[nodiscard]] std::optional<std::int64_t> nullable_integer(std::string_view name) const;
+
+  /// number: a double; an integer argument gives its value.
+  [[nodiscard]] double number_or(std::string_view name, double fallback) const;
+
+  [[nodiscard]] bool boolean(std::string_view name) const;
+  [[nodiscard]] bool boolean_or(std::string_view name, bool fallback) const;
+
+  [[nodiscard]] mcp_responses::ResponseList list(std::string_view name) const;
+  [[nodiscard]] std::optional<mcp_responses::ResponseList> nullable_list(std::string_view name) const;
+  [[nodiscard]] mcp_responses::ResponseDict dict(std::string_view name) const;
+  [[nodiscard]] std::optional<mcp_responses::ResponseDict> nullable_dict(std::string_view name) const;
+
+  /// check_all_read: throws RequestError naming the first argument no getter read.
+  void check_all_read(std::string_view call) const;
+
+ private:
+  // nullptr when absent; throws when absent and required.
+  const mcp_responses::ResponseValue* lookup(std::string_view name, bool required) const;
+
+  mcp_responses::ResponseDict args_;
+  mutable std::set<std::string, std::less<>> read_;
+};
+
+/// kind_name: "an integer", "a string", ... for error messages.
+[[nodiscard]] std::string_view kind_name(const mcp_responses::ResponseValue& v);
+
+/// wrong_kind: the error for `what` (e.g. "argument \"chars\"") holding `v`
+/// where `expected` (e.g. "an integer") was wanted.
+[[nodiscard]] RequestError wrong_kind(std::string_view what, std::string_view expected,
+                                      const mcp_responses::ResponseValue& v);
+
+}  // namespace kestrune::tool

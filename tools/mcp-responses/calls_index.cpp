@@ -1,0 +1,45 @@
+// Calls of the code-index builders.
+#include "calls.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
+#include "records.hpp"
+
+namespace kestrune::tool {
+
+namespace mr = mcp_responses;
+
+namespace {
+
+mr::ResponseValue build_paginated_response(const Args& a) {
+  const std::string items_key = a.string_or("items_key", "items");
+  return mr::build_paginated_response(a.list("items"), a.integer("total_count"), a.integer("offset"),
+                                      {.items_key = items_key});
+}
+
+mr::ResponseValue build_empty_paginated_response(const Args& a) {
+  return mr::build_empty_paginated_response(a.string_or("items_key", "items"));
+}
+
+mr::ResponseValue build_index_status_response(const Args& a) {
+  const auto branch = a.nullable_string("branch");
+  const auto last_updated = a.nullable_string("last_updated");
+  const auto phase = a.nullable_string("phase");
+  const auto phase_detail = a.nullable_string("phase_detail");
+  return mr::build_index_status_response(a.string("status"), a.string("health"), branch, a.integer("progress"),
+                                         a.integer_or("files_indexed", 0), a.integer_or("symbols_indexed", 0),
+                                         last_updated, a.integer_or("errors_count", 0), phase, phase_detail);
+}
+
+mr::ResponseValue get_empty_response(const Args& a) { return mr::get_empty_response(a.string("tool_name")); }
+
+constexpr Call kCalls[] = {
+    {"build_paginated_response", build_paginated_response},
+    {"build_empty_paginated_response", build_empty_paginated_response},
+    {"build_index_status_response", build_index_status_response},
+    {"get_empty_response", get_empty_response},
+};
+
+}  // namespace
+
+std::span<const Call> index_calls() { return kCalls; }
+
+}  // namespace kestrune::tool

@@ -1,0 +1,170 @@
+// A RapidJSON SAX handler that builds ResponseValue trees directly.
+#include "json_reader.hpp"
+
+#include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
+
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "kestrune/mcp_responses/detail/utf8.hpp"
+
+namespace kestrune::tool {
+
+namespace {
+
+using mcp_responses::ResponseDict;
+using mcp_responses::ResponseList;
+using mcp_responses::ResponseValue;
+
+// RapidJSON copies a plain StringStream for speed; this type is read in
+// place, so the handler can see where the number just read ends.
+struct RequestStream : rapidjson::StringStream {
+  using rapidjson::StringStream::StringStream;
+};
+
+// One open list or object. Object members are gathered in a vector with an
+// index by key, so that a request with many keys stays linear.
+struct Frame {
+  bool is_object = false;
+  ResponseList list;
+  std::vector<std::pair<std::string, ResponseValue>> members;
+  std::unordered_map<std::string, std::size_t> index;
+  std::string key;
+};
+
+class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> {
+ public:
+  explicit Builder(const RequestStream& stream) : stream_(stream) {}
+
+  bool Null() { return add(ResponseValue()); }
+  bool Bool(bool b) { return add(ResponseValue(b)); }
+  bool Int(int i) { return add(ResponseValue(i)); }
+  bool Uint(unsigned u) { return add(ResponseValue(u)); }
+  bool Int64(std::int64_t i) { return add(ResponseValue(i)); }
+  bool Uint64(std::uint64_t u) {
+    if (u > static_cast<std::uint64_t>(INT64_MAX)) return fail("integer out of the 64-bit signed range");
+    return add(ResponseValue(static_cast<std::int64_t>(u)));
+  }
+  bool Double(double d) {
+    // RapidJSON reports integers too large for 64 bits as doubles; an
+    // integer literal must stay an integer, so it is refused instead.
+    if (number_literal_is_integer()) return fail("integer out of the 64-bit signed range");
+    return add(ResponseValue(d));
+  }
+  bool String(const char* s, rapidjson::SizeType n, bool /*copy*/) {
+    std::string_view text(s, n);
+    if (!well_formed(text)) return false;
+    return add(ResponseValue(text));
+  }
+  bool Key(const char* s, rapidjson::SizeType n, bool /*copy*/) {
+    std::string_view text(s, n);
+    if (!well_formed(text)) return false;
+    stack_.back().key.assign(text);
+    return true;
+  }
+  bool StartObject() { return open(true); }
+  bool EndObject(rapidjson::SizeType /*members*/) {
+    Frame frame = std::move(stack_.back());
+    stack_.pop_back();
+    ResponseDict dict;
+    dict.reserve(frame.members.size());
+    for (auto& [key, value] : frame.members) dict.append(std::move(key), std::move(value));
+    return add(ResponseValue(std::move(dict)));
+  }
+  bool StartArray() { return open(false); }
+  bool EndArray(rapidjson::SizeType /*elements*/) {
+    ResponseList list = std::move(stack_.back().list);
+    stack_.pop_back();
+    return add(ResponseValue(std::move(list)));
+  }
+
+  [[nodiscard]] const std::string& error() const { return error_; }
+  [[nodiscard]] ResponseValue take_result() { return std::move(result_); }
+
+ private:
+  bool fail(std::string message) {
+    error_ = std::move(message);
+    return false;
+  }
+
+  bool well_formed(std::string_view text) {
+    // The input bytes were validated, so only an escape can produce this.
+    if (mcp_responses::detail::first_ill_formed(text) == std::string_view::npos) return true;
+    return fail("lone surrogate escape in a string");
+  }
+
+  bool open(bool is_object) {
+    if (stack_.size() >= kMaxDepth) {
+      return fail("nesting deeper than " + std::to_string(kMaxDepth) + " levels");
+    }
+    stack_.emplace_back().is_object = is_object;
+    return true;
+  }
+
+  bool add(ResponseValue value) {
+    if (stack_.empty()) {
+      result_ = std::move(value);
+      return true;
+    }
+    Frame& top = stack_.back();
+    if (!top.is_object) {
+      top.list.push_back(std::move(value));
+      return true;
+    }
+    auto [it, inserted] = top.index.try_emplace(std::move(top.key), top.members.size());
+    if (inserted) {
+      top.members.emplace_back(it->first, std::move(value));
+    } else {
+      top.members[it->second].second = std::move(value);
+    }
+    return true;
+  }
+
+  // The number just read ends where the stream now stands; it is an integer
+  // literal when it has no fraction, no exponent and is not NaN/Infinity.
+  [[nodiscard]] bool number_literal_is_integer() const {
+    const char* end = stream_.src_;
+    const char* p = end;
+    while (p != stream_.head_) {
+      const char c = p[-1];
+      if ((c >= '0' && c <= '9') || c == '-') {
+        --p;
+        continue;
+      }
+      break;
+    }
+    const char before = p == stream_.head_ ? '\0' : p[-1];
+    // A digit run preceded by '.', 'e', '+' etc. belongs to a fraction or exponent.
+    return p != end && before != '.' && before != 'e' && before != 'E' && before != '+' && before != '-';
+  }
+
+  const RequestStream& stream_;
+  std::vector<Frame> stack_;
+  ResponseValue result_;
+  std::string error_;
+};
+
+}  // namespace
+
+mcp_responses::ResponseValue parse_json(std::string_view text) {
+  // RapidJSON reads up to a NUL; a NUL byte is never valid JSON text anyway.
+  if (text.find('\0') != std::string_view::npos) throw RequestError("not JSON: NUL byte in the request");
+  const std::string copy(text);  // NUL-terminated for the stream
+  RequestStream stream(copy.c_str());
+  Builder builder(stream);
+  rapidjson::Reader reader;
+  constexpr unsigned kFlags = rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNanAndInfFlag |
+                              rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
+  const rapidjson::ParseResult ok = reader.Parse<kFlags>(stream, builder);
+  if (!ok) {
+    if (!builder.error().empty()) throw RequestError("not accepted: " + builder.error());
+    throw RequestError(std::string("not JSON: ") + rapidjson::GetParseError_En(ok.Code()) + " (at byte " +
+                       std::to_string(ok.Offset()) + ")");
+  }
+  return builder.take_result();
+}
+
+}  // namespace kestrune::tool

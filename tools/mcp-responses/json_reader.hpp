@@ -1,0 +1,29 @@
+// Reading one request line of JSON into a ResponseValue.
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string_view>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::tool {
+
+/// Deepest nesting of lists and objects that a request may have.
+inline constexpr std::size_t kMaxDepth = 256;
+
+/// RequestError: the request cannot be served; what() says why.
+class RequestError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// parse_json: reads `text` as one JSON value. Object keys keep their order
+/// (a repeated key keeps its first place and its last value), `3` is an
+/// integer and `3.0` a double, and NaN, Infinity and -Infinity are read as
+/// doubles. Throws RequestError for text that is not JSON (ill-formed UTF-8
+/// and lone surrogate escapes included), nesting deeper than kMaxDepth, and
+/// integers outside the 64-bit signed range.
+[[nodiscard]] mcp_responses::ResponseValue parse_json(std::string_view text);
+
+}  // namespace kestrune::tool

@@ -1,0 +1,79 @@
+// mcp-responses: the response layer behind a pipe. See --help.
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <string_view>
+
+#include "server.hpp"
+
+namespace {
+
+constexpr std::string_view kHelp = R"(Usage: mcp-responses [FILE...]
+
+Answers requests, one JSON object per line, read from each FILE in turn or
+from standard input when no FILE is named (or FILE is -). Writes one line per
+request to standard output; blank lines are skipped.
+
+A request:   {"call": NAME, "args": {PARAM: VALUE, ...}}
+
+  NAME    a builder or helper of the response layer, e.g. tool_result_text,
+          encoded_size, build_paginated_response, get_empty_response, cut,
+          trimmed, build_wiki_ask_response (private helpers lose their
+          leading underscore).
+  PARAM   the function's argument names; an optional argument left out takes
+          its default. Storage records (symbol, reference, component) are
+          objects keyed by attribute name; a missing attribute is null.
+
+The answer is the compact MCP text of what the call returns (a string as a
+JSON string, an integer as its digits, null as null); for tool_result_text
+it is the text itself. Input JSON keeps key order and the integer/double
+distinction (3 is an integer, 3.0 a double) and reads NaN, Infinity and
+-Infinity. An integer argument given a double is an error; a double argument
+given an integer takes its value.
+
+A request that is not JSON (including ill-formed UTF-8 and lone surrogate
+escapes), is nested deeper than 256 levels, is longer than 64 MiB, names an
+unknown call or argument, lacks a required argument or has one of the wrong
+kind is answered {"error":"..."}, and the next line is served.
+
+Exit status: 0 when every request succeeded, 1 when any failed, 2 when an
+input cannot be read.
+)";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);
+  bool all_ok = true;
+  bool unreadable = false;
+  if (argc < 2) {
+    all_ok = kestrune::tool::serve(std::cin, std::cout);
+  }
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::cout << kHelp;
+      return 0;
+    }
+  }
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg == "-") {
+      all_ok = kestrune::tool::serve(std::cin, std::cout) && all_ok;
+      continue;
+    }
+    std::ifstream file(argv[i], std::ios::binary);
+    if (!file) {
+      std::cerr << "mcp-responses: cannot read " << arg << ": " << std::strerror(errno) << '\n';
+      unreadable = true;
+      continue;
+    }
+    all_ok = kestrune::tool::serve(file, std::cout) && all_ok;
+    if (file.bad()) {
+      std::cerr << "mcp-responses: error while reading " << arg << '\n';
+      unreadable = true;
+    }
+  }
+  if (unreadable) return 2;
+  return all_ok ? 0 : 1;
+}
