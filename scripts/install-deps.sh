@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build needs, only those that are missing.
+#   scripts/install-deps.sh [core|all]   (default: all)
+set -euo pipefail
+
+core=(cmake g++ make libgtest-dev rapidjson-dev)
+extra=(libbenchmark-dev nlohmann-json3-dev clang clang-format clang-tidy libclang-rt-14-dev)
+want=("${core[@]}")
+[ "${1:-all}" = all ] && want+=("${extra[@]}")
+
+missing=()
+for p in "${want[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}" >&2
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
