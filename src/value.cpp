@@ -50,16 +50,19 @@ ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValu
     *v = std::move(value);
     return *v;
   }
-  return entries_.emplace_back(std::string(key), std::move(value)).second;
+  entries_.push_back(Entry{std::string(key), std::move(value)});
+  return entries_.back().second;
 }
 
 ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
-  return entries_.emplace_back(std::move(key), std::move(value)).second;
+  entries_.push_back(Entry{std::move(key), std::move(value)});
+  return entries_.back().second;
 }
 
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
-  return entries_.emplace_back(std::string(key), ResponseValue()).second;
+  entries_.push_back(Entry{std::string(key), ResponseValue()});
+  return entries_.back().second;
 }
 
 bool ResponseDict::erase(std::string_view key) {

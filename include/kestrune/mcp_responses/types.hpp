@@ -42,20 +42,29 @@ enum class Kind : std::uint8_t { null, boolean, integer, number, string, list, d
 /// responses have few keys, and a flat vector is the cheapest layout for them.
 class ResponseDict {
  public:
-  using value_type = std::pair<std::string, ResponseValue>;
-  using const_iterator = std::vector<value_type>::const_iterator;
+  /// One key and its value; `first` and `second` as in std::map, so
+  /// `for (const auto& [key, value] : dict)` reads naturally.
+  struct Entry;
+  using value_type = Entry;
+  using const_iterator = std::vector<Entry>::const_iterator;
 
-  ResponseDict() = default;
+  // Special members are defined after Entry, which must be complete first.
+  ResponseDict();
+  ~ResponseDict();
+  ResponseDict(const ResponseDict& other);
+  ResponseDict(ResponseDict&& other) noexcept;
+  ResponseDict& operator=(const ResponseDict& other);
+  ResponseDict& operator=(ResponseDict&& other) noexcept;
   /// Builds from key/value pairs in order; a repeated key replaces the value
   /// in the place of its first occurrence.
   ResponseDict(std::initializer_list<value_type> entries);
 
-  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
-  void reserve(std::size_t n) { entries_.reserve(n); }
+  [[nodiscard]] std::size_t size() const noexcept;
+  [[nodiscard]] bool empty() const noexcept;
+  void reserve(std::size_t n);
 
-  [[nodiscard]] const_iterator begin() const noexcept { return entries_.begin(); }
-  [[nodiscard]] const_iterator end() const noexcept { return entries_.end(); }
+  [[nodiscard]] const_iterator begin() const noexcept;
+  [[nodiscard]] const_iterator end() const noexcept;
 
   /// contains: whether `key` is present.
   [[nodiscard]] bool contains(std::string_view key) const noexcept;
@@ -81,9 +90,7 @@ class ResponseDict {
   /// erase_if: removes every entry for which `pred(entry)` holds, keeping the
   /// order of the others; returns how many were removed.
   template <class Pred>
-  std::size_t erase_if(Pred pred) {
-    return std::erase_if(entries_, [&](const value_type& e) { return pred(e); });
-  }
+  std::size_t erase_if(Pred pred);
 
   friend bool operator==(const ResponseDict& a, const ResponseDict& b);
 
@@ -96,11 +103,6 @@ template <class T>
 inline constexpr bool is_integer_v =
     std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> && !std::is_same_v<T, char8_t> &&
     !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t> && !std::is_same_v<T, wchar_t>;
-
-template <class T>
-struct is_optional : std::false_type {};
-template <class T>
-struct is_optional<std::optional<T>> : std::true_type {};
 }  // namespace detail
 
 /// ResponseValue: one node of a response tree. Construction picks the kind
@@ -184,7 +186,32 @@ class ResponseValue {
 /// false, 0, 0.0, and an empty string, list or map are empty.
 [[nodiscard]] bool is_empty(const ResponseValue& value) noexcept;
 
-// ResponseDict members that need a complete ResponseValue.
+// ResponseDict members that need a complete ResponseValue. The entry type is
+// defined only here: std::pair of an incomplete type is not portable.
+
+struct ResponseDict::Entry {
+  std::string first;
+  ResponseValue second;
+  friend bool operator==(const Entry&, const Entry&) = default;
+};
+
+inline ResponseDict::ResponseDict() = default;
+inline ResponseDict::~ResponseDict() = default;
+inline ResponseDict::ResponseDict(const ResponseDict& other) = default;
+inline ResponseDict::ResponseDict(ResponseDict&& other) noexcept = default;
+inline ResponseDict& ResponseDict::operator=(const ResponseDict& other) = default;
+inline ResponseDict& ResponseDict::operator=(ResponseDict&& other) noexcept = default;
+
+inline std::size_t ResponseDict::size() const noexcept { return entries_.size(); }
+inline bool ResponseDict::empty() const noexcept { return entries_.empty(); }
+inline void ResponseDict::reserve(std::size_t n) { entries_.reserve(n); }
+inline ResponseDict::const_iterator ResponseDict::begin() const noexcept { return entries_.begin(); }
+inline ResponseDict::const_iterator ResponseDict::end() const noexcept { return entries_.end(); }
+
+template <class Pred>
+std::size_t ResponseDict::erase_if(Pred pred) {
+  return std::erase_if(entries_, [&](const Entry& e) { return pred(e); });
+}
 
 inline ResponseDict::ResponseDict(std::initializer_list<value_type> entries) {
   entries_.reserve(entries.size());
@@ -196,33 +223,33 @@ inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.
 /// Symbol: one code symbol from storage. `fqn` is always known; every other
 /// attribute is empty when unknown.
 struct Symbol {
-  std::string fqn;
-  std::optional<std::string> name;
-  std::optional<std::string> kind;
-  std::optional<std::int64_t> start_line;
-  std::optional<std::int64_t> end_line;
-  std::optional<std::string> signature;
-  std::optional<std::string> docstring;
-  std::optional<bool> is_export;
-  std::optional<bool> docstring_truncated;
+  std::string fqn{};
+  std::optional<std::string> name = std::nullopt;
+  std::optional<std::string> kind = std::nullopt;
+  std::optional<std::int64_t> start_line = std::nullopt;
+  std::optional<std::int64_t> end_line = std::nullopt;
+  std::optional<std::string> signature = std::nullopt;
+  std::optional<std::string> docstring = std::nullopt;
+  std::optional<bool> is_export = std::nullopt;
+  std::optional<bool> docstring_truncated = std::nullopt;
 };
 
 /// Reference: one use of a symbol at a place. `caller_symbol` is a map of
 /// which only the keys "fqn" and "kind" are read.
 struct Reference {
-  std::optional<std::string> file_path;
-  std::optional<std::int64_t> line;
-  std::optional<ResponseDict> caller_symbol;
-  std::optional<std::string> usage_type;
+  std::optional<std::string> file_path = std::nullopt;
+  std::optional<std::int64_t> line = std::nullopt;
+  std::optional<ResponseDict> caller_symbol = std::nullopt;
+  std::optional<std::string> usage_type = std::nullopt;
 };
 
 /// ComponentInfo: one architecture component with its counts.
 struct ComponentInfo {
-  std::optional<std::string> name;
-  std::optional<std::string> layer;
-  std::optional<std::string> path_pattern;
-  std::optional<std::int64_t> file_count;
-  std::optional<std::int64_t> symbol_count;
+  std::optional<std::string> name = std::nullopt;
+  std::optional<std::string> layer = std::nullopt;
+  std::optional<std::string> path_pattern = std::nullopt;
+  std::optional<std::int64_t> file_count = std::nullopt;
+  std::optional<std::int64_t> symbol_count = std::nullopt;
 };
 
 }  // namespace kestrune::mcp_responses
