@@ -66,4 +66,19 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses()
 /// in the table. The copy shares nothing with the table.
 [[nodiscard]] ResponseDict get_empty_response(std::string_view tool_name);
 
+// ---- Symbol rows ---------------------------------------------------------
+
+/// build_symbol_search_result: the search row of `symbol`: fqn, name, kind,
+/// file (`file_path`), line (start_line), signature and summary (the
+/// docstring's first_sentence), in that order, each left out when null.
+[[nodiscard]] ResponseDict build_symbol_search_result(const Symbol& symbol,
+                                                      std::optional<std::string_view> file_path = std::nullopt);
+
+/// build_symbol_full_details: the GetSymbolResponse of `symbol`: found (true),
+/// fqn, name, kind, file (`file_path`), start_line, end_line, signature,
+/// is_export, docstring (whole) and docstring_truncated; every key always
+/// present, null where unknown.
+[[nodiscard]] ResponseDict build_symbol_full_details(const Symbol& symbol,
+                                                     std::optional<std::string_view> file_path = std::nullopt);
+
 }  // namespace kestrune::mcp_responses
