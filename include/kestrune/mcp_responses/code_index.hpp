@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -80,5 +81,19 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses()
 /// present, null where unknown.
 [[nodiscard]] ResponseDict build_symbol_full_details(const Symbol& symbol,
                                                      std::optional<std::string_view> file_path = std::nullopt);
+
+// ---- File outline rows ---------------------------------------------------
+
+/// outline_module: the dotted parts that the parents of all `fqns` share,
+/// compared as whole parts from the first ("a.bc.x" and "a.b.y" give "a");
+/// the empty string for no fqns or when they share none.
+[[nodiscard]] std::string outline_module(std::span<const std::string> fqns);
+[[nodiscard]] std::string outline_module(std::span<const std::string_view> fqns);
+[[nodiscard]] std::string outline_module(std::initializer_list<std::string_view> fqns);
+
+/// build_file_symbol: the outline row of `symbol`: name (fqn less the
+/// "`module`." prefix when it has it), kind, line (start_line), end_line (only
+/// when it differs from start_line), signature and summary, nulls left out.
+[[nodiscard]] ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module = {});
 
 }  // namespace kestrune::mcp_responses
