@@ -65,7 +65,7 @@ std::string_view strip(std::string_view text) noexcept {
 
 std::string cut(std::string_view text, std::size_t chars) {
   if (chars == 0) chars = 1;
-  // Only the first chars + 1 characters matter: that decides the length test.
+  // Counting stops after `chars` characters: only whether more follow matters.
   const std::size_t limit = byte_offset(text, chars);
   if (limit == text.size()) return std::string(text);
   return with_ellipsis(text.substr(0, byte_offset(text, chars - 1)));

@@ -1,4 +1,9 @@
 // Calls of the code-index builders.
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "calls.hpp"
 #include "kestrune/mcp_responses/code_index.hpp"
 #include "records.hpp"
@@ -31,11 +36,46 @@ mr::ResponseValue build_index_status_response(const Args& a) {
 
 mr::ResponseValue get_empty_response(const Args& a) { return mr::get_empty_response(a.string("tool_name")); }
 
+mr::ResponseValue build_symbol_search_result(const Args& a) {
+  const mr::Symbol symbol = symbol_arg(a, "symbol");
+  const auto file_path = a.nullable_string("file_path");
+  return mr::build_symbol_search_result(symbol, file_path);
+}
+
+mr::ResponseValue build_symbol_full_details(const Args& a) {
+  const mr::Symbol symbol = symbol_arg(a, "symbol");
+  const auto file_path = a.nullable_string("file_path");
+  return mr::build_symbol_full_details(symbol, file_path);
+}
+
+mr::ResponseValue outline_module(const Args& a) {
+  const mr::ResponseList fqns = a.list("fqns");
+  std::vector<std::string_view> names;
+  names.reserve(fqns.size());
+  for (std::size_t i = 0; i < fqns.size(); ++i) {
+    if (!fqns[i].is_string()) {
+      throw wrong_kind("element " + std::to_string(i) + " of argument \"fqns\"", "a string", fqns[i]);
+    }
+    names.emplace_back(fqns[i].as_string());
+  }
+  return mr::outline_module(names);
+}
+
+// A null module counts as the empty one, as it does for the builder's callers.
+mr::ResponseValue build_file_symbol(const Args& a) {
+  const mr::Symbol symbol = symbol_arg(a, "symbol");
+  return mr::build_file_symbol(symbol, a.nullable_string("module").value_or(""));
+}
+
 constexpr Call kCalls[] = {
     {"build_paginated_response", build_paginated_response},
     {"build_empty_paginated_response", build_empty_paginated_response},
     {"build_index_status_response", build_index_status_response},
     {"get_empty_response", get_empty_response},
+    {"build_symbol_search_result", build_symbol_search_result},
+    {"build_symbol_full_details", build_symbol_full_details},
+    {"outline_module", outline_module},
+    {"build_file_symbol", build_file_symbol},
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -65,5 +66,34 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses()
 /// case-sensitive), or {"error": "Repository not initialized"} for a name not
 /// in the table. The copy shares nothing with the table.
 [[nodiscard]] ResponseDict get_empty_response(std::string_view tool_name);
+
+// ---- Symbol rows ---------------------------------------------------------
+
+/// build_symbol_search_result: the search row of `symbol`: fqn, name, kind,
+/// file (`file_path`), line (start_line), signature and summary (the
+/// docstring's first_sentence), in that order, each left out when null.
+[[nodiscard]] ResponseDict build_symbol_search_result(const Symbol& symbol,
+                                                      std::optional<std::string_view> file_path = std::nullopt);
+
+/// build_symbol_full_details: the GetSymbolResponse of `symbol`: found (true),
+/// fqn, name, kind, file (`file_path`), start_line, end_line, signature,
+/// is_export, docstring (whole) and docstring_truncated; every key always
+/// present, null where unknown.
+[[nodiscard]] ResponseDict build_symbol_full_details(const Symbol& symbol,
+                                                     std::optional<std::string_view> file_path = std::nullopt);
+
+// ---- File outline rows ---------------------------------------------------
+
+/// outline_module: the dotted parts that the parents of all `fqns` share,
+/// compared as whole parts from the first ("a.bc.x" and "a.b.y" give "a");
+/// the empty string for no fqns or when they share none.
+[[nodiscard]] std::string outline_module(std::span<const std::string> fqns);
+[[nodiscard]] std::string outline_module(std::span<const std::string_view> fqns);
+[[nodiscard]] std::string outline_module(std::initializer_list<std::string_view> fqns);
+
+/// build_file_symbol: the outline row of `symbol`: name (fqn less the
+/// "`module`." prefix when it has it), kind, line (start_line), end_line (only
+/// when it differs from start_line), signature and summary, nulls left out.
+[[nodiscard]] ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module = {});
 
 }  // namespace kestrune::mcp_responses

@@ -1,0 +1,37 @@
+// Symbol rows: the compact search row and the full detail answer of a symbol.
+#include "kestrune/mcp_responses/code_index.hpp"
+#include "kestrune/mcp_responses/encoding.hpp"
+
+namespace kestrune::mcp_responses {
+
+ResponseDict build_symbol_search_result(const Symbol& symbol, std::optional<std::string_view> file_path) {
+  ResponseDict row;
+  row.reserve(7);
+  row.append("fqn", symbol.fqn);
+  row.append("name", symbol.name);
+  row.append("kind", symbol.kind);
+  row.append("file", file_path);
+  row.append("line", symbol.start_line);
+  row.append("signature", symbol.signature);
+  row.append("summary", first_sentence(symbol.docstring));
+  return without_nulls(std::move(row));
+}
+
+ResponseDict build_symbol_full_details(const Symbol& symbol, std::optional<std::string_view> file_path) {
+  ResponseDict details;
+  details.reserve(11);
+  details.append("found", true);
+  details.append("fqn", symbol.fqn);
+  details.append("name", symbol.name);
+  details.append("kind", symbol.kind);
+  details.append("file", file_path);
+  details.append("start_line", symbol.start_line);
+  details.append("end_line", symbol.end_line);
+  details.append("signature", symbol.signature);
+  details.append("is_export", symbol.is_export);
+  details.append("docstring", symbol.docstring);
+  details.append("docstring_truncated", symbol.docstring_truncated);
+  return details;
+}
+
+}  // namespace kestrune::mcp_responses

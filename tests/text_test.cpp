@@ -1,0 +1,220 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "kestrune/mcp_responses/encoding.hpp"
+
+namespace kestrune::mcp_responses {
+namespace {
+
+using detail::char_count;
+using detail::cut;
+using detail::strip;
+using detail::trimmed;
+
+std::string repeat(std::string_view s, std::size_t n) {
+  std::string out;
+  for (std::size_t i = 0; i < n; ++i) out.append(s);
+  return out;
+}
+
+const std::string kWord200 = repeat("w", 200);
+
+TEST(first_sentence, takes_the_first_sentence_of_the_first_paragraph) {
+  const struct {
+    std::optional<std::string_view> docstring;
+    std::optional<std::string> want;
+  } cases[] = {
+      {std::nullopt, std::nullopt},
+      {"", std::nullopt},
+      {"   \n  ", std::nullopt},
+      {"Return the sum.  Second sentence.", "Return the sum."},
+      {"Line one\ncontinues here. Next.", "Line one continues here."},
+      {"First para\n\nSecond para.", "First para"},
+      {"\n\n  Summary here.\n\nMore", "Summary here."},
+      {"Para one line\r\n\r\nPara two", "Para one line Para two"},
+      {"A para \n \nstill one", "A para still one"},
+      {"What? Yes.", "What?"},
+      {"Use e.g. this.", "Use e.g."},
+      {"Version 1.2 is out. Next", "Version 1.2 is out."},
+      {"He said \"hi.\" Then left. End", "He said \"hi.\" Then left."},
+      {"(see x.) b. c", "(see x.) b."},
+      {"Tab.\tNext", "Tab."},
+      {"Wow! Such.", "Wow!"},
+      {"Trailing.", "Trailing."},
+      {kWord200, repeat("w", 159) + "\u2026"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(first_sentence(c.docstring), c.want) << c.docstring.value_or("<null>");
+  }
+}
+
+TEST(first_sentence, knows_exactly_the_29_whitespace_characters) {
+  const std::string_view spaces[] = {"\t",     "\n",     "\v",     "\f",     "\r",     "\x1c",   "\x1d",   "\x1e",
+                                     "\x1f",   " ",      "\u0085", "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002",
+                                     "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200a",
+                                     "\u2028", "\u2029", "\u202f", "\u205f", "\u3000"};
+  for (std::size_t i = 0; i < std::size(spaces); ++i) {
+    const std::string_view ws = spaces[i];
+    const std::string text =
+        std::string(ws) + "One" + std::string(ws) + "two." + std::string(ws) + "Three" + std::string(ws);
+    EXPECT_EQ(first_sentence(text), "One two.") << "whitespace #" << i;
+    EXPECT_EQ(strip(text), text.substr(ws.size(), text.size() - 2 * ws.size())) << "whitespace #" << i;
+  }
+  for (const std::string_view other : {"\u200b", "\ufeff", "\u180e"}) {
+    const std::string text = std::string(other) + "One." + std::string(other) + "Two";
+    EXPECT_EQ(first_sentence(text), text);
+    EXPECT_EQ(strip(text), text);
+  }
+}
+
+TEST(first_sentence, counts_characters_not_bytes_at_the_summary_limit) {
+  const std::string e160 = repeat("é", SUMMARY_CHARS);
+  const struct {
+    std::string docstring;
+    std::string want;
+  } cases[] = {
+      {repeat("é", 159), repeat("é", 159)},
+      {e160, e160},
+      {e160 + "€", repeat("é", 159) + "\u2026"},
+      {repeat("\U0001F600", 161), repeat("\U0001F600", 159) + "\u2026"},
+      // Collapsing first: 160 characters once the runs of whitespace are single spaces.
+      {repeat("ab \u3000\n\u00a0", 53) + "a", repeat("ab ", 53) + "a"},
+      {repeat("x", 159) + ". Next", repeat("x", 159) + "."},
+      {repeat("x", 160) + ". Next", repeat("x", 159) + "\u2026"},
+      // The character before the ellipsis would be a space: it goes.
+      {repeat("x", 158) + " yz", repeat("x", 158) + "\u2026"},
+      // Ill-formed bytes count one character each and stay.
+      {repeat("\xff", 160), repeat("\xff", 160)},
+      {"\xe2\x82" + repeat("x", 157) + ". B", "\xe2\x82" + repeat("x", 157) + "."},
+      {"\xe2\x82" + repeat("x", 159), "\xe2\x82" + repeat("x", 157) + "\u2026"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(first_sentence(c.docstring), c.want) << c.docstring;
+    EXPECT_LE(char_count(first_sentence(c.docstring).value()), SUMMARY_CHARS);
+  }
+}
+
+TEST(cut, marks_a_cut_with_an_ellipsis_within_the_limit) {
+  const struct {
+    std::string text;
+    std::size_t chars;
+    std::string_view want;
+  } cases[] = {
+      {"abc", 3, "abc"},
+      {"abcd", 3, "ab…"},
+      {"ab cd", 4, "ab…"},
+      {"", 160, ""},
+      {"abcd", 1, "…"},
+      {" ab ", 4, " ab "},  // within the limit: not stripped
+      // Multi-byte and astral characters at, before and after the cut.
+      {"abcé€", 5, "abcé€"},
+      {"abcé€x", 5, "abcé…"},
+      {"ab\U0001F600cd", 5, "ab\U0001F600cd"},
+      {"ab\U0001F600cde", 5, "ab\U0001F600c…"},
+      {"abc\U0001F600de", 5, "abc\U0001F600…"},
+      {"éééééé", 5, "éééé…"},
+      // Whitespace other than the space before the cut is stripped too; U+200B is not whitespace.
+      {"abc\u00a0de", 5, "abc…"},
+      {"abc\u2028de", 5, "abc…"},
+      {"ab\u3000\u0085de", 5, "ab…"},
+      {"abc\u200bde", 5, "abc\u200b…"},
+      // Ill-formed bytes are characters of their own, never split from or merged into others.
+      {"abc\xe2\x82", 5, "abc\xe2\x82"},
+      {"abcd\xe2\x82", 5, "abcd…"},
+      {"ab\xff\xfe"
+       "cd",
+       5, "ab\xff\xfe…"},
+      {"abc\xe2\x82\xac\xac"
+       "d",
+       5, "abc€…"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(cut(c.text, c.chars), c.want) << c.text << " / " << c.chars;
+  }
+}
+
+TEST(cut, keeps_texts_at_the_limit_and_cuts_one_over) {
+  for (const std::size_t limit : {SUMMARY_CHARS, CODE_LINE_CHARS}) {
+    for (const std::string_view ch : {"a", "é", "\U0001F600"}) {
+      EXPECT_EQ(cut(repeat(ch, limit - 1), limit), repeat(ch, limit - 1));
+      EXPECT_EQ(cut(repeat(ch, limit), limit), repeat(ch, limit));
+      EXPECT_EQ(cut(repeat(ch, limit + 1), limit), repeat(ch, limit - 1) + "…");
+    }
+  }
+}
+
+TEST(trimmed, breaks_at_a_late_space_or_cuts_hard) {
+  const struct {
+    std::string text;
+    std::int64_t chars;
+    std::string_view want;
+  } cases[] = {
+      {"alpha beta gamma", 12, "alpha beta…"},
+      {"ab cdefghijklmnop", 12, "ab cdefghij…"},
+      {"word1 word2", 8, "word1…"},
+      {"abcdefg hij", 8, "abcdefg…"},
+      {"ab cd", 3, "ab…"},
+      {"abc", 1, ""},
+      {"a", 1, "a"},
+      {"abc", 0, ""},
+      {"abc", -1, ""},
+      {"", 0, ""},
+      // At the limit, one under and one over.
+      {"alpha beta g", 12, "alpha beta g"},
+      {"alpha beta ", 12, "alpha beta "},
+      {"alpha beta ga", 12, "alpha beta…"},
+      // A space exactly at chars / 2 is used, one before it is not.
+      {"abcd efghijk", 8, "abcd…"},
+      {"abc defghijk", 8, "abc def…"},
+      // The space after the first chars - 1 characters is not looked at.
+      {"abcdefg hijk", 8, "abcdefg…"},
+      // Multi-byte and astral text; only U+0020 is a break.
+      {"éééé ééééé", 8, "éééé…"},
+      {"éééé\u00a0ééééé", 8, "éééé\u00a0éé…"},
+      {"😀😀😀 😀😀😀😀", 6, "😀😀😀…"},
+      {"abc\u3000 defgh", 8, "abc…"},
+      {"ab cdef\u2028gh", 8, "ab cdef…"},
+      {"\xff\xff\xff \xff\xff\xff\xff", 6, "\xff\xff\xff…"},
+      {"\xe2\x82"
+       "ab cdefgh",
+       8,
+       "\xe2\x82"
+       "ab…"},
+  };
+  for (const auto& c : cases) {
+    const std::string got = trimmed(c.text, c.chars);
+    EXPECT_EQ(got, c.want) << c.text << " / " << c.chars;
+    if (c.chars >= 0) {
+      EXPECT_LE(char_count(got), static_cast<std::size_t>(c.chars)) << c.text;
+    }
+  }
+}
+
+TEST(without_nulls, drops_only_null_values_in_order) {
+  const ResponseDict row{{"a", 1},
+                         {"b", nullptr},
+                         {"c", false},
+                         {"d", ""},
+                         {"e", 0.0},
+                         {"f", ResponseList{nullptr}},
+                         {"g", ResponseDict{{"x", nullptr}}}};
+  const ResponseDict want{
+      {"a", 1}, {"c", false}, {"d", ""}, {"e", 0.0}, {"f", ResponseList{nullptr}}, {"g", ResponseDict{{"x", nullptr}}}};
+  const ResponseDict copy = row;
+  EXPECT_EQ(without_nulls(row), want);
+  EXPECT_EQ(row, copy);
+  EXPECT_EQ(without_nulls(ResponseDict(row)), want);
+  EXPECT_EQ(tool_result_text(without_nulls(row)), R"({"a":1,"c":false,"d":"","e":0.0,"f":[null],"g":{"x":null}})");
+
+  EXPECT_TRUE(without_nulls(ResponseDict{}).empty());
+  const ResponseDict all_null{{"a", nullptr}, {"b", nullptr}};
+  EXPECT_TRUE(without_nulls(all_null).empty());
+  EXPECT_TRUE(without_nulls(ResponseDict(all_null)).empty());
+}
+
+}  // namespace
+}  // namespace kestrune::mcp_responses
