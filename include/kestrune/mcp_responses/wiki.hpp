@@ -19,6 +19,8 @@
 namespace kestrune::mcp_responses {
 
 /// Arguments of build_wiki_status_response; `built` and `branch` are required.
+/// Members without an initializer are the required ones: leaving one out of a
+/// designated initializer draws a -Wmissing-field-initializers warning.
 struct WikiStatusOptions {
   bool built = false;
   std::string branch;
@@ -26,9 +28,9 @@ struct WikiStatusOptions {
   std::int64_t files_covered = 0;
   std::int64_t total_sources = 0;
   double coverage_pct = 0.0;
-  std::optional<std::string> last_built;
-  std::optional<std::string> model;
-  std::optional<ResponseList> stale_pages;
+  std::optional<std::string> last_built{};
+  std::optional<std::string> model{};
+  std::optional<ResponseList> stale_pages{};
   bool enabled = false;
   bool configured = false;
 };
@@ -48,9 +50,9 @@ struct WikiReadOptions {
   std::string page_id;
   std::string title;
   std::string content;
-  std::optional<ResponseList> citations;
-  std::optional<ResponseList> source_files;
-  std::optional<ResponseList> related_pages;
+  std::optional<ResponseList> citations{};
+  std::optional<ResponseList> source_files{};
+  std::optional<ResponseList> related_pages{};
 };
 
 /// build_wiki_read_response: `page_id`, `title`, `content`, then `citations`,
@@ -62,16 +64,16 @@ struct WikiReadOptions {
 struct WikiAskOptions {
   std::string mode;
   std::string query;
-  std::optional<std::string> answer;
+  std::optional<std::string> answer;  ///< null is written as null
   ResponseList sections;  ///< section maps, best first
-  std::optional<ResponseList> citations;
-  std::optional<std::string> model;
-  std::optional<ResponseDict> tokens;
-  std::optional<std::string> note;
-  std::optional<ResponseDict> decisions;
-  std::optional<ResponseDict> code;
-  std::optional<ResponseDict> memories;
-  std::optional<std::int64_t> token_budget;  ///< tokens of 4 bytes; null means no budget
+  std::optional<ResponseList> citations{};
+  std::optional<std::string> model{};
+  std::optional<ResponseDict> tokens{};
+  std::optional<std::string> note{};
+  std::optional<ResponseDict> decisions{};
+  std::optional<ResponseDict> code{};
+  std::optional<ResponseDict> memories{};
+  std::optional<std::int64_t> token_budget{};  ///< tokens of 4 bytes; null means no budget
 };
 
 /// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows, the
