@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "kestrune/mcp_responses/types.hpp"
@@ -65,7 +66,7 @@ struct WikiAskOptions {
   std::string mode;
   std::string query;
   std::optional<std::string> answer;  ///< null is written as null
-  ResponseList sections;  ///< section maps, best first
+  ResponseList sections;              ///< section maps, best first
   std::optional<ResponseList> citations{};
   std::optional<std::string> model{};
   std::optional<ResponseDict> tokens{};
@@ -92,10 +93,12 @@ inline constexpr std::size_t ASK_CITATIONS_PER_SECTION = 3;
 inline constexpr std::size_t ASK_MAX_CITATIONS = 24;
 inline constexpr std::int64_t BYTES_PER_TOKEN = 4;
 
-/// ask_citations: the first three citations of each section in order, then
-/// every citation of `extra`, each place (path, line_start, line_end) once,
-/// first occurrence winning, at most 24. Entries are copies of the inputs.
-[[nodiscard]] ResponseList ask_citations(const ResponseList& sections, const ResponseList& extra);
+/// ask_citations: the first three citations of each section of `sections` in
+/// order (read from its "citations" list), then every citation of `extra`,
+/// each place (path, line_start, line_end) once, the first occurrence winning,
+/// at most 24. Place values compare by value: an integer equals a double of the
+/// same value, null (or a missing key) equals only null. Entries are copies.
+[[nodiscard]] ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra);
 
 }  // namespace detail
 }  // namespace kestrune::mcp_responses
