@@ -77,12 +77,17 @@ struct WikiAskOptions {
   std::optional<std::int64_t> token_budget{};  ///< tokens of 4 bytes; null means no budget
 };
 
-/// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows, the
-/// merged `citations`, then the attachments that are not null. With a token
-/// budget the response is fitted to token_budget x 4 bytes of encoded text by
-/// keeping fewer sections, cutting excerpts, dropping sections from the
-/// bottom, then dropping `memories` and then `code`; it is returned over the
-/// budget when even that does not fit.
+/// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows
+/// (`page_id`, `title`, `heading`, `similarity`, `stale`, `excerpt`), the
+/// merged `citations` of the kept sections and `citations`, then the
+/// attachments that are not null. Excerpts are first cut to 1200 characters;
+/// one that is neither a string nor empty is first turned into its compact
+/// text. With a token budget the response is fitted to token_budget x 4 bytes
+/// of encoded text by keeping fewer sections, cutting excerpts, dropping
+/// sections from the bottom, then dropping `memories` and then `code`; it is
+/// returned over the budget when even that does not fit. The answer is never
+/// cut. Throws EncodingError when a budget is given and an input string is not
+/// well-formed UTF-8, since such a response cannot be measured.
 [[nodiscard]] ResponseDict build_wiki_ask_response(WikiAskOptions options);
 
 namespace detail {
