@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "kestrune/mcp_responses/types.hpp"
@@ -19,6 +20,8 @@
 namespace kestrune::mcp_responses {
 
 /// Arguments of build_wiki_status_response; `built` and `branch` are required.
+/// Members without an initializer are the required ones: leaving one out of a
+/// designated initializer draws a -Wmissing-field-initializers warning.
 struct WikiStatusOptions {
   bool built = false;
   std::string branch;
@@ -26,9 +29,9 @@ struct WikiStatusOptions {
   std::int64_t files_covered = 0;
   std::int64_t total_sources = 0;
   double coverage_pct = 0.0;
-  std::optional<std::string> last_built;
-  std::optional<std::string> model;
-  std::optional<ResponseList> stale_pages;
+  std::optional<std::string> last_built{};
+  std::optional<std::string> model{};
+  std::optional<ResponseList> stale_pages{};
   bool enabled = false;
   bool configured = false;
 };
@@ -48,9 +51,9 @@ struct WikiReadOptions {
   std::string page_id;
   std::string title;
   std::string content;
-  std::optional<ResponseList> citations;
-  std::optional<ResponseList> source_files;
-  std::optional<ResponseList> related_pages;
+  std::optional<ResponseList> citations{};
+  std::optional<ResponseList> source_files{};
+  std::optional<ResponseList> related_pages{};
 };
 
 /// build_wiki_read_response: `page_id`, `title`, `content`, then `citations`,
@@ -62,24 +65,29 @@ struct WikiReadOptions {
 struct WikiAskOptions {
   std::string mode;
   std::string query;
-  std::optional<std::string> answer;
-  ResponseList sections;  ///< section maps, best first
-  std::optional<ResponseList> citations;
-  std::optional<std::string> model;
-  std::optional<ResponseDict> tokens;
-  std::optional<std::string> note;
-  std::optional<ResponseDict> decisions;
-  std::optional<ResponseDict> code;
-  std::optional<ResponseDict> memories;
-  std::optional<std::int64_t> token_budget;  ///< tokens of 4 bytes; null means no budget
+  std::optional<std::string> answer;  ///< null is written as null
+  ResponseList sections;              ///< section maps, best first
+  std::optional<ResponseList> citations{};
+  std::optional<std::string> model{};
+  std::optional<ResponseDict> tokens{};
+  std::optional<std::string> note{};
+  std::optional<ResponseDict> decisions{};
+  std::optional<ResponseDict> code{};
+  std::optional<ResponseDict> memories{};
+  std::optional<std::int64_t> token_budget{};  ///< tokens of 4 bytes; null means no budget
 };
 
-/// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows, the
-/// merged `citations`, then the attachments that are not null. With a token
-/// budget the response is fitted to token_budget x 4 bytes of encoded text by
-/// keeping fewer sections, cutting excerpts, dropping sections from the
-/// bottom, then dropping `memories` and then `code`; it is returned over the
-/// budget when even that does not fit.
+/// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows
+/// (`page_id`, `title`, `heading`, `similarity`, `stale`, `excerpt`), the
+/// merged `citations` of the kept sections and `citations`, then the
+/// attachments that are not null. Excerpts are first cut to 1200 characters;
+/// one that is neither a string nor empty is first turned into its compact
+/// text. With a token budget the response is fitted to token_budget x 4 bytes
+/// of encoded text by keeping fewer sections, cutting excerpts, dropping
+/// sections from the bottom, then dropping `memories` and then `code`; it is
+/// returned over the budget when even that does not fit. The answer is never
+/// cut. Throws EncodingError when a budget is given and an input string is not
+/// well-formed UTF-8, since such a response cannot be measured.
 [[nodiscard]] ResponseDict build_wiki_ask_response(WikiAskOptions options);
 
 namespace detail {
@@ -90,10 +98,12 @@ inline constexpr std::size_t ASK_CITATIONS_PER_SECTION = 3;
 inline constexpr std::size_t ASK_MAX_CITATIONS = 24;
 inline constexpr std::int64_t BYTES_PER_TOKEN = 4;
 
-/// ask_citations: the first three citations of each section in order, then
-/// every citation of `extra`, each place (path, line_start, line_end) once,
-/// first occurrence winning, at most 24. Entries are copies of the inputs.
-[[nodiscard]] ResponseList ask_citations(const ResponseList& sections, const ResponseList& extra);
+/// ask_citations: the first three citations of each section of `sections` in
+/// order (read from its "citations" list), then every citation of `extra`,
+/// each place (path, line_start, line_end) once, the first occurrence winning,
+/// at most 24. Place values compare by value: an integer equals a double of the
+/// same value, null (or a missing key) equals only null. Entries are copies.
+[[nodiscard]] ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra);
 
 }  // namespace detail
 }  // namespace kestrune::mcp_responses

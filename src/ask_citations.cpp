@@ -1,0 +1,140 @@
+// The merged citation list of a wiki ask answer: each place once, capped.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <unordered_set>
+
+#include "kestrune/mcp_responses/wiki.hpp"
+
+namespace kestrune::mcp_responses::detail {
+
+namespace {
+
+// Whether the double `d` is exactly the integer `i`. The range test comes
+// first: casting a double outside int64 is undefined, and 2^63 itself is out.
+bool same_number(std::int64_t i, double d) noexcept {
+  if (!(d >= -0x1p63 && d < 0x1p63) || std::trunc(d) != d) return false;
+  return static_cast<std::int64_t>(d) == i;
+}
+
+// Equality of place values: numbers by numeric value whatever their kind,
+// strings by their characters, null only with null, anything else by kind
+// and then element by element under the same rule.
+bool same_value(const ResponseValue& a, const ResponseValue& b) noexcept {
+  if (a.is_integer() && b.is_number()) return same_number(a.as_integer(), b.as_number());
+  if (a.is_number() && b.is_integer()) return same_number(b.as_integer(), a.as_number());
+  if (a.kind() != b.kind()) return false;
+  switch (a.kind()) {
+    case Kind::null:
+      return true;
+    case Kind::boolean:
+      return a.as_bool() == b.as_bool();
+    case Kind::integer:
+      return a.as_integer() == b.as_integer();
+    case Kind::number:
+      return a.as_number() == b.as_number();
+    case Kind::string:
+      return a.as_string() == b.as_string();
+    case Kind::list:
+      return std::equal(a.as_list().begin(), a.as_list().end(), b.as_list().begin(), b.as_list().end(), same_value);
+    case Kind::dict:
+      return std::equal(
+          a.as_dict().begin(), a.as_dict().end(), b.as_dict().begin(), b.as_dict().end(),
+          [](const auto& x, const auto& y) { return x.first == y.first && same_value(x.second, y.second); });
+  }
+  return false;
+}
+
+// A hash that agrees with same_value: a double holding an integer hashes as
+// that integer. Lists and maps hash by kind and size only; they are not
+// expected as place values and only need to be consistent.
+std::size_t value_hash(const ResponseValue& v) noexcept {
+  switch (v.kind()) {
+    case Kind::integer:
+      return std::hash<std::int64_t>{}(v.as_integer());
+    case Kind::number: {
+      const double d = v.as_number();
+      if (d >= -0x1p63 && d < 0x1p63 && std::trunc(d) == d) {
+        return std::hash<std::int64_t>{}(static_cast<std::int64_t>(d));
+      }
+      return std::hash<double>{}(d);
+    }
+    case Kind::string:
+      return std::hash<std::string>{}(v.as_string());
+    case Kind::boolean:
+      return v.as_bool() ? 0x9e3779b9u : 0x7f4a7c15u;
+    case Kind::list:
+      return v.as_list().size() * 31 + 7;
+    case Kind::dict:
+      return v.as_dict().size() * 31 + 11;
+    case Kind::null:
+      break;
+  }
+  return 0;
+}
+
+// The place a citation points at; values live in the caller's citations (or
+// are the shared null that a missing key reads as).
+struct Place {
+  const ResponseValue* path;
+  const ResponseValue* line_start;
+  const ResponseValue* line_end;
+};
+
+Place place_of(const ResponseValue& citation) noexcept {
+  static const ResponseValue kNull;
+  if (!citation.is_dict()) return {&kNull, &kNull, &kNull};
+  const ResponseDict& c = citation.as_dict();
+  return {&c.get("path"), &c.get("line_start"), &c.get("line_end")};
+}
+
+struct PlaceHash {
+  std::size_t operator()(const Place& p) const noexcept {
+    std::size_t h = value_hash(*p.path);
+    h = h * 1000003u ^ value_hash(*p.line_start);
+    return h * 1000003u ^ value_hash(*p.line_end);
+  }
+};
+
+struct PlaceEqual {
+  bool operator()(const Place& a, const Place& b) const noexcept {
+    return same_value(*a.path, *b.path) && same_value(*a.line_start, *b.line_start) &&
+           same_value(*a.line_end, *b.line_end);
+  }
+};
+
+// The citations a section offers: the first few of its own list.
+std::span<const ResponseValue> section_citations(const ResponseValue& section) noexcept {
+  if (!section.is_dict()) return {};
+  const ResponseValue& list = section.as_dict().get("citations");
+  if (!list.is_list()) return {};
+  const ResponseList& all = list.as_list();
+  return std::span(all).first(std::min(all.size(), ASK_CITATIONS_PER_SECTION));
+}
+
+}  // namespace
+
+ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  ResponseList result;
+  std::unordered_set<Place, PlaceHash, PlaceEqual> seen;
+  seen.reserve(ASK_MAX_CITATIONS);
+  // Returns false once the cap is reached.
+  const auto take = [&](const ResponseValue& citation) {
+    if (seen.insert(place_of(citation)).second) result.push_back(citation);
+    return result.size() < ASK_MAX_CITATIONS;
+  };
+  for (const ResponseValue& section : sections) {
+    for (const ResponseValue& citation : section_citations(section)) {
+      if (!take(citation)) return result;
+    }
+  }
+  for (const ResponseValue& citation : extra) {
+    if (!take(citation)) return result;
+  }
+  return result;
+}
+
+}  // namespace kestrune::mcp_responses::detail
