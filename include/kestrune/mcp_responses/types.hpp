@@ -197,32 +197,32 @@ inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.
 /// attribute is empty when unknown.
 struct Symbol {
   std::string fqn;
-  std::optional<std::string> name;
-  std::optional<std::string> kind;
-  std::optional<std::int64_t> start_line;
-  std::optional<std::int64_t> end_line;
-  std::optional<std::string> signature;
-  std::optional<std::string> docstring;
-  std::optional<bool> is_export;
-  std::optional<bool> docstring_truncated;
+  std::optional<std::string> name{};
+  std::optional<std::string> kind{};
+  std::optional<std::int64_t> start_line{};
+  std::optional<std::int64_t> end_line{};
+  std::optional<std::string> signature{};
+  std::optional<std::string> docstring{};
+  std::optional<bool> is_export{};
+  std::optional<bool> docstring_truncated{};
 };
 
 /// Reference: one use of a symbol at a place. `caller_symbol` is a map of
 /// which only the keys "fqn" and "kind" are read.
 struct Reference {
-  std::optional<std::string> file_path;
-  std::optional<std::int64_t> line;
-  std::optional<ResponseDict> caller_symbol;
-  std::optional<std::string> usage_type;
+  std::optional<std::string> file_path{};
+  std::optional<std::int64_t> line{};
+  std::optional<ResponseDict> caller_symbol{};
+  std::optional<std::string> usage_type{};
 };
 
 /// ComponentInfo: one architecture component with its counts.
 struct ComponentInfo {
-  std::optional<std::string> name;
-  std::optional<std::string> layer;
-  std::optional<std::string> path_pattern;
-  std::optional<std::int64_t> file_count;
-  std::optional<std::int64_t> symbol_count;
+  std::optional<std::string> name{};
+  std::optional<std::string> layer{};
+  std::optional<std::string> path_pattern{};
+  std::optional<std::int64_t> file_count{};
+  std::optional<std::int64_t> symbol_count{};
 };
 
 }  // namespace kestrune::mcp_responses
