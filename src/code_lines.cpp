@@ -346,7 +346,7 @@ Outcome read_file(Root& root, std::string_view path, std::string& bytes, int& er
 
 }  // namespace
 
-std::optional<std::string_view> CodeLines::find(std::string_view path, std::int64_t line) const {
+std::optional<std::string_view> CodeLines::find(std::string_view path, std::int64_t line) const& {
   const auto it = index_.find(path);
   if (it == index_.end()) return std::nullopt;
   const std::vector<Line>& lines = files_[it->second].lines;

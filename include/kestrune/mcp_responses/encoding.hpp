@@ -123,9 +123,12 @@ class CodeLines {
 
   /// find: the text found at (`path`, `line`), or nullopt. The view lives as
   /// long as this object.
-  [[nodiscard]] std::optional<std::string_view> find(std::string_view path, std::int64_t line) const;
-  /// files: the paths with found lines, in order of first appearance.
-  [[nodiscard]] const std::vector<File>& files() const noexcept { return files_; }
+  [[nodiscard]] std::optional<std::string_view> find(std::string_view path, std::int64_t line) const&;
+  std::optional<std::string_view> find(std::string_view path, std::int64_t line) const&& = delete;
+  /// files: the paths with found lines, in order of first appearance; moved
+  /// out of a temporary, so `for (auto& f : code_lines(...).files())` is safe.
+  [[nodiscard]] const std::vector<File>& files() const& noexcept { return files_; }
+  [[nodiscard]] std::vector<File> files() && noexcept { return std::move(files_); }
   /// size: the number of places found.
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
