@@ -1,4 +1,8 @@
-// Calls of the encoding and text-shaping helpers.
+// Calls of the encoding and text-shaping helpers and of the code-line reader.
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include "calls.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 
@@ -25,6 +29,31 @@ mr::ResponseValue trimmed(const Args& a) { return mr::detail::trimmed(a.string("
 
 mr::ResponseValue without_nulls(const Args& a) { return mr::without_nulls(a.dict("row")); }
 
+// `places` is a list of [path, line] pairs. The answer lists [path, line,
+// text] for each line found: paths in order of first appearance, lines
+// ascending. Files that cannot be read are logged on standard error.
+mr::ResponseValue code_lines(const Args& a) {
+  const std::optional<std::string> root = a.nullable_string("root");
+  const mr::ResponseList given = a.list("places");
+  std::vector<mr::Place> places;
+  places.reserve(given.size());
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    const mr::ResponseValue& pair = given[i];
+    if (!pair.is_list() || pair.as_list().size() != 2 || !pair.as_list()[0].is_string() ||
+        !pair.as_list()[1].is_integer()) {
+      throw RequestError("item " + std::to_string(i) + " of argument \"places\" must be a [path, line] pair");
+    }
+    places.push_back({pair.as_list()[0].as_string(), pair.as_list()[1].as_integer()});
+  }
+  std::optional<std::filesystem::path> root_path;
+  if (root) root_path = *root;
+  mr::ResponseList rows;
+  for (const auto& file : mr::code_lines(root_path, places).files()) {
+    for (const auto& line : file.lines) rows.emplace_back(mr::ResponseList{file.path, line.line, line.text});
+  }
+  return rows;
+}
+
 constexpr Call kCalls[] = {
     {"tool_result_text", tool_result_text},
     {"encoded_size", encoded_size},
@@ -32,6 +61,7 @@ constexpr Call kCalls[] = {
     {"cut", cut},
     {"trimmed", trimmed},
     {"without_nulls", without_nulls},
+    {"code_lines", code_lines},
 };
 
 }  // namespace

@@ -67,6 +67,24 @@ mr::ResponseValue build_file_symbol(const Args& a) {
   return mr::build_file_symbol(symbol, a.nullable_string("module").value_or(""));
 }
 
+mr::ResponseValue build_reference(const Args& a) {
+  const mr::Reference reference = reference_arg(a, "reference");
+  return mr::build_reference(reference, a.nullable_string("code"));
+}
+
+mr::ResponseValue build_api_endpoint(const Args& a) {
+  const mr::Symbol symbol = symbol_arg(a, "symbol");
+  const auto file_path = a.nullable_string("file_path");
+  const auto component_name = a.nullable_string("component_name");
+  return mr::build_api_endpoint(symbol, file_path, component_name);
+}
+
+mr::ResponseValue build_component(const Args& a) { return mr::build_component(component_arg(a, "component")); }
+
+mr::ResponseValue build_test_coverage(const Args& a) {
+  return mr::build_test_coverage(a.string("test_file"), a.string("source_file"), a.nullable_list("symbols_imported"));
+}
+
 constexpr Call kCalls[] = {
     {"build_paginated_response", build_paginated_response},
     {"build_empty_paginated_response", build_empty_paginated_response},
@@ -76,6 +94,10 @@ constexpr Call kCalls[] = {
     {"build_symbol_full_details", build_symbol_full_details},
     {"outline_module", outline_module},
     {"build_file_symbol", build_file_symbol},
+    {"build_reference", build_reference},
+    {"build_api_endpoint", build_api_endpoint},
+    {"build_component", build_component},
+    {"build_test_coverage", build_test_coverage},
 };
 
 }  // namespace

@@ -96,4 +96,29 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses()
 /// when it differs from start_line), signature and summary, nulls left out.
 [[nodiscard]] ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module = {});
 
+// ---- Reference, endpoint, component and test rows -------------------------
+
+/// build_reference: the reference row: `file` and `line` always (null when
+/// unknown), then `code`, `caller` and `caller_kind` (the caller symbol's
+/// "fqn" and "kind") and `usage_type`, each only when not null. `code` is
+/// the text that code_lines found at the reference's place.
+[[nodiscard]] ResponseDict build_reference(const Reference& reference,
+                                           std::optional<std::string_view> code = std::nullopt);
+
+/// build_api_endpoint: the ApiEndpointInfo of `symbol`: fqn, name, kind,
+/// file (the empty string when `file_path` is null or empty), line (the
+/// start line), signature and component, all always present.
+[[nodiscard]] ResponseDict build_api_endpoint(const Symbol& symbol,
+                                              std::optional<std::string_view> file_path = std::nullopt,
+                                              std::optional<std::string_view> component_name = std::nullopt);
+
+/// build_component: the ComponentInfoResponse: name, layer, path_pattern,
+/// file_count and symbol_count as stored, null included.
+[[nodiscard]] ResponseDict build_component(const ComponentInfo& component);
+
+/// build_test_coverage: `test_file` and `source_file`, then
+/// `symbols_imported` (moved in as it is) only when it has an element.
+[[nodiscard]] ResponseDict build_test_coverage(std::string_view test_file, std::string_view source_file,
+                                               std::optional<ResponseList> symbols_imported = std::nullopt);
+
 }  // namespace kestrune::mcp_responses

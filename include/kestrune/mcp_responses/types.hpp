@@ -223,33 +223,33 @@ inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.
 /// Symbol: one code symbol from storage. `fqn` is always known; every other
 /// attribute is empty when unknown.
 struct Symbol {
-  std::string fqn{};
-  std::optional<std::string> name = std::nullopt;
-  std::optional<std::string> kind = std::nullopt;
-  std::optional<std::int64_t> start_line = std::nullopt;
-  std::optional<std::int64_t> end_line = std::nullopt;
-  std::optional<std::string> signature = std::nullopt;
-  std::optional<std::string> docstring = std::nullopt;
-  std::optional<bool> is_export = std::nullopt;
-  std::optional<bool> docstring_truncated = std::nullopt;
+  std::string fqn;
+  std::optional<std::string> name{};
+  std::optional<std::string> kind{};
+  std::optional<std::int64_t> start_line{};
+  std::optional<std::int64_t> end_line{};
+  std::optional<std::string> signature{};
+  std::optional<std::string> docstring{};
+  std::optional<bool> is_export{};
+  std::optional<bool> docstring_truncated{};
 };
 
 /// Reference: one use of a symbol at a place. `caller_symbol` is a map of
 /// which only the keys "fqn" and "kind" are read.
 struct Reference {
-  std::optional<std::string> file_path = std::nullopt;
-  std::optional<std::int64_t> line = std::nullopt;
-  std::optional<ResponseDict> caller_symbol = std::nullopt;
-  std::optional<std::string> usage_type = std::nullopt;
+  std::optional<std::string> file_path{};
+  std::optional<std::int64_t> line{};
+  std::optional<ResponseDict> caller_symbol{};
+  std::optional<std::string> usage_type{};
 };
 
 /// ComponentInfo: one architecture component with its counts.
 struct ComponentInfo {
-  std::optional<std::string> name = std::nullopt;
-  std::optional<std::string> layer = std::nullopt;
-  std::optional<std::string> path_pattern = std::nullopt;
-  std::optional<std::int64_t> file_count = std::nullopt;
-  std::optional<std::int64_t> symbol_count = std::nullopt;
+  std::optional<std::string> name{};
+  std::optional<std::string> layer{};
+  std::optional<std::string> path_pattern{};
+  std::optional<std::int64_t> file_count{};
+  std::optional<std::int64_t> symbol_count{};
 };
 
 }  // namespace kestrune::mcp_responses

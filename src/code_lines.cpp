@@ -1,0 +1,392 @@
+// Code line lookup: single lines of code read from the repository's work tree.
+//
+// Repository contents are untrusted, so the root is a security boundary. A
+// path is first resolved the way the file system would: made absolute,
+// symbolic links followed, `.` dropped and `..` applied component by
+// component; a path whose resolved location is not the root or below it is
+// left out without a word. The file is then opened by walking the resolved
+// location from a descriptor of the root, one component at a time, with
+// O_NOFOLLOW: the resolved location holds no symbolic link, so a link found
+// on that walk was swapped in after the check, and the open fails instead of
+// following it. What is opened is therefore always the file that was checked
+// or nothing at all.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "kestrune/mcp_responses/detail/utf8.hpp"
+#include "kestrune/mcp_responses/encoding.hpp"
+#include "logger.hpp"
+
+namespace kestrune::mcp_responses {
+
+namespace {
+
+// Linux's own limit on symbolic links followed in one lookup.
+constexpr int kMaxSymlinks = 40;
+
+#ifdef O_PATH
+// Directories on the walk are only passed through: search permission suffices.
+constexpr int kDirFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+#else
+constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+#endif
+// O_NONBLOCK so that a FIFO in the tree cannot hold the call up.
+constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+class Fd {
+ public:
+  Fd() = default;
+  explicit Fd(int fd) noexcept : fd_(fd) {}
+  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Fd& operator=(Fd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  [[nodiscard]] int get() const noexcept { return fd_; }
+
+ private:
+  int fd_ = -1;
+};
+
+// An absolute, resolved path, or the errno that stopped its resolution.
+struct Resolved {
+  std::string path;
+  int error = 0;
+};
+
+// Pushes the components of `path` onto `pending` so that the first comes off
+// the back first.
+void push_components(std::vector<std::string>& pending, std::string_view path) {
+  std::size_t end = path.size();
+  while (end > 0) {
+    const std::size_t slash = path.rfind('/', end - 1);
+    const std::size_t begin = slash == std::string_view::npos ? 0 : slash + 1;
+    if (begin < end) pending.emplace_back(path.substr(begin, end - begin));
+    if (slash == std::string_view::npos) break;
+    end = slash;
+  }
+}
+
+int read_link(const std::string& path, std::size_t size_hint, std::string& target) {
+  std::size_t size = size_hint + 1;
+  for (;;) {
+    target.resize(size);
+    const ssize_t n = ::readlink(path.c_str(), target.data(), size);
+    if (n < 0) return errno;
+    if (static_cast<std::size_t>(n) < size) {
+      target.resize(static_cast<std::size_t>(n));
+      return 0;
+    }
+    size *= 2;
+  }
+}
+
+// Resolves `path` against `start` (an absolute path without symbolic links,
+// "/" for an absolute `path`): each existing component has its links
+// followed, `..` takes the resolved prefix up one level, and components that
+// do not exist stay as written.
+Resolved resolve(std::string start, std::string_view path) {
+  if (start == "/") start.clear();  // the resolved prefix is kept without a trailing slash
+  std::vector<std::string> pending;
+  push_components(pending, path);
+  int links = 0;
+  std::string link;
+  while (!pending.empty()) {
+    std::string name = std::move(pending.back());
+    pending.pop_back();
+    if (name == ".") continue;
+    if (name == "..") {
+      start.erase(std::min(start.rfind('/'), start.size()));
+      continue;
+    }
+    std::string next = start + '/' + name;
+    struct stat st {};
+    if (::lstat(next.c_str(), &st) != 0) {
+      if (errno != ENOENT && errno != ENOTDIR) return {{}, errno};
+      start = std::move(next);  // does not exist: kept as written
+      continue;
+    }
+    if (!S_ISLNK(st.st_mode)) {
+      start = std::move(next);
+      continue;
+    }
+    if (++links > kMaxSymlinks) return {{}, ELOOP};
+    if (const int error = read_link(next, static_cast<std::size_t>(st.st_size), link); error != 0) {
+      return {{}, error};
+    }
+    if (link.starts_with('/')) start.clear();
+    push_components(pending, link);
+  }
+  if (start.empty()) start = "/";
+  return {std::move(start), 0};
+}
+
+// Whether `target` is `base` or below it, comparing whole components.
+bool is_within(std::string_view target, std::string_view base) {
+  if (base == "/") return true;
+  return target.starts_with(base) && (target.size() == base.size() || target[base.size()] == '/');
+}
+
+// Opens `target` (resolved, within `base`) from `base_fd` without following
+// any symbolic link. Returns the errno of a failure.
+int open_within(int base_fd, std::string_view base, std::string_view target, Fd& file) {
+  std::vector<std::string> names;
+  push_components(names, target.substr(base == "/" ? 0 : base.size()));
+  if (names.empty()) names.emplace_back(".");  // the root itself
+  Fd dir;
+  int at = base_fd;
+  while (names.size() > 1) {
+    Fd next(::openat(at, names.back().c_str(), kDirFlags));
+    if (next.get() < 0) return errno;
+    dir = std::move(next);
+    at = dir.get();
+    names.pop_back();
+  }
+  Fd opened(::openat(at, names.back().c_str(), kFileFlags));
+  if (opened.get() < 0) return errno;
+  file = std::move(opened);
+  return 0;
+}
+
+int read_all(int fd, std::string& bytes) {
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+    bytes.reserve(static_cast<std::size_t>(st.st_size));
+  }
+  char buffer[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n == 0) return 0;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return errno;
+    }
+    bytes.append(buffer, static_cast<std::size_t>(n));
+  }
+}
+
+// The byte length of the line boundary at `i`, or 0. Scanning the raw bytes
+// is exact: every boundary is an ASCII byte or a sequence that opens with a
+// lead byte (C2 85, E2 80 A8, E2 80 A9), and a decoder never takes such bytes
+// into an ill-formed sequence before them.
+std::size_t boundary_at(std::string_view s, std::size_t i) noexcept {
+  const auto at = [&](std::size_t k) { return k < s.size() ? static_cast<unsigned char>(s[k]) : 0u; };
+  switch (at(i)) {
+    case '\r':
+      return at(i + 1) == '\n' ? 2 : 1;
+    case '\n':
+    case '\v':
+    case '\f':
+    case 0x1C:
+    case 0x1D:
+    case 0x1E:
+      return 1;
+    case 0xC2:
+      return at(i + 1) == 0x85 ? 2 : 0;
+    case 0xE2:
+      return at(i + 1) == 0x80 && (at(i + 2) == 0xA8 || at(i + 2) == 0xA9) ? 3 : 0;
+    default:
+      return 0;
+  }
+}
+
+// The first `limit` lines of `text` (fewer when it has fewer), without their
+// boundaries. A boundary at the very end starts no further line.
+std::vector<std::string_view> split_lines(std::string_view text, std::size_t limit) {
+  std::vector<std::string_view> lines;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < text.size() && lines.size() < limit;) {
+    if (const std::size_t len = boundary_at(text, i); len != 0) {
+      lines.push_back(text.substr(start, i - start));
+      i += len;
+      start = i;
+    } else {
+      ++i;
+    }
+  }
+  if (lines.size() < limit && start < text.size()) lines.push_back(text.substr(start));
+  return lines;
+}
+
+// `bytes` as UTF-8, each maximal ill-formed subpart replaced by U+FFFD.
+std::string decoded(std::string_view bytes) {
+  if (detail::first_ill_formed(bytes) == std::string_view::npos) return std::string(bytes);
+  std::string out;
+  out.reserve(bytes.size() + 8);
+  for (std::size_t i = 0; i < bytes.size();) {
+    const detail::Decoded d = detail::decode_at(bytes, i);
+    if (d.ok) {
+      out.append(bytes.substr(i, d.len));
+    } else {
+      out.append("\uFFFD");
+    }
+    i += d.len;
+  }
+  return out;
+}
+
+// strerror_r comes in two flavours: the GNU one returns the text, the POSIX
+// one fills the buffer and returns 0. strerror itself is not thread-safe.
+[[maybe_unused]] std::string error_text(const char* text, const char* /*buffer*/) { return text; }
+[[maybe_unused]] std::string error_text(int result, const char* buffer) {
+  return result == 0 ? buffer : "Unknown error";
+}
+
+std::string describe(int error) {
+  char buffer[256] = {};
+  return error_text(::strerror_r(error, buffer, sizeof buffer), buffer);
+}
+
+void log_not_read(std::string_view path, int error) {
+  std::string message = "code_lines: ";
+  message.append(path).append(" is not read (").append(describe(error)).append(")");
+  detail::log(LogLevel::info, message);
+}
+
+// The root, resolved, and a descriptor of it opened on first use.
+class Root {
+ public:
+  explicit Root(const std::filesystem::path& root) {
+    const std::string& text = root.native();
+    if (text.find('\0') != std::string::npos) {
+      error_ = EINVAL;
+      return;
+    }
+    std::string start = "/";
+    if (!root.is_absolute()) {
+      const std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
+      if (!cwd) {
+        error_ = errno;
+        return;
+      }
+      start = cwd.get();
+    }
+    Resolved base = resolve(start, text);
+    path_ = std::move(base.path);
+    error_ = base.error;
+  }
+
+  // The errno that stopped the root's resolution, or 0.
+  [[nodiscard]] int error() const noexcept { return error_; }
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+  // A descriptor of the root, or -1 with `error` set. The root is the
+  // host's own choice, so a link there is followed.
+  int fd(int& error) {
+    if (!opened_) {
+      opened_ = true;
+      fd_ = Fd(::open(path_.c_str(), kDirFlags & ~O_NOFOLLOW));
+      fd_error_ = fd_.get() < 0 ? errno : 0;
+    }
+    error = fd_error_;
+    return fd_.get();
+  }
+
+ private:
+  std::string path_;
+  int error_ = 0;
+  bool opened_ = false;
+  Fd fd_;
+  int fd_error_ = 0;
+};
+
+struct Group {
+  std::string_view path;
+  std::set<std::int64_t> lines;
+};
+
+std::vector<Group> group_by_path(std::span<const Place> places) {
+  std::vector<Group> groups;
+  std::unordered_map<std::string_view, std::size_t> index;
+  for (const Place& place : places) {
+    const auto [it, added] = index.try_emplace(place.path, groups.size());
+    if (added) groups.push_back({place.path, {}});
+    groups[it->second].lines.insert(place.line);
+  }
+  return groups;
+}
+
+enum class Outcome : std::uint8_t { read, outside, failed };
+
+// Reads the file at `path` (as passed) under `root` into `bytes`. A failure
+// to resolve, open or read sets `error` to its errno.
+Outcome read_file(Root& root, std::string_view path, std::string& bytes, int& error) {
+  // A C path would end at the NUL and name another file.
+  error = path.find('\0') != std::string_view::npos ? EINVAL : root.error();
+  if (error != 0) return Outcome::failed;
+  const Resolved target = resolve(path.starts_with('/') ? std::string("/") : root.path(), path);
+  error = target.error;
+  if (error != 0) return Outcome::failed;
+  if (!is_within(target.path, root.path())) return Outcome::outside;
+  const int base_fd = root.fd(error);
+  if (base_fd < 0) return Outcome::failed;
+  Fd file;
+  error = open_within(base_fd, root.path(), target.path, file);
+  if (error == 0) error = read_all(file.get(), bytes);
+  return error == 0 ? Outcome::read : Outcome::failed;
+}
+
+}  // namespace
+
+std::optional<std::string_view> CodeLines::find(std::string_view path, std::int64_t line) const& {
+  const auto it = index_.find(path);
+  if (it == index_.end()) return std::nullopt;
+  const std::vector<Line>& lines = files_[it->second].lines;
+  const auto found =
+      std::lower_bound(lines.begin(), lines.end(), line, [](const Line& l, std::int64_t n) { return l.line < n; });
+  if (found == lines.end() || found->line != line) return std::nullopt;
+  return found->text;
+}
+
+void CodeLines::add(std::string path, std::vector<Line> lines) {
+  size_ += lines.size();
+  index_.emplace(path, files_.size());
+  files_.push_back({std::move(path), std::move(lines)});
+}
+
+CodeLines code_lines(const std::optional<std::filesystem::path>& root, std::span<const Place> places) {
+  CodeLines found;
+  if (!root) return found;
+  Root base(*root);
+  std::string bytes;
+  for (const Group& group : group_by_path(places)) {
+    bytes.clear();
+    int error = 0;
+    const Outcome outcome = read_file(base, group.path, bytes, error);
+    if (outcome == Outcome::failed) log_not_read(group.path, error);
+    if (outcome != Outcome::read) continue;
+    const std::int64_t last = *group.lines.rbegin();
+    if (last < 1) continue;
+    const std::vector<std::string_view> lines = split_lines(bytes, static_cast<std::size_t>(last));
+    std::vector<CodeLines::Line> texts;
+    for (auto it = group.lines.lower_bound(1); it != group.lines.end(); ++it) {
+      if (static_cast<std::uint64_t>(*it) > lines.size()) break;
+      // A line decodes alone as it would within the file: ill-formed
+      // sequences never reach across a boundary.
+      const std::string text = decoded(lines[static_cast<std::size_t>(*it - 1)]);
+      texts.push_back({*it, detail::cut(detail::strip(text), CODE_LINE_CHARS)});
+    }
+    if (!texts.empty()) found.add(std::string(group.path), std::move(texts));
+  }
+  return found;
+}
+
+}  // namespace kestrune::mcp_responses

@@ -1,0 +1,292 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kestrune/mcp_responses/encoding.hpp"
+#include "kestrune/mcp_responses/logging.hpp"
+
+namespace kestrune::mcp_responses_test {
+namespace {
+
+namespace fs = std::filesystem;
+namespace mr = mcp_responses;
+using mr::Place;
+
+// A fresh directory holding `repo` (the root), a sibling `repo2` whose name
+// begins with the root's, and `outside` with a file that must never be read.
+// Log records are captured for the length of each test.
+class code_lines : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string tmpl = (fs::temp_directory_path() / "kestrune-code-lines-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(tmpl.data()), nullptr);
+    dir_ = tmpl;
+    root_ = dir_ / "repo";
+    fs::create_directories(root_);
+    write("../repo2/x.txt", "sibling\n");
+    write("../outside/secret.txt", "SECRET\n");
+    mr::set_log_sink([this](std::string_view logger, mr::LogLevel level, std::string_view message) {
+      const std::scoped_lock lock(mutex_);
+      EXPECT_EQ(logger, "kestrune.mcp_responses");
+      EXPECT_EQ(level, mr::LogLevel::info);
+      logs_.emplace_back(message);
+    });
+  }
+  void TearDown() override {
+    mr::reset_log_sink();
+    fs::remove_all(dir_);
+  }
+
+  // Writes `bytes` to `path` below the root, creating its directories.
+  void write(const std::string& path, std::string_view bytes) const {
+    const fs::path file = root_ / path;
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
+  void link(const std::string& path, const fs::path& target) const { fs::create_symlink(target, root_ / path); }
+
+  mr::CodeLines lines(const std::vector<Place>& places) const { return mr::code_lines(root_, places); }
+  std::optional<std::string> line(std::string_view path, std::int64_t n) const {
+    const std::vector<Place> places{{path, n}};
+    const mr::CodeLines found = lines(places);
+    const auto text = found.find(path, n);
+    return text ? std::optional<std::string>(*text) : std::nullopt;
+  }
+  std::vector<std::string> logs() {
+    const std::scoped_lock lock(mutex_);
+    return std::exchange(logs_, {});
+  }
+
+  fs::path dir_;
+  fs::path root_;
+  std::mutex mutex_;
+  std::vector<std::string> logs_;
+};
+
+std::string not_read(std::string_view path, std::string_view why) {
+  return "code_lines: " + std::string(path) + " is not read (" + std::string(why) + ")";
+}
+
+TEST_F(code_lines, splits_decodes_strips_and_cuts_lines) {
+  const std::string long_line(250, 'x');
+  const struct {
+    std::string_view bytes;
+    std::int64_t line;
+    std::optional<std::string> text;
+  } cases[] = {
+      {"a\r\nb\r\n", 1, "a"},
+      {"a\r\nb\r\n", 2, "b"},
+      {"a\r\nb\r\n", 3, std::nullopt},
+      {"a\r\r\nb", 3, "b"},
+      {"one\ftwo\u2028three\n", 2, "two"},
+      {"one\ftwo\u2028three\n", 3, "three"},
+      {"1\n2\r3\v4\f5\x1c"
+       "6\x1d"
+       "7\x1e"
+       "8\u00859\u2028A\u2029B",
+       11, "B"},
+      {"1\n2\r3\v4\f5\x1c"
+       "6\x1d"
+       "7\x1e"
+       "8\u00859\u2028A\u2029B",
+       8, "8"},
+      {"a\x1f"
+       "b\n",
+       1,
+       "a\x1f"
+       "b"},  // U+001F is whitespace but ends no line
+      {"\xEF\xBB\xBFimport os\n", 1, "\uFEFFimport os"},
+      {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64", 1, "a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"},
+      {"\xE2\x80\n\xE2\x80\xA8z", 3, "z"},  // a broken U+2028 ends no line
+      {"a\n\nb", 2, ""},
+      {"a\n\nb", 3, "b"},
+      {" \t\u3000 \n", 1, ""},
+      {"    return x;  \r\n", 1, "return x;"},
+      {long_line, 1, std::string(199, 'x') + "\u2026"},
+      {"a\n", 1, "a"},
+      {"a\n", 2, std::nullopt},
+      {"a\nlast", 2, "last"},
+      {"", 1, std::nullopt},
+      {"a\n", 0, std::nullopt},
+      {"a\n", -1, std::nullopt},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    const std::string path = "f" + std::to_string(n++) + ".txt";
+    write(path, c.bytes);
+    EXPECT_EQ(line(path, c.line), c.text) << path << " line " << c.line;
+  }
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
+TEST_F(code_lines, groups_places_by_exact_path_text) {
+  write("docs/a.txt", "first\nsecond\n");
+  write("b.txt", "b1\n");
+  const std::vector<Place> places{{"b.txt", 1},      {"docs/a.txt", 2}, {"./docs/a.txt", 1}, {"docs/a.txt", 2},
+                                  {"docs/a.txt", 1}, {"missing", 1},    {"missing", 2},      {"b.txt", 9}};
+  const mr::CodeLines found = lines(places);
+  EXPECT_EQ(found.size(), 4u);
+  EXPECT_EQ(found.find("docs/a.txt", 1), "first");
+  EXPECT_EQ(found.find("docs/a.txt", 2), "second");
+  EXPECT_EQ(found.find("./docs/a.txt", 1), "first");
+  EXPECT_EQ(found.find("./docs/a.txt", 2), std::nullopt);
+  EXPECT_EQ(found.find("b.txt", 9), std::nullopt);
+  std::vector<std::string> order;
+  for (const auto& file : found.files()) {
+    order.push_back(file.path);
+    for (const auto& l : file.lines) order.push_back(std::to_string(l.line));
+  }
+  EXPECT_EQ(order, (std::vector<std::string>{"b.txt", "1", "docs/a.txt", "1", "2", "./docs/a.txt", "1"}));
+  EXPECT_EQ(logs(), std::vector<std::string>{not_read("missing", "No such file or directory")});  // read once
+}
+
+TEST_F(code_lines, null_root_reads_nothing) {
+  const std::vector<Place> places{{"missing", 1}};
+  EXPECT_TRUE(mr::code_lines(std::nullopt, places).empty());
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
+TEST_F(code_lines, logs_files_that_cannot_be_read) {
+  write("dir/file.txt", "x\n");
+  link("loop1", "loop2");
+  link("loop2", "loop1");
+  const std::string nul("a\0b", 3);
+  const std::string long_name(300, 'n');
+  const std::vector<Place> places{{"missing.txt", 1}, {"dir", 1}, {"", 1},        {"dir/file.txt/x", 1}, {"loop1", 1},
+                                  {"loop2/x.txt", 1}, {nul, 1},   {long_name, 1}, {"dir/file.txt", 1}};
+  const mr::CodeLines found = lines(places);
+  EXPECT_EQ(found.size(), 1u);  // the readable file goes on after the others
+  EXPECT_EQ(found.find("dir/file.txt", 1), "x");
+  EXPECT_EQ(logs(), (std::vector<std::string>{
+                        not_read("missing.txt", "No such file or directory"),
+                        not_read("dir", "Is a directory"),
+                        not_read("", "Is a directory"),
+                        not_read("dir/file.txt/x", "Not a directory"),
+                        not_read("loop1", "Too many levels of symbolic links"),
+                        not_read("loop2/x.txt", "Too many levels of symbolic links"),
+                        not_read(nul, "Invalid argument"),
+                        not_read(long_name, "File name too long"),
+                    }));
+}
+
+TEST_F(code_lines, paths_that_leave_the_root_give_nothing_and_log_nothing) {
+  const fs::path secret = dir_ / "outside" / "secret.txt";
+  write("sub/deeper/in.txt", "in\n");
+  link("out_file", secret);
+  link("out_rel", "../outside/secret.txt");
+  link("sub/deeper/out_dir", dir_ / "outside");
+  link("sub/up", "../../outside");
+  link("sub/hop", "deeper/out_dir");  // a link to a link that leaves
+  link("to_sibling", "../repo2");
+  const std::string escapes[] = {
+      "../outside/secret.txt",
+      secret.string(),
+      "../repo2/x.txt",
+      (dir_ / "repo2" / "x.txt").string(),
+      "to_sibling/x.txt",
+      "out_file",
+      "out_rel",
+      "sub/deeper/out_dir/secret.txt",
+      "sub/up/secret.txt",
+      "sub/hop/secret.txt",
+      "missing/../out_file",
+      "sub/deeper/out_dir/../outside/secret.txt",
+      "sub/deeper/../../../outside/secret.txt",
+      "..",
+      "/",
+  };
+  std::vector<Place> places;
+  for (const auto& path : escapes) places.push_back({path, 1});
+  EXPECT_TRUE(lines(places).empty());
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
+TEST_F(code_lines, paths_that_stay_inside_are_read) {
+  write("a.txt", "alpha\n");
+  write("sub/b.txt", "beta\n");
+  link("sub/to_a", "../a.txt");
+  link("sub_link", "sub");
+  fs::create_directory_symlink(root_, dir_ / "repo_link");
+  const std::string inside[] = {
+      "../repo/a.txt", (root_ / "a.txt").string(), "sub/to_a", "sub_link/b.txt", "sub/../a.txt", "../repo_link/a.txt",
+  };
+  std::vector<Place> places;
+  for (const auto& path : inside) places.push_back({path, 1});
+  const fs::path cwd = fs::current_path();
+  fs::current_path(dir_);  // for the relative root
+  for (const fs::path& root : {root_, dir_ / "repo_link", dir_ / "repo" / "sub" / "..", fs::path("repo")}) {
+    const mr::CodeLines found = mr::code_lines(root, places);
+    EXPECT_EQ(found.size(), std::size(inside)) << root;
+    for (const auto& path : inside) {
+      EXPECT_EQ(found.find(path, 1), path.find("b.txt") != std::string::npos ? "beta" : "alpha") << path;
+    }
+  }
+  fs::current_path(cwd);
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
+TEST_F(code_lines, a_missing_root_logs_each_path) {
+  const std::vector<Place> places{{"a.txt", 1}, {"../outside/secret.txt", 1}};
+  EXPECT_TRUE(mr::code_lines(dir_ / "nowhere", places).empty());
+  EXPECT_EQ(logs(), std::vector<std::string>{not_read("a.txt", "No such file or directory")});
+}
+
+// A symbolic link swapped in between the check and the read: a thread keeps
+// exchanging a file and a directory of the tree with links that lead
+// outside. Whatever the timing, the outside file is never read.
+TEST_F(code_lines, a_link_swapped_in_never_leads_outside) {
+  write("f.txt", "inside\n");
+  write("d/secret.txt", "inside too\n");
+  link("evil_f", dir_ / "outside" / "secret.txt");
+  link("evil_d", dir_ / "outside");
+  const auto exchange = [&](const char* a, const char* b) {
+    return ::renameat2(AT_FDCWD, (root_ / a).c_str(), AT_FDCWD, (root_ / b).c_str(), RENAME_EXCHANGE) == 0;
+  };
+  if (!exchange("f.txt", "evil_f") || !exchange("f.txt", "evil_f")) GTEST_SKIP() << "no atomic exchange here";
+  std::atomic<bool> stop = false;
+  std::thread swapper([&] {
+    while (!stop) {
+      exchange("f.txt", "evil_f");
+      exchange("d", "evil_d");
+    }
+  });
+  const std::vector<Place> places{{"f.txt", 1}, {"d/secret.txt", 1}};
+  int read = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const mr::CodeLines found = lines(places);
+    for (const auto& file : found.files()) {
+      for (const auto& l : file.lines) {
+        EXPECT_NE(l.text, "SECRET") << file.path << " after " << i << " calls";
+        ++read;
+      }
+    }
+  }
+  stop = true;
+  swapper.join();
+  EXPECT_GT(read, 0);
+  logs();  // whatever failed mid-swap was logged; only what was read matters
+}
+
+TEST_F(code_lines, logs_to_standard_error_without_a_sink) {
+  mr::reset_log_sink();
+  const std::vector<Place> places{{"missing.txt", 1}, {"bad\nname\x7f", 1}};
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(lines(places).empty());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "INFO:kestrune.mcp_responses:code_lines: missing.txt is not read (No such file or directory)\n"
+            "INFO:kestrune.mcp_responses:code_lines: bad\\x0aname\\x7f is not read (No such file or directory)\n");
+}
+
+}  // namespace
+}  // namespace kestrune::mcp_responses_test
