@@ -117,7 +117,9 @@ Resolved resolve(std::string start, std::string_view path) {
       start.erase(std::min(start.rfind('/'), start.size()));
       continue;
     }
-    std::string next = start + '/' + name;
+    std::string next = start;
+    next += '/';
+    next += name;
     struct stat st {};
     if (::lstat(next.c_str(), &st) != 0) {
       if (errno != ENOENT && errno != ENOTDIR) return {{}, errno};

@@ -1,9 +1,11 @@
 // Shortest round-trip digits come from std::to_chars; the layout is ours.
 #include "double_text.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 
 namespace kestrune::mcp_responses::detail {
 
@@ -14,10 +16,10 @@ namespace {
 constexpr int kPlainMinPoint = -3;
 constexpr int kPlainMaxPoint = 16;
 
-std::size_t copy(char* out, const char* text) noexcept {
-  const std::size_t n = std::strlen(text);
-  std::memcpy(out, text, n);
-  return n;
+// Writes `text` without a terminator: callers use the returned length.
+std::size_t copy(char* out, std::string_view text) noexcept {
+  std::copy(text.begin(), text.end(), out);
+  return text.size();
 }
 
 }  // namespace

@@ -223,7 +223,7 @@ bool locate_ill_formed(const ResponseValue& v, std::string& where, std::size_t& 
     for (const auto& [key, value] : v.as_dict()) {
       byte = detail::first_ill_formed(key);
       if (byte != std::string_view::npos) {
-        where = "key #" + std::to_string(index) + " of " + where;
+        where.insert(0, "key #" + std::to_string(index) + " of ");
         return true;
       }
       const std::size_t mark = where.size();
