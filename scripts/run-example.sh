@@ -3,6 +3,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh core
-cmake --preset release >/dev/null
-cmake --build --preset release -j"$(nproc)" --target mcp-responses >/dev/null
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+{ cmake --preset release && cmake --build --preset release -j"$(nproc)" --target mcp-responses; } >"$log" 2>&1 ||
+  { cat "$log" >&2; exit 1; }
 build/release/tools/mcp-responses examples/session.jsonl

@@ -104,7 +104,7 @@ TEST(serve, an_overlong_line_is_refused_and_the_next_is_served) {
   std::istringstream in(std::move(input));
   std::ostringstream out;
   EXPECT_FALSE(serve(in, out));
-  EXPECT_EQ(out.str(), "{\"error\":\"request line longer than 67108864 bytes\"}\n1\n");
+  EXPECT_EQ(out.str(), "{\"error\":\"request line longer than 16777216 bytes\"}\n1\n");
 }
 
 }  // namespace

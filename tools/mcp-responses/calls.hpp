@@ -2,6 +2,7 @@
 // file; adding a call is one entry in that file's table.
 #pragma once
 
+#include <array>
 #include <span>
 #include <string_view>
 
@@ -20,6 +21,9 @@ struct Call {
 [[nodiscard]] std::span<const Call> encoding_calls();  // encoding, text shaping, code lines
 [[nodiscard]] std::span<const Call> index_calls();     // code-index builders
 [[nodiscard]] std::span<const Call> wiki_calls();      // wiki builders
+
+/// call_tables: every table, in the order --help lists them.
+[[nodiscard]] std::array<std::span<const Call>, 3> call_tables();
 
 /// find_call: the call named `name`, or nullptr.
 [[nodiscard]] const Call* find_call(std::string_view name);

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <string_view>
 
+#include "calls.hpp"
 #include "server.hpp"
 
 namespace {
@@ -32,13 +33,27 @@ distinction (3 is an integer, 3.0 a double) and reads NaN, Infinity and
 given an integer takes its value.
 
 A request that is not JSON (including ill-formed UTF-8 and lone surrogate
-escapes), is nested deeper than 256 levels, is longer than 64 MiB, names an
+escapes), is nested deeper than 256 levels, is longer than 16 MiB, names an
 unknown call or argument, lacks a required argument or has one of the wrong
 kind is answered {"error":"..."}, and the next line is served.
 
 Exit status: 0 when every request succeeded, 1 when any failed, 2 when an
 input cannot be read.
+
+Calls:
 )";
+
+void print_help() {
+  std::cout << kHelp;
+  for (const auto table : kestrune::tool::call_tables()) {
+    std::string_view separator = "  ";
+    for (const auto& call : table) {
+      std::cout << separator << call.name;
+      separator = ", ";
+    }
+    std::cout << '\n';
+  }
+}
 
 }  // namespace
 
@@ -52,7 +67,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     if (arg == "--help" || arg == "-h") {
-      std::cout << kHelp;
+      print_help();
       return 0;
     }
   }

@@ -12,8 +12,10 @@ namespace kestrune::tool {
 
 namespace mr = mcp_responses;
 
+std::array<std::span<const Call>, 3> call_tables() { return {encoding_calls(), index_calls(), wiki_calls()}; }
+
 const Call* find_call(std::string_view name) {
-  for (const auto table : {encoding_calls(), index_calls(), wiki_calls()}) {
+  for (const auto table : call_tables()) {
     const auto it = std::find_if(table.begin(), table.end(), [name](const Call& c) { return c.name == name; });
     if (it != table.end()) return &*it;
   }

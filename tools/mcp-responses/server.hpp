@@ -10,7 +10,7 @@
 namespace kestrune::tool {
 
 /// Longest request line that is read; a longer one is answered with an error.
-inline constexpr std::size_t kMaxLineBytes = std::size_t{64} << 20;
+inline constexpr std::size_t kMaxLineBytes = std::size_t{16} << 20;
 
 /// Answer: the answer line (without its line break) and whether it succeeded.
 struct Answer {
