@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets with libFuzzer (clang, ASan+UBSan), replays each
+# seed corpus, then fuzzes each target for FUZZ_SECONDS (default 60). A crash
+# or a failed property fails the run; the input is left in build/fuzz/crashes.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${FUZZ_SECONDS:-60}
+
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j"$(nproc)"
+mkdir -p build/fuzz/crashes
+for target in encoder text request ask; do
+  bin=build/fuzz/fuzz/fuzz_$target
+  corpus=fuzz/corpus/$target
+  work=build/fuzz/work/$target
+  mkdir -p "$work"
+  echo "== fuzz $target: replay $(ls "$corpus" | wc -l) seeds, then ${seconds}s"
+  "$bin" -runs=0 "$corpus" 2>&1 | tail -n 1
+  "$bin" -max_total_time="$seconds" -max_len=4096 -timeout=10 -rss_limit_mb=2048 \
+         -artifact_prefix=build/fuzz/crashes/"$target"- -print_final_stats=1 "$work" "$corpus" 2>&1 |
+    grep -E '^(stat::number_of_executed_units|stat::peak_rss_mb|==|SUMMARY|.*property failed)' || true
+  if ls build/fuzz/crashes/"$target"-* >/dev/null 2>&1; then
+    echo "fuzz $target found a failing input:" build/fuzz/crashes/"$target"-* >&2
+    exit 1
+  fi
+done
