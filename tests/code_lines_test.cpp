@@ -133,6 +133,32 @@ TEST_F(code_lines, splits_decodes_strips_and_cuts_lines) {
   EXPECT_EQ(logs(), std::vector<std::string>{});
 }
 
+// Lines far longer than a read, whose text starts or ends megabytes in, and
+// boundaries that straddle the reader's pieces.
+TEST_F(code_lines, reads_lines_of_any_length) {
+  std::string bytes(65535, 'a');
+  bytes += "\r\n";                                   // CR and LF on either side of 64 KiB
+  bytes += std::string(131071 - bytes.size(), 'b');  // U+2028 across 128 KiB
+  bytes += "\u2028c\n";
+  bytes += std::string(2 << 20, ' ') + "\t text \t" + std::string(1 << 20, ' ') + '\n';
+  bytes += std::string(1 << 20, '\t') + std::string(199, 'x') + std::string(1 << 20, ' ') + "y\n";
+  bytes += std::string(200, 'x') + std::string(1 << 20, ' ') + "\r\n";
+  bytes += "last";
+  write("big.txt", bytes);
+  const std::vector<Place> places{{"big.txt", 1}, {"big.txt", 2}, {"big.txt", 3}, {"big.txt", 4},
+                                  {"big.txt", 5}, {"big.txt", 6}, {"big.txt", 7}, {"big.txt", 8}};
+  const mr::CodeLines found = lines(places);
+  EXPECT_EQ(found.size(), 7u);
+  EXPECT_EQ(found.find("big.txt", 1), std::string(199, 'a') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 2), std::string(199, 'b') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 3), "c");
+  EXPECT_EQ(found.find("big.txt", 4), "text");
+  EXPECT_EQ(found.find("big.txt", 5), std::string(199, 'x') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 6), std::string(200, 'x'));
+  EXPECT_EQ(found.find("big.txt", 7), "last");
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
 TEST_F(code_lines, groups_places_by_exact_path_text) {
   write("docs/a.txt", "first\nsecond\n");
   write("b.txt", "b1\n");
