@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-#include "kestrune/mcp_responses/detail/utf8.hpp"
+#include "kestrune/mcp_responses/detail/line_scanner.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "logger.hpp"
 
@@ -45,6 +45,9 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 #endif
 // O_NONBLOCK so that a FIFO in the tree cannot hold the call up.
 constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+// Files are read in pieces of this size: memory does not grow with a file.
+constexpr std::size_t kChunkBytes = 65536;
 
 class Fd {
  public:
@@ -168,12 +171,11 @@ int open_within(int base_fd, std::string_view base, std::string_view target, Fd&
   return 0;
 }
 
-int read_all(int fd, std::string& bytes) {
-  struct stat st {};
-  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
-    bytes.reserve(static_cast<std::size_t>(st.st_size));
-  }
-  char buffer[65536];
+// Reads the open file `fd` through `scanner`. The file is read to its end
+// even once the scanner is done, so that an error anywhere in it is seen.
+// Returns the errno of a failure.
+int scan_file(int fd, detail::LineScanner& scanner) {
+  char buffer[kChunkBytes];
   for (;;) {
     const ssize_t n = ::read(fd, buffer, sizeof buffer);
     if (n == 0) return 0;
@@ -181,68 +183,8 @@ int read_all(int fd, std::string& bytes) {
       if (errno == EINTR) continue;
       return errno;
     }
-    bytes.append(buffer, static_cast<std::size_t>(n));
+    scanner.feed(std::string_view(buffer, static_cast<std::size_t>(n)));
   }
-}
-
-// The byte length of the line boundary at `i`, or 0. Scanning the raw bytes
-// is exact: every boundary is an ASCII byte or a sequence that opens with a
-// lead byte (C2 85, E2 80 A8, E2 80 A9), and a decoder never takes such bytes
-// into an ill-formed sequence before them.
-std::size_t boundary_at(std::string_view s, std::size_t i) noexcept {
-  const auto at = [&](std::size_t k) { return k < s.size() ? static_cast<unsigned char>(s[k]) : 0u; };
-  switch (at(i)) {
-    case '\r':
-      return at(i + 1) == '\n' ? 2 : 1;
-    case '\n':
-    case '\v':
-    case '\f':
-    case 0x1C:
-    case 0x1D:
-    case 0x1E:
-      return 1;
-    case 0xC2:
-      return at(i + 1) == 0x85 ? 2 : 0;
-    case 0xE2:
-      return at(i + 1) == 0x80 && (at(i + 2) == 0xA8 || at(i + 2) == 0xA9) ? 3 : 0;
-    default:
-      return 0;
-  }
-}
-
-// The first `limit` lines of `text` (fewer when it has fewer), without their
-// boundaries. A boundary at the very end starts no further line.
-std::vector<std::string_view> split_lines(std::string_view text, std::size_t limit) {
-  std::vector<std::string_view> lines;
-  std::size_t start = 0;
-  for (std::size_t i = 0; i < text.size() && lines.size() < limit;) {
-    if (const std::size_t len = boundary_at(text, i); len != 0) {
-      lines.push_back(text.substr(start, i - start));
-      i += len;
-      start = i;
-    } else {
-      ++i;
-    }
-  }
-  if (lines.size() < limit && start < text.size()) lines.push_back(text.substr(start));
-  return lines;
-}
-
-// `bytes` as UTF-8, each maximal ill-formed subpart replaced by U+FFFD.
-std::string decoded(std::string_view bytes) {
-  if (detail::first_ill_formed(bytes) == std::string_view::npos) return std::string(bytes);
-  std::string out;
-  out.reserve(bytes.size() + 8);
-  for (std::size_t i = 0; i < bytes.size();) {
-    const detail::Decoded d = detail::decode_at(bytes, i);
-    if (d.ok) {
-      out.append(bytes.substr(i, d.len));
-    } else {
-      out.append("\uFFFD");
-    }
-    i += d.len;
-  }
-  return out;
 }
 
 // strerror_r comes in two flavours: the GNU one returns the text, the POSIX
@@ -328,9 +270,9 @@ std::vector<Group> group_by_path(std::span<const Place> places) {
 
 enum class Outcome : std::uint8_t { read, outside, failed };
 
-// Reads the file at `path` (as passed) under `root` into `bytes`. A failure
-// to resolve, open or read sets `error` to its errno.
-Outcome read_file(Root& root, std::string_view path, std::string& bytes, int& error) {
+// Reads the file at `path` (as passed) under `root` through `scanner`. A
+// failure to resolve, open or read sets `error` to its errno.
+Outcome read_file(Root& root, std::string_view path, detail::LineScanner& scanner, int& error) {
   // A C path would end at the NUL and name another file.
   error = path.find('\0') != std::string_view::npos ? EINVAL : root.error();
   if (error != 0) return Outcome::failed;
@@ -342,7 +284,7 @@ Outcome read_file(Root& root, std::string_view path, std::string& bytes, int& er
   if (base_fd < 0) return Outcome::failed;
   Fd file;
   error = open_within(base_fd, root.path(), target.path, file);
-  if (error == 0) error = read_all(file.get(), bytes);
+  if (error == 0) error = scan_file(file.get(), scanner);
   return error == 0 ? Outcome::read : Outcome::failed;
 }
 
@@ -368,24 +310,13 @@ CodeLines code_lines(const std::optional<std::filesystem::path>& root, std::span
   CodeLines found;
   if (!root) return found;
   Root base(*root);
-  std::string bytes;
   for (const Group& group : group_by_path(places)) {
-    bytes.clear();
+    detail::LineScanner scanner({group.lines.begin(), group.lines.end()});
     int error = 0;
-    const Outcome outcome = read_file(base, group.path, bytes, error);
+    const Outcome outcome = read_file(base, group.path, scanner, error);
     if (outcome == Outcome::failed) log_not_read(group.path, error);
     if (outcome != Outcome::read) continue;
-    const std::int64_t last = *group.lines.rbegin();
-    if (last < 1) continue;
-    const std::vector<std::string_view> lines = split_lines(bytes, static_cast<std::size_t>(last));
-    std::vector<CodeLines::Line> texts;
-    for (auto it = group.lines.lower_bound(1); it != group.lines.end(); ++it) {
-      if (static_cast<std::uint64_t>(*it) > lines.size()) break;
-      // A line decodes alone as it would within the file: ill-formed
-      // sequences never reach across a boundary.
-      const std::string text = decoded(lines[static_cast<std::size_t>(*it - 1)]);
-      texts.push_back({*it, detail::cut(detail::strip(text), CODE_LINE_CHARS)});
-    }
+    std::vector<CodeLines::Line> texts = scanner.finish();
     if (!texts.empty()) found.add(std::string(group.path), std::move(texts));
   }
   return found;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "kestrune/mcp_responses/detail/line_scanner.hpp"
+#include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/logging.hpp"
 
@@ -127,6 +130,32 @@ TEST_F(code_lines, splits_decodes_strips_and_cuts_lines) {
     write(path, c.bytes);
     EXPECT_EQ(line(path, c.line), c.text) << path << " line " << c.line;
   }
+  EXPECT_EQ(logs(), std::vector<std::string>{});
+}
+
+// Lines far longer than a read, whose text starts or ends megabytes in, and
+// boundaries that straddle the reader's pieces.
+TEST_F(code_lines, reads_lines_of_any_length) {
+  std::string bytes(65535, 'a');
+  bytes += "\r\n";                                   // CR and LF on either side of 64 KiB
+  bytes += std::string(131071 - bytes.size(), 'b');  // U+2028 across 128 KiB
+  bytes += "\u2028c\n";
+  bytes += std::string(2 << 20, ' ') + "\t text \t" + std::string(1 << 20, ' ') + '\n';
+  bytes += std::string(1 << 20, '\t') + std::string(199, 'x') + std::string(1 << 20, ' ') + "y\n";
+  bytes += std::string(200, 'x') + std::string(1 << 20, ' ') + "\r\n";
+  bytes += "last";
+  write("big.txt", bytes);
+  const std::vector<Place> places{{"big.txt", 1}, {"big.txt", 2}, {"big.txt", 3}, {"big.txt", 4},
+                                  {"big.txt", 5}, {"big.txt", 6}, {"big.txt", 7}, {"big.txt", 8}};
+  const mr::CodeLines found = lines(places);
+  EXPECT_EQ(found.size(), 7u);
+  EXPECT_EQ(found.find("big.txt", 1), std::string(199, 'a') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 2), std::string(199, 'b') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 3), "c");
+  EXPECT_EQ(found.find("big.txt", 4), "text");
+  EXPECT_EQ(found.find("big.txt", 5), std::string(199, 'x') + "\u2026");
+  EXPECT_EQ(found.find("big.txt", 6), std::string(200, 'x'));
+  EXPECT_EQ(found.find("big.txt", 7), "last");
   EXPECT_EQ(logs(), std::vector<std::string>{});
 }
 
@@ -286,6 +315,141 @@ TEST_F(code_lines, logs_to_standard_error_without_a_sink) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "INFO:kestrune.mcp_responses:code_lines: missing.txt is not read (No such file or directory)\n"
             "INFO:kestrune.mcp_responses:code_lines: bad\\x0aname\\x7f is not read (No such file or directory)\n");
+}
+
+// The lines of `bytes` as found from the whole text at once: decoded first,
+// then split on the decoded boundaries, then stripped and cut.
+std::vector<std::string> whole_text_lines(std::string_view bytes) {
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size();) {
+    const mr::detail::Decoded d = mr::detail::decode_at(bytes, i);
+    text.append(d.ok ? bytes.substr(i, d.len) : "\uFFFD");
+    i += d.len;
+  }
+  std::vector<std::string> lines;
+  std::string line;
+  for (std::size_t i = 0; i < text.size();) {
+    const mr::detail::Decoded d = mr::detail::decode_at(text, i);
+    const char32_t c = d.cp;
+    const std::string_view chars(text.data() + i, d.len);
+    i += d.len;
+    if ((c >= 0x0A && c <= 0x0D) || (c >= 0x1C && c <= 0x1E) || c == 0x85 || c == 0x2028 || c == 0x2029) {
+      if (c == '\r' && i < text.size() && text[i] == '\n') ++i;
+      lines.push_back(mr::detail::cut(mr::detail::strip(line), mr::CODE_LINE_CHARS));
+      line.clear();
+    } else {
+      line.append(chars);
+    }
+  }
+  if (!line.empty()) lines.push_back(mr::detail::cut(mr::detail::strip(line), mr::CODE_LINE_CHARS));
+  return lines;
+}
+
+// Feeds `bytes` to a scanner in pieces of `piece` bytes; the found lines as
+// "number:text".
+std::vector<std::string> scanned(std::string_view bytes, const std::vector<std::int64_t>& wanted, std::size_t piece) {
+  mr::detail::LineScanner scanner(wanted);
+  for (std::size_t i = 0; i < bytes.size(); i += piece) scanner.feed(bytes.substr(i, piece));
+  std::vector<std::string> found;
+  for (const auto& l : scanner.finish()) found.push_back(std::to_string(l.line) + ":" + l.text);
+  return found;
+}
+
+// Every input through pieces of 1 to 16 bytes and whole, for all lines, the
+// odd ones and the last: characters, ill-formed sequences, CR LF pairs and
+// long lines split at every place must give what the whole text gives.
+TEST(line_scanner, finds_what_the_whole_text_gives_in_pieces_of_any_size) {
+  std::vector<std::string> inputs = {
+      "",
+      "a\r\nb\r\n",
+      "a\r\r\nb\r",
+      "\r\n\r\n\n\r",
+      "1\n2\r3\v4\f5\x1c"
+      "6\x1d"
+      "7\x1e"
+      "8\u00859\u2028A\u2029B\x1f",
+      "\xEF\xBB\xBFimport os\n",
+      "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+      "\xE2\x80\n\xE2\x80\xA8z\xE2\xE2\x80\xA9y\xC2\xC2\x85x\x80\x85w\xC2",
+      "\xF0\x9F\x98\x80 \xED\xA0\x80 \xF4\x90\x80\x80 \xE0\x80\x80\n\xF0\x9F\x98",
+      std::string(3, ' ') + std::string(250, 'x') + "\r\n" + std::string(199, 'x') + "  \t y",
+      std::string(200, 'x') + " \t\u3000\n" + std::string(200, 'x') + " y\n" + std::string(199, 'x') + "\xFF\xFF ",
+      "\u3000\u00A0" + std::string(300, ' ') + "\xC3\xA9" + std::string(201 * 2, '\xA9') + "\n z ",
+  };
+  // Random texts from fragments that make boundaries, ill-formed sequences,
+  // whitespace and long lines likely.
+  const std::vector<std::string> fragments = {"a",
+                                              " ",
+                                              "\t",
+                                              "\r",
+                                              "\n",
+                                              "\r\n",
+                                              "\xC2",
+                                              "\x85",
+                                              "\xE2",
+                                              "\x80",
+                                              "\xA8",
+                                              "\u00A0",
+                                              "\u3000",
+                                              "\xF0\x9F\x98\x80",
+                                              "\xF0\x9F",
+                                              "\xED\xA0\x80",
+                                              "\v",
+                                              "\x1C",
+                                              "\x1F",
+                                              "\xFF",
+                                              std::string(90, 'w'),
+                                              std::string(90, ' ')};
+  std::uint64_t state = 42;
+  const auto next = [&](std::uint64_t n) {
+    state = state * 6364136223846793005u + 1442695040888963407u;
+    return (state >> 33) % n;
+  };
+  for (int k = 0; k < 300; ++k) {
+    std::string text;
+    for (std::uint64_t n = next(40); n > 0; --n) text += fragments[next(fragments.size())];
+    inputs.push_back(std::move(text));
+  }
+  for (const std::string& input : inputs) {
+    const std::vector<std::string> whole = whole_text_lines(input);
+    const auto count = static_cast<std::int64_t>(whole.size());
+    std::vector<std::int64_t> all{-1, 0};
+    std::vector<std::int64_t> odd;
+    std::vector<std::string> all_expected;
+    std::vector<std::string> odd_expected;
+    for (std::int64_t n = 1; n <= count + 1; ++n) {
+      all.push_back(n);
+      if (n % 2 == 1) odd.push_back(n);
+      if (n > count) continue;
+      const std::string line = std::to_string(n) + ":" + whole[static_cast<std::size_t>(n - 1)];
+      all_expected.push_back(line);
+      if (n % 2 == 1) odd_expected.push_back(line);
+    }
+    const std::vector<std::string> last_expected(all_expected.end() - (count > 0 ? 1 : 0), all_expected.end());
+    for (std::size_t piece = 1; piece <= 17; ++piece) {
+      const std::size_t size = piece == 17 ? input.size() + 1 : piece;
+      EXPECT_EQ(scanned(input, all, size), all_expected) << testing::PrintToString(input) << " in " << size;
+      EXPECT_EQ(scanned(input, odd, size), odd_expected) << testing::PrintToString(input) << " in " << size;
+      EXPECT_EQ(scanned(input, {count}, size), last_expected) << testing::PrintToString(input) << " in " << size;
+    }
+  }
+}
+
+// Once the last wanted line has ended, nothing later is looked at.
+TEST(line_scanner, is_done_when_the_last_wanted_line_ends) {
+  mr::detail::LineScanner scanner({2, 3});
+  scanner.feed("one\ntwo\nthree");
+  EXPECT_FALSE(scanner.done());  // line 3 may go on
+  scanner.feed("\r");
+  EXPECT_FALSE(scanner.done());  // an LF may follow
+  scanner.feed("\nfour\xE2");
+  EXPECT_TRUE(scanner.done());
+  scanner.feed("\x80\xA8");
+  const auto found = scanner.finish();
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[0].text, "two");
+  EXPECT_EQ(found[1].text, "three");
+  EXPECT_TRUE(mr::detail::LineScanner({}).done());
 }
 
 }  // namespace
