@@ -171,9 +171,13 @@ int open_within(int base_fd, std::string_view base, std::string_view target, Fd&
   return 0;
 }
 
-// Reads the open file `fd` through `scanner`. The file is read to its end
-// even once the scanner is done, so that an error anywhere in it is seen.
-// Returns the errno of a failure.
+// Reads the open file `fd` through `scanner`, in chunks, until the scanner
+// has settled every wanted line or the file ends: asking for line 10 of a
+// huge file reads one chunk. At least one read is always made, so that a
+// directory or an unreadable file fails as it would if read whole. The one
+// difference from reading the whole file: an I/O error past the last wanted
+// line goes unseen, and the lines found are kept. Returns the errno of a
+// failure.
 int scan_file(int fd, detail::LineScanner& scanner) {
   char buffer[kChunkBytes];
   for (;;) {
@@ -184,6 +188,7 @@ int scan_file(int fd, detail::LineScanner& scanner) {
       return errno;
     }
     scanner.feed(std::string_view(buffer, static_cast<std::size_t>(n)));
+    if (scanner.done()) return 0;
   }
 }
 
