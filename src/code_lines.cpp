@@ -140,7 +140,7 @@ Resolved resolve(std::string start, std::string_view path) {
     if (link.starts_with('/')) start.clear();
     push_components(pending, link);
   }
-  if (start.empty()) start = "/";
+  if (start.empty()) start.push_back('/');
   return {std::move(start), 0};
 }
 
