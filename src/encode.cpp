@@ -1,5 +1,7 @@
 // Compact MCP text: writing it, and counting its bytes without writing it.
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -7,6 +9,7 @@
 #include <system_error>
 
 #include "double_text.hpp"
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 
@@ -29,92 +32,172 @@ constexpr std::array<char, 256> kEscape = [] {
   return t;
 }();
 
-void append_string(std::string& out, std::string_view s) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out.push_back('"');
-  std::size_t run = 0;  // start of the bytes not yet written
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    const char e = kEscape[c];
-    if (e == 0) continue;
-    out.append(s.data() + run, i - run);
-    run = i + 1;
-    if (e == 'u') {
-      const char u[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xF]};
-      out.append(u, 6);
-    } else {
-      const char esc[2] = {'\\', e};
-      out.append(esc, 2);
-    }
+// Writes the compact text into a string through a raw pointer. The string is
+// kept larger than the text by at least kSlack bytes, so that a block store
+// of 16 bytes and a few punctuation marks never need a bounds check of their
+// own; every token checks for room before it writes.
+class Writer {
+ public:
+  explicit Writer(std::string& out, std::size_t expected) : out_(out), base_(out.size()) {
+    out_.resize(base_ + expected + kSlack);
+    p_ = out_.data() + base_;
+    limit_ = out_.data() + out_.size() - kSlack;
   }
-  out.append(s.data() + run, s.size() - run);
-  out.push_back('"');
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+  ~Writer() = default;
+
+  // finish: trims the string to the text written.
+  void finish() { out_.resize(static_cast<std::size_t>(p_ - out_.data())); }
+
+  void value(const ResponseValue& v);
+  void dict(const ResponseDict& d);
+  void list(const ResponseList& l);
+
+ private:
+  static constexpr std::size_t kSlack = 64;
+
+  // room: makes sure that `n` more bytes fit before the slack. A mark or two
+  // written without asking may already have run into the slack.
+  void room(std::size_t n) {
+    if (limit_ - p_ < static_cast<std::ptrdiff_t>(n)) [[unlikely]]
+      grow(n);
+  }
+
+  void grow(std::size_t n) {
+    const auto used = static_cast<std::size_t>(p_ - out_.data());
+    out_.resize(std::max(out_.size() * 2, used + n + kSlack));
+    p_ = out_.data() + used;
+    limit_ = out_.data() + out_.size() - kSlack;
+  }
+
+  void put(char c) { *p_++ = c; }
+  void put(const char* s, std::size_t n) {
+    std::memcpy(p_, s, n);
+    p_ += n;
+  }
+
+  void string(std::string_view s);
+  void escape(unsigned char c);
+
+  std::string& out_;
+  std::size_t base_;
+  char* p_ = nullptr;
+  char* limit_ = nullptr;
+};
+
+void Writer::escape(unsigned char c) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  const char e = kEscape[c];
+  p_[0] = '\\';
+  if (e == 'u') {
+    std::memcpy(p_ + 1, "u00", 3);
+    p_[4] = kHex[c >> 4];
+    p_[5] = kHex[c & 0xF];
+    p_ += 6;
+  } else {
+    p_[1] = e;
+    p_ += 2;
+  }
 }
 
-void append_integer(std::string& out, std::int64_t i) {
-  char buf[24];
-  const auto r = std::to_chars(buf, buf + sizeof buf, i);
-  out.append(buf, r.ptr);
+// Copies 16 bytes at a time, stopping only at bytes that need an escape.
+// Room for the text, its quotes and one mark after it is made up front; each
+// escape makes room for its extra bytes.
+void Writer::string(std::string_view s) {
+  room(s.size() + 3);
+  put('"');
+  const char* in = s.data();
+  std::size_t left = s.size();
+  while (left > 0) {
+    const detail::Block b = detail::load_block(in, left);
+    detail::store_block(p_, b);
+    const unsigned mask = detail::escape_mask(b);
+    if (mask == 0) {
+      const std::size_t step = std::min(left, detail::kBlock);
+      p_ += step;
+      in += step;
+      left -= step;
+      continue;
+    }
+    const auto k = static_cast<std::size_t>(std::countr_zero(mask));
+    p_ += k;
+    in += k;
+    left -= k;
+    room(left + 8);
+    escape(static_cast<unsigned char>(*in));
+    ++in;
+    --left;
+  }
+  put('"');
 }
 
-void append_value(std::string& out, const ResponseValue& v);
-
-void append_dict(std::string& out, const ResponseDict& d) {
-  out.push_back('{');
+void Writer::dict(const ResponseDict& d) {
+  room(2);
+  put('{');
   bool first = true;
   for (const auto& [key, value] : d) {
-    if (!first) out.push_back(',');
+    if (!first) put(',');
     first = false;
-    append_string(out, key);
-    out.push_back(':');
-    append_value(out, value);
+    string(key);
+    put(':');
+    this->value(value);
   }
-  out.push_back('}');
+  room(1);
+  put('}');
 }
 
-void append_list(std::string& out, const ResponseList& l) {
-  out.push_back('[');
+void Writer::list(const ResponseList& l) {
+  room(2);
+  put('[');
   bool first = true;
-  for (const auto& value : l) {
-    if (!first) out.push_back(',');
+  for (const auto& element : l) {
+    if (!first) put(',');
     first = false;
-    append_value(out, value);
+    value(element);
   }
-  out.push_back(']');
+  room(1);
+  put(']');
 }
 
-void append_value(std::string& out, const ResponseValue& v) {
+void Writer::value(const ResponseValue& v) {
   const auto& s = v.storage();
   switch (v.kind()) {
     case Kind::null:
-      out.append("null", 4);
+      room(4);
+      put("null", 4);
       return;
     case Kind::boolean:
+      room(5);
       if (*std::get_if<bool>(&s)) {
-        out.append("true", 4);
+        put("true", 4);
       } else {
-        out.append("false", 5);
+        put("false", 5);
       }
       return;
-    case Kind::integer:
-      append_integer(out, *std::get_if<std::int64_t>(&s));
-      return;
-    case Kind::number: {
-      char buf[detail::kDoubleTextMax];
-      out.append(buf, detail::format_double(*std::get_if<double>(&s), buf));
+    case Kind::integer: {
+      room(24);
+      p_ = std::to_chars(p_, p_ + 24, *std::get_if<std::int64_t>(&s)).ptr;
       return;
     }
+    case Kind::number:
+      room(detail::kDoubleTextMax);
+      p_ += detail::format_double(*std::get_if<double>(&s), p_);
+      return;
     case Kind::string:
-      append_string(out, *std::get_if<std::string>(&s));
+      string(*std::get_if<std::string>(&s));
       return;
     case Kind::list:
-      append_list(out, *std::get_if<ResponseList>(&s));
+      list(*std::get_if<ResponseList>(&s));
       return;
     case Kind::dict:
-      append_dict(out, *std::get_if<ResponseDict>(&s));
+      dict(*std::get_if<ResponseDict>(&s));
       return;
   }
 }
+
+// A first guess at the text's size; the writer grows past it when needed.
+constexpr std::size_t kFirstGuess = 1024;
 
 // Counting. A string costs its bytes, two quotes, and one extra byte per
 // two-character escape or five per \u00XX escape.
@@ -252,24 +335,35 @@ EncodingError::EncodingError(std::string where, std::size_t byte)
       where_(std::move(where)),
       byte_(byte) {}
 
-void append_tool_result_text(std::string& out, const ResponseValue& result) { append_value(out, result); }
-void append_tool_result_text(std::string& out, const ResponseDict& result) { append_dict(out, result); }
+void append_tool_result_text(std::string& out, const ResponseValue& result) {
+  Writer w(out, kFirstGuess);
+  w.value(result);
+  w.finish();
+}
+
+void append_tool_result_text(std::string& out, const ResponseDict& result) {
+  Writer w(out, kFirstGuess);
+  w.dict(result);
+  w.finish();
+}
 
 std::string tool_result_text(const ResponseValue& result) {
   std::string out;
-  append_value(out, result);
+  append_tool_result_text(out, result);
   return out;
 }
 
 std::string tool_result_text(const ResponseDict& result) {
   std::string out;
-  append_dict(out, result);
+  append_tool_result_text(out, result);
   return out;
 }
 
 std::string tool_result_text(const ResponseList& result) {
   std::string out;
-  append_list(out, result);
+  Writer w(out, kFirstGuess);
+  w.list(result);
+  w.finish();
   return out;
 }
 
