@@ -35,165 +35,155 @@ constexpr std::array<char, 256> kEscape = [] {
 // Writes the compact text into a string through a raw pointer. The string is
 // kept larger than the text by at least kSlack bytes, so that a block store
 // of 16 bytes and a few punctuation marks never need a bounds check of their
-// own; every token checks for room before it writes.
+// own; every token checks for room before it writes. The write position is
+// passed along and returned rather than kept in a member: stores through a
+// char pointer may alias any member, which would force a reload per store.
 class Writer {
  public:
-  explicit Writer(std::string& out, std::size_t expected) : out_(out), base_(out.size()) {
-    out_.resize(base_ + expected + kSlack);
-    p_ = out_.data() + base_;
+  explicit Writer(std::string& out, std::size_t expected) : out_(out) {
+    const std::size_t base = out_.size();
+    out_.resize(base + expected + kSlack);
+    start_ = out_.data() + base;
     limit_ = out_.data() + out_.size() - kSlack;
   }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
-  ~Writer() = default;
 
-  // finish: trims the string to the text written.
-  void finish() { out_.resize(static_cast<std::size_t>(p_ - out_.data())); }
+  // start: where the text begins.
+  [[nodiscard]] char* start() const noexcept { return start_; }
+  // finish: trims the string to the text written up to `p`.
+  void finish(const char* p) { out_.resize(static_cast<std::size_t>(p - out_.data())); }
 
-  void value(const ResponseValue& v);
-  void dict(const ResponseDict& d);
-  void list(const ResponseList& l);
+  char* value(char* p, const ResponseValue& v);
+  char* dict(char* p, const ResponseDict& d);
+  char* list(char* p, const ResponseList& l);
 
  private:
   static constexpr std::size_t kSlack = 64;
 
-  // room: makes sure that `n` more bytes fit before the slack. A mark or two
-  // written without asking may already have run into the slack.
-  void room(std::size_t n) {
-    if (limit_ - p_ < static_cast<std::ptrdiff_t>(n)) [[unlikely]]
-      grow(n);
+  // room: makes sure that `n` more bytes fit before the slack; returns the
+  // write position, which moves when the string grows. A mark or two written
+  // without asking may already have run into the slack.
+  char* room(char* p, std::size_t n) {
+    if (limit_ - p < static_cast<std::ptrdiff_t>(n)) [[unlikely]]
+      return grow(p, n);
+    return p;
   }
 
-  void grow(std::size_t n) {
-    const auto used = static_cast<std::size_t>(p_ - out_.data());
+  char* grow(char* p, std::size_t n) {
+    const auto used = static_cast<std::size_t>(p - out_.data());
+    const auto begun = static_cast<std::size_t>(start_ - out_.data());
     out_.resize(std::max(out_.size() * 2, used + n + kSlack));
-    p_ = out_.data() + used;
+    start_ = out_.data() + begun;
     limit_ = out_.data() + out_.size() - kSlack;
+    return out_.data() + used;
   }
 
-  void put(char c) { *p_++ = c; }
-  void put(const char* s, std::size_t n) {
-    std::memcpy(p_, s, n);
-    p_ += n;
-  }
-
-  void string(std::string_view s);
-  void escape(unsigned char c);
+  char* string(char* p, std::string_view s);
 
   std::string& out_;
-  std::size_t base_;
-  char* p_ = nullptr;
+  char* start_ = nullptr;
   char* limit_ = nullptr;
 };
 
-void Writer::escape(unsigned char c) {
+char* put(char* p, const char* s, std::size_t n) noexcept {
+  std::memcpy(p, s, n);
+  return p + n;
+}
+
+char* escape(char* p, unsigned char c) noexcept {
   static constexpr char kHex[] = "0123456789abcdef";
   const char e = kEscape[c];
-  p_[0] = '\\';
-  if (e == 'u') {
-    std::memcpy(p_ + 1, "u00", 3);
-    p_[4] = kHex[c >> 4];
-    p_[5] = kHex[c & 0xF];
-    p_ += 6;
-  } else {
-    p_[1] = e;
-    p_ += 2;
+  p[0] = '\\';
+  if (e != 'u') {
+    p[1] = e;
+    return p + 2;
   }
+  std::memcpy(p + 1, "u00", 3);
+  p[4] = kHex[c >> 4];
+  p[5] = kHex[c & 0xF];
+  return p + 6;
 }
 
 // Copies 16 bytes at a time, stopping only at bytes that need an escape.
 // Room for the text, its quotes and one mark after it is made up front; each
 // escape makes room for its extra bytes.
-void Writer::string(std::string_view s) {
-  room(s.size() + 3);
-  put('"');
+char* Writer::string(char* p, std::string_view s) {
+  p = room(p, s.size() + 3);
+  *p++ = '"';
   const char* in = s.data();
   std::size_t left = s.size();
   while (left > 0) {
     const detail::Block b = detail::load_block(in, left);
-    detail::store_block(p_, b);
+    detail::store_block(p, b);
     const unsigned mask = detail::escape_mask(b);
     if (mask == 0) {
       const std::size_t step = std::min(left, detail::kBlock);
-      p_ += step;
+      p += step;
       in += step;
       left -= step;
       continue;
     }
     const auto k = static_cast<std::size_t>(std::countr_zero(mask));
-    p_ += k;
-    in += k;
-    left -= k;
-    room(left + 8);
-    escape(static_cast<unsigned char>(*in));
-    ++in;
-    --left;
+    p = room(p + k, left - k + 8);
+    p = escape(p, static_cast<unsigned char>(in[k]));
+    in += k + 1;
+    left -= k + 1;
   }
-  put('"');
+  *p++ = '"';
+  return p;
 }
 
-void Writer::dict(const ResponseDict& d) {
-  room(2);
-  put('{');
+char* Writer::dict(char* p, const ResponseDict& d) {
+  p = room(p, 2);
+  *p++ = '{';
   bool first = true;
   for (const auto& [key, value] : d) {
-    if (!first) put(',');
+    if (!first) *p++ = ',';
     first = false;
-    string(key);
-    put(':');
-    this->value(value);
+    p = string(p, key);
+    *p++ = ':';
+    p = this->value(p, value);
   }
-  room(1);
-  put('}');
+  p = room(p, 1);
+  *p++ = '}';
+  return p;
 }
 
-void Writer::list(const ResponseList& l) {
-  room(2);
-  put('[');
+char* Writer::list(char* p, const ResponseList& l) {
+  p = room(p, 2);
+  *p++ = '[';
   bool first = true;
   for (const auto& element : l) {
-    if (!first) put(',');
+    if (!first) *p++ = ',';
     first = false;
-    value(element);
+    p = value(p, element);
   }
-  room(1);
-  put(']');
+  p = room(p, 1);
+  *p++ = ']';
+  return p;
 }
 
-void Writer::value(const ResponseValue& v) {
+char* Writer::value(char* p, const ResponseValue& v) {
   const auto& s = v.storage();
   switch (v.kind()) {
     case Kind::null:
-      room(4);
-      put("null", 4);
-      return;
+      return put(room(p, 4), "null", 4);
     case Kind::boolean:
-      room(5);
-      if (*std::get_if<bool>(&s)) {
-        put("true", 4);
-      } else {
-        put("false", 5);
-      }
-      return;
-    case Kind::integer: {
-      room(24);
-      p_ = std::to_chars(p_, p_ + 24, *std::get_if<std::int64_t>(&s)).ptr;
-      return;
-    }
+      p = room(p, 5);
+      return *std::get_if<bool>(&s) ? put(p, "true", 4) : put(p, "false", 5);
+    case Kind::integer:
+      p = room(p, 24);
+      return std::to_chars(p, p + 24, *std::get_if<std::int64_t>(&s)).ptr;
     case Kind::number:
-      room(detail::kDoubleTextMax);
-      p_ += detail::format_double(*std::get_if<double>(&s), p_);
-      return;
+      p = room(p, detail::kDoubleTextMax);
+      return p + detail::format_double(*std::get_if<double>(&s), p);
     case Kind::string:
-      string(*std::get_if<std::string>(&s));
-      return;
+      return string(p, *std::get_if<std::string>(&s));
     case Kind::list:
-      list(*std::get_if<ResponseList>(&s));
-      return;
+      return list(p, *std::get_if<ResponseList>(&s));
     case Kind::dict:
-      dict(*std::get_if<ResponseDict>(&s));
-      return;
+      return dict(p, *std::get_if<ResponseDict>(&s));
   }
+  return p;
 }
 
 // A first guess at the text's size; the writer grows past it when needed.
@@ -337,14 +327,12 @@ EncodingError::EncodingError(std::string where, std::size_t byte)
 
 void append_tool_result_text(std::string& out, const ResponseValue& result) {
   Writer w(out, kFirstGuess);
-  w.value(result);
-  w.finish();
+  w.finish(w.value(w.start(), result));
 }
 
 void append_tool_result_text(std::string& out, const ResponseDict& result) {
   Writer w(out, kFirstGuess);
-  w.dict(result);
-  w.finish();
+  w.finish(w.dict(w.start(), result));
 }
 
 std::string tool_result_text(const ResponseValue& result) {
@@ -362,8 +350,7 @@ std::string tool_result_text(const ResponseDict& result) {
 std::string tool_result_text(const ResponseList& result) {
   std::string out;
   Writer w(out, kFirstGuess);
-  w.list(result);
-  w.finish();
+  w.finish(w.list(w.start(), result));
   return out;
 }
 
