@@ -200,22 +200,27 @@ constexpr std::array<std::uint8_t, 256> kExtra = [] {
   return t;
 }();
 
-// Returns the size, or npos when the string is not well-formed UTF-8.
+// Returns the size, or npos when the string is not well-formed UTF-8. A
+// block of 16 bytes that is ASCII and needs no escape costs one test; other
+// blocks add their escapes' extra bytes and go through the UTF-8 check.
 std::size_t string_size(std::string_view s) noexcept {
   std::size_t size = s.size() + 2;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    if (c < 0x80) {
-      size += kExtra[c];
-      ++i;
-      continue;
+  detail::Utf8Check utf8;
+  const char* in = s.data();
+  std::size_t left = s.size();
+  while (left > 0) {
+    const detail::Block b = detail::load_block(in, left);
+    if (detail::attention_mask(b) != 0 || !utf8.done()) {
+      if (!utf8.block(b)) return std::string_view::npos;
+      for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
+        size += kExtra[static_cast<unsigned char>(in[std::countr_zero(escapes)])];
+      }
     }
-    const detail::Decoded d = detail::decode_at(s, i);
-    if (!d.ok) return std::string_view::npos;
-    i += d.len;
+    const std::size_t step = std::min(left, detail::kBlock);
+    in += step;
+    left -= step;
   }
-  return size;
+  return utf8.done() ? size : std::string_view::npos;
 }
 
 std::size_t integer_size(std::int64_t i) noexcept {

@@ -85,6 +85,33 @@ inline unsigned escape_mask(Block b) noexcept {
 /// high_mask: bit k set when byte k is not ASCII.
 inline unsigned high_mask(Block b) noexcept { return static_cast<unsigned>(_mm_movemask_epi8(b)); }
 
+/// attention_mask: bit k set when byte k needs an escape or is not ASCII.
+inline unsigned attention_mask(Block b) noexcept {
+  // Read as signed, the bytes below 0x20 and the non-ASCII ones are exactly
+  // those below 0x20.
+  const __m128i low = _mm_cmplt_epi8(b, _mm_set1_epi8(0x20));
+  const __m128i quote = _mm_cmpeq_epi8(b, _mm_set1_epi8('"'));
+  const __m128i backslash = _mm_cmpeq_epi8(b, _mm_set1_epi8('\\'));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(low, _mm_or_si128(quote, backslash))));
+}
+
+/// below_mask: bit k set when byte k, read as signed, is below `x` (signed).
+/// Bytes 0x80..0xFF are the negative ones, in order; ASCII is never below a
+/// negative `x`.
+inline unsigned below_mask(Block b, signed char x) noexcept {
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(b, _mm_set1_epi8(x))));
+}
+
+/// above_mask: bit k set when byte k, read as signed, is above `x`.
+inline unsigned above_mask(Block b, signed char x) noexcept {
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpgt_epi8(b, _mm_set1_epi8(x))));
+}
+
+/// equal_mask: bit k set when byte k is `x`.
+inline unsigned equal_mask(Block b, unsigned char x) noexcept {
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(b, _mm_set1_epi8(static_cast<char>(x)))));
+}
+
 #else  // Portable blocks: two words, tested a byte at a time by the compiler.
 
 struct Block {
@@ -120,6 +147,77 @@ inline unsigned high_mask(const Block& b) noexcept {
   return m;
 }
 
+inline unsigned attention_mask(const Block& b) noexcept { return escape_mask(b) | high_mask(b); }
+
+inline unsigned below_mask(const Block& b, signed char x) noexcept {
+  unsigned m = 0;
+  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(static_cast<signed char>(b.bytes[k]) < x) << k;
+  return m;
+}
+
+inline unsigned above_mask(const Block& b, signed char x) noexcept {
+  unsigned m = 0;
+  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(static_cast<signed char>(b.bytes[k]) > x) << k;
+  return m;
+}
+
+inline unsigned equal_mask(const Block& b, unsigned char x) noexcept {
+  unsigned m = 0;
+  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(b.bytes[k] == x) << k;
+  return m;
+}
+
 #endif
+
+/// Utf8Check: well-formedness of UTF-8 checked a block at a time. Each lead
+/// byte says which of the next bytes must be continuation bytes; the text is
+/// well-formed when exactly those are, no byte is one that never occurs
+/// (C0, C1, F5..FF), the second bytes after E0, ED, F0 and F4 lie in their
+/// narrower ranges, and nothing is left pending at the end. What a block's
+/// last bytes require of the next block is carried over.
+class Utf8Check {
+ public:
+  /// block: checks one block; false when it is not well-formed so far. ASCII
+  /// blocks with nothing pending cost one test.
+  bool block(const Block& b) noexcept { return block(b, high_mask(b)); }
+
+  /// block: the same, given the block's high_mask.
+  bool block(const Block& b, unsigned high) noexcept {
+    if ((high | pending_ | narrow_) == 0) return true;
+    constexpr auto s = [](unsigned char c) { return static_cast<signed char>(c); };
+    const unsigned cont = below_mask(b, s(0xC0));          // 80..BF
+    const unsigned lead = high & ~cont;                    // C0..FF
+    const unsigned lead3 = above_mask(b, s(0xDF)) & high;  // E0..FF
+    unsigned need = lead << 1 | pending_;
+    unsigned bad = below_mask(b, s(0xC2)) & lead;  // C0 and C1 never occur
+    if ((lead3 | narrow_) != 0) {
+      // Three- and four-byte sequences, and the narrower second-byte ranges
+      // after E0, ED, F0 and F4.
+      const unsigned lead4 = above_mask(b, s(0xEF)) & high;  // F0..FF
+      need |= lead3 << 2 | lead4 << 3;
+      const unsigned below_a0 = below_mask(b, s(0xA0));  // 80..9F
+      const unsigned below_90 = below_mask(b, s(0x90));  // 80..8F
+      const unsigned after_e0 = equal_mask(b, 0xE0) << 1 | (narrow_ & 1u);
+      const unsigned after_ed = equal_mask(b, 0xED) << 1 | (narrow_ >> 1 & 1u);
+      const unsigned after_f0 = equal_mask(b, 0xF0) << 1 | (narrow_ >> 2 & 1u);
+      const unsigned after_f4 = equal_mask(b, 0xF4) << 1 | (narrow_ >> 3 & 1u);
+      bad |= above_mask(b, s(0xF4)) & high;  // F5..FF never occur
+      bad |= ((after_e0 & below_a0) | (after_ed & cont & ~below_a0) | (after_f0 & below_90) |
+              (after_f4 & cont & ~below_90)) &
+             0xFFFFu;
+      narrow_ =
+          (after_e0 >> kBlock) | (after_ed >> kBlock) << 1 | (after_f0 >> kBlock) << 2 | (after_f4 >> kBlock) << 3;
+    }
+    pending_ = need >> kBlock;
+    return (need & 0xFFFFu) == cont && bad == 0;
+  }
+
+  /// done: whether no sequence is left incomplete at the end of the text.
+  [[nodiscard]] bool done() const noexcept { return pending_ == 0; }
+
+ private:
+  unsigned pending_ = 0;  // continuation bytes required at the next block's start
+  unsigned narrow_ = 0;   // the next block's first byte follows E0, ED, F0 or F4
+};
 
 }  // namespace kestrune::mcp_responses::detail

@@ -1,5 +1,7 @@
 #include "kestrune/mcp_responses/encoding.hpp"
 
+#include "kestrune/mcp_responses/detail/utf8.hpp"
+
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -308,6 +310,35 @@ TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
     const std::string text = tool_result_text(tree);
     ASSERT_EQ(encoded_size(tree), text.size()) << text;
     ASSERT_EQ(tool_result_text(tree), text);  // the same text on every call
+  }
+}
+
+TEST(encoded_size, agrees_with_the_plain_utf8_check_on_random_bytes) {
+  // Bytes and sequences at the edges of the UTF-8 ranges, so that every kind
+  // of ill-formed sequence turns up, at every offset of the 16-byte blocks.
+  static const unsigned char kBytes[] = {'a',  '"',  '\n', 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2,
+                                         0xDF, 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF3, 0xF4, 0xF5, 0xFF};
+  static const std::string_view kPieces[] = {"\u00e9", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000",
+                                             "\U0010ffff", "abcdefghijklmno",
+                                             // Just outside the narrower second-byte ranges, and overlong forms.
+                                             "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80",
+                                             "\xc1\xbf", "\xe0\x80\x80", "\xf5\x80\x80\x80"};
+  std::mt19937_64 rng(99);
+  for (int i = 0; i < 100000; ++i) {
+    std::string s;
+    for (std::uint64_t k = rng() % 24; k > 0; --k) {
+      if (rng() % 3 == 0) {
+        s += static_cast<char>(kBytes[rng() % std::size(kBytes)]);
+      } else {
+        s += kPieces[rng() % std::size(kPieces)];
+      }
+    }
+    const ResponseValue v(s);
+    if (detail::first_ill_formed(s) == std::string_view::npos) {
+      ASSERT_EQ(encoded_size(v), tool_result_text(v).size()) << testing::PrintToString(s);
+    } else {
+      ASSERT_THROW((void)encoded_size(v), EncodingError) << testing::PrintToString(s);
+    }
   }
 }
 
