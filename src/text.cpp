@@ -1,7 +1,10 @@
 // Text shaping: first sentences, cuts with an ellipsis, null-free rows.
+#include <algorithm>
+#include <bit>
 #include <string>
 #include <string_view>
 
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 
@@ -18,11 +21,48 @@ bool whitespace_at(std::string_view s, std::size_t i, std::size_t& len) noexcept
   return d.ok && detail::is_whitespace(d.cp);
 }
 
-// Byte offset just past the first `chars` characters of `s` (or s.size()).
-std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
+// Byte offset just past the first `chars` characters of `s` (or s.size()),
+// one character at a time; an ill-formed byte counts as a character.
+std::size_t byte_offset_slow(std::string_view s, std::size_t chars) noexcept {
   std::size_t i = 0;
   for (std::size_t k = 0; k < chars && i < s.size(); ++k) i += detail::char_length(s, i);
   return i;
+}
+
+// Bytes 80..BF, which continue a character.
+unsigned continuation_mask(const detail::Block& b) noexcept {
+  return detail::below_mask(b, static_cast<signed char>(0xC0));
+}
+
+// The bit position of the n-th (from 0) set bit of `mask`, which has more.
+unsigned nth_set_bit(unsigned mask, std::size_t n) noexcept {
+  for (; n > 0; --n) mask &= mask - 1;
+  return static_cast<unsigned>(std::countr_zero(mask));
+}
+
+// The same, 16 bytes at a time: in well-formed text every byte but the
+// continuation bytes starts a character. Text found ill-formed before the
+// answer is known is counted the slow way.
+std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
+  detail::Utf8Check utf8;
+  std::size_t i = 0;
+  std::size_t k = 0;  // characters started before byte i
+  while (i < s.size()) {
+    const std::size_t left = s.size() - i;
+    const std::size_t step = std::min(left, detail::kBlock);
+    const detail::Block b = detail::load_block(s.data() + i, left);
+    const unsigned high = detail::high_mask(b);
+    unsigned starts = (1u << step) - 1;
+    if (high != 0 || !utf8.done()) {
+      if (!utf8.block(b, high)) return byte_offset_slow(s, chars);
+      starts &= ~continuation_mask(b);
+    }
+    const auto here = static_cast<std::size_t>(std::popcount(starts));
+    if (k + here > chars) return i + nth_set_bit(starts, chars - k);
+    k += here;
+    i += step;
+  }
+  return utf8.done() ? s.size() : byte_offset_slow(s, chars);
 }
 
 std::string with_ellipsis(std::string_view prefix) {
@@ -41,17 +81,53 @@ constexpr bool ends_sentence(char c) noexcept { return c == '.' || c == '!' || c
 
 namespace detail {
 
-std::size_t char_count(std::string_view text) noexcept {
+namespace {
+
+std::string_view strip_end_slow(std::string_view text) noexcept {
+  std::size_t end = 0;  // just past the last character that is not whitespace
+  std::size_t len = 0;
+  for (std::size_t i = 0; i < text.size(); i += len) {
+    if (!whitespace_at(text, i, len)) end = i + len;
+  }
+  return text.substr(0, end);
+}
+
+std::size_t char_count_slow(std::string_view text) noexcept {
   std::size_t n = 0;
   for (std::size_t i = 0; i < text.size(); i += char_length(text, i)) ++n;
   return n;
 }
 
+}  // namespace
+
+std::size_t char_count(std::string_view text) noexcept {
+  // Well-formed text has a character per byte that is not a continuation
+  // byte; text found ill-formed is counted a character at a time.
+  Utf8Check utf8;
+  std::size_t n = 0;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    const std::size_t left = text.size() - i;
+    const Block b = load_block(text.data() + i, left);
+    const unsigned high = high_mask(b);
+    n += std::min(left, kBlock);
+    if (high == 0 && utf8.done()) continue;
+    if (!utf8.block(b, high)) return char_count_slow(text);
+    n -= static_cast<std::size_t>(std::popcount(continuation_mask(b)));
+  }
+  return utf8.done() ? n : char_count_slow(text);
+}
+
 std::string_view strip_end(std::string_view text) noexcept {
-  std::size_t end = 0;  // just past the last character that is not whitespace
-  std::size_t len = 0;
-  for (std::size_t i = 0; i < text.size(); i += len) {
-    if (!whitespace_at(text, i, len)) end = i + len;
+  // From the end, while the last character is well-formed and unambiguous;
+  // ill-formed bytes there are only grouped right when read from the start.
+  std::size_t end = text.size();
+  while (end > 0) {
+    std::size_t start = end - 1;
+    while (start > 0 && end - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+    const Decoded d = decode_at(text, start);
+    if (!d.ok || start + d.len != end) return strip_end_slow(text.substr(0, end));
+    if (!is_whitespace(d.cp)) break;
+    end = start;
   }
   return text.substr(0, end);
 }
@@ -77,22 +153,15 @@ std::string trimmed(std::string_view text, std::int64_t chars) {
   }
   if (chars <= 1) return {};
   const auto limit = static_cast<std::size_t>(chars);
-  // Find the last space among the first limit - 1 characters.
-  std::size_t i = 0;
-  std::size_t space_char = 0;
-  std::size_t space_byte = 0;
-  bool found = false;
-  for (std::size_t k = 0; k + 1 < limit; ++k) {
-    if (text[i] == ' ') {
-      found = true;
-      space_char = k;
-      space_byte = i;
-    }
-    i += char_length(text, i);
-  }
+  // The last space among the first limit - 1 characters. A space byte always
+  // starts a character, so a byte search finds it.
+  const std::string_view head = text.substr(0, byte_offset(text, limit - 1));
+  const std::size_t space = head.rfind(' ');
   // A space before the middle of the allowed length is not used: cut hard.
-  if (found && space_char >= limit / 2) return with_ellipsis(text.substr(0, space_byte));
-  return with_ellipsis(text.substr(0, i));
+  if (space != std::string_view::npos && char_count(head.substr(0, space)) >= limit / 2) {
+    return with_ellipsis(text.substr(0, space));
+  }
+  return with_ellipsis(head);
 }
 
 }  // namespace detail
