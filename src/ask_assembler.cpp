@@ -1,7 +1,10 @@
-// Assembling wiki ask candidates: fixed parts, section rows, merged citations.
+// Assembling wiki ask candidates: fixed parts, section rows, merged citations;
+// and their sizes from the sizes of those parts.
 #include "ask_assembler.hpp"
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "measure.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -23,6 +26,14 @@ ResponseDict row_head(const ResponseValue& section) {
   row.append("stale", !is_empty(field(section, "stale")));
   return row;
 }
+
+// The bytes of `"key":` for the response's own keys, which need no escapes.
+constexpr std::size_t key_size(std::string_view key) noexcept { return key.size() + 3; }
+
+// The bytes that a row adds to its head's text: a comma, `"excerpt":`.
+constexpr std::size_t kExcerptKeySize = 1 + key_size("excerpt");
+
+constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
 
 }  // namespace
 
@@ -71,6 +82,76 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   return response;
 }
 
-void AskAssembler::drop(std::string_view key) { attachments_.at(key) = nullptr; }
+ResponseDict AskAssembler::take(std::vector<std::string>&& excerpts) && {
+  const std::size_t n = excerpts.size();
+  // The picks point into the sections, so they are read before anything moves.
+  const std::vector<CitationPick> picks = ask_citation_picks(sections().first(n), extra_);
+  ResponseList citations;
+  citations.reserve(picks.size());
+  for (const CitationPick& p : picks) {
+    ResponseValue& citation = p.section == kFromExtra
+                                  ? extra_[p.index]
+                                  : sections_[p.section].as_dict().find("citations")->as_list()[p.index];
+    citations.push_back(std::move(citation));
+  }
+  ResponseDict response;
+  response.reserve(11);
+  response.append("mode", std::move(mode_));
+  response.append("query", std::move(query_));
+  response.append("answer", std::move(answer_));
+  ResponseList rows;
+  rows.reserve(n);
+  for (std::size_t k = 0; k < n; ++k) {
+    ResponseDict& row = row_heads_[k];
+    row.append("excerpt", std::move(excerpts[k]));
+    rows.emplace_back(std::move(row));
+  }
+  response.append("sections", std::move(rows));
+  response.append("citations", std::move(citations));
+  for (const std::string_view key : kAttachments) {
+    ResponseValue& value = attachments_.at(key);
+    if (!value.is_null()) response.append(std::string(key), std::move(value));
+  }
+  return response;
+}
+
+void AskAssembler::drop(std::string_view key) {
+  attachments_.at(key) = nullptr;
+  fixed_size_ = fixed_size();
+}
+
+std::size_t AskAssembler::fixed_size() const noexcept {
+  // `{"mode":…,"query":…,"answer":…,"sections":…,"citations":…` and the
+  // attachments, each after a comma, then `}`.
+  std::size_t size =
+      2 + 4 + key_size("mode") + key_size("query") + key_size("answer") + key_size("sections") + key_size("citations");
+  size = plus(size, string_size_or_ill_formed(mode_));
+  size = plus(size, string_size_or_ill_formed(query_));
+  size = plus(size, size_or_ill_formed(answer_));
+  for (const auto& [key, value] : attachments_) {
+    if (!value.is_null()) size = plus(size, plus(1 + key_size(key), size_or_ill_formed(value)));
+  }
+  return size;
+}
+
+void AskAssembler::measure() {
+  fixed_size_ = fixed_size();
+
+  row_sizes_.assign(1, 0);
+  ill_formed_rows_.assign(1, 0);
+  for (const ResponseDict& head : row_heads_) {
+    const std::size_t row = size_or_ill_formed(head);
+    row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row + kExcerptKeySize));
+    ill_formed_rows_.push_back(ill_formed_rows_.back() + (row == kIllFormed ? 1 : 0));
+  }
+  citation_sizes_ = ask_citation_list_sizes(sections_, extra_);
+}
+
+std::size_t AskAssembler::size(std::size_t rows, std::size_t excerpts_size, std::size_t ill_formed_excerpts) const {
+  if (ill_formed_excerpts > 0 || ill_formed_rows_[rows] > 0) return kIllFormed;
+  // The rows, their commas and the list's brackets.
+  const std::size_t list = 2 + (rows > 0 ? rows - 1 : 0) + row_sizes_[rows] + excerpts_size;
+  return plus(plus(fixed_size_, list), citation_sizes_[rows]);
+}
 
 }  // namespace kestrune::mcp_responses::detail

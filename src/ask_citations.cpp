@@ -6,8 +6,11 @@
 #include <span>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "measure.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -115,26 +118,89 @@ std::span<const ResponseValue> section_citations(const ResponseValue& section) n
   return std::span(all).first(std::min(all.size(), ASK_CITATIONS_PER_SECTION));
 }
 
+// The set of places taken so far.
+using PlaceSet = std::unordered_set<Place, PlaceHash, PlaceEqual>;
+
 }  // namespace
+
+std::vector<CitationPick> ask_citation_picks(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  std::vector<CitationPick> picks;
+  picks.reserve(ASK_MAX_CITATIONS);
+  PlaceSet seen;
+  seen.reserve(ASK_MAX_CITATIONS);
+  // Returns false once the cap is reached.
+  const auto take = [&](const ResponseValue& citation, std::size_t section, std::size_t index) {
+    if (seen.insert(place_of(citation)).second) picks.push_back({section, index});
+    return picks.size() < ASK_MAX_CITATIONS;
+  };
+  for (std::size_t k = 0; k < sections.size(); ++k) {
+    const std::span<const ResponseValue> own = section_citations(sections[k]);
+    for (std::size_t j = 0; j < own.size(); ++j) {
+      if (!take(own[j], k, j)) return picks;
+    }
+  }
+  for (std::size_t j = 0; j < extra.size(); ++j) {
+    if (!take(extra[j], kFromExtra, j)) return picks;
+  }
+  return picks;
+}
 
 ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra) {
   ResponseList result;
-  std::unordered_set<Place, PlaceHash, PlaceEqual> seen;
-  seen.reserve(ASK_MAX_CITATIONS);
-  // Returns false once the cap is reached.
-  const auto take = [&](const ResponseValue& citation) {
-    if (seen.insert(place_of(citation)).second) result.push_back(citation);
-    return result.size() < ASK_MAX_CITATIONS;
-  };
-  for (const ResponseValue& section : sections) {
-    for (const ResponseValue& citation : section_citations(section)) {
-      if (!take(citation)) return result;
-    }
-  }
-  for (const ResponseValue& citation : extra) {
-    if (!take(citation)) return result;
+  const std::vector<CitationPick> picks = ask_citation_picks(sections, extra);
+  result.reserve(picks.size());
+  for (const CitationPick& p : picks) {
+    result.push_back(p.section == kFromExtra ? extra[p.index] : section_citations(sections[p.section])[p.index]);
   }
   return result;
+}
+
+// The merged list for n sections is the sections' distinct citations (which
+// only grow with n) followed by the distinct extra citations whose places the
+// sections have not taken, up to the cap. Extra citations that repeat an
+// earlier extra place never count, whatever n is, so they are dropped once.
+std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  struct Sized {
+    Place place;
+    std::size_t size;
+  };
+  std::vector<Sized> distinct_extra;
+  {
+    PlaceSet seen;
+    for (const ResponseValue& citation : extra) {
+      const Place place = place_of(citation);
+      if (seen.insert(place).second) distinct_extra.push_back({place, size_or_ill_formed(citation)});
+    }
+  }
+
+  std::vector<std::size_t> sizes;
+  sizes.reserve(sections.size() + 1);
+  PlaceSet taken;  // places of the sections' citations so far
+  taken.reserve(ASK_MAX_CITATIONS);
+  std::size_t own_count = 0;
+  std::size_t own_size = 0;
+  for (std::size_t n = 0; n <= sections.size(); ++n) {
+    if (n > 0) {
+      for (const ResponseValue& citation : section_citations(sections[n - 1])) {
+        if (own_count == ASK_MAX_CITATIONS) break;
+        if (taken.insert(place_of(citation)).second) {
+          own_size = plus(own_size, size_or_ill_formed(citation));
+          ++own_count;
+        }
+      }
+    }
+    std::size_t count = own_count;
+    std::size_t size = own_size;
+    for (const Sized& e : distinct_extra) {
+      if (count == ASK_MAX_CITATIONS) break;
+      if (taken.contains(e.place)) continue;
+      size = plus(size, e.size);
+      ++count;
+    }
+    // Brackets and the commas between entries.
+    sizes.push_back(plus(size, 2 + (count > 0 ? count - 1 : 0)));
+  }
+  return sizes;
 }
 
 }  // namespace kestrune::mcp_responses::detail

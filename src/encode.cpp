@@ -12,6 +12,7 @@
 #include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "measure.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -234,7 +235,7 @@ std::size_t integer_size(std::int64_t i) noexcept {
   return n;
 }
 
-constexpr std::size_t kBad = std::string_view::npos;
+constexpr std::size_t kBad = detail::kIllFormed;
 
 std::size_t value_size(const ResponseValue& v) noexcept;
 
@@ -360,6 +361,10 @@ std::string tool_result_text(const ResponseList& result) {
 }
 
 namespace detail {
+
+std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
+std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
+std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
 
 std::size_t encoded_size(const ResponseValue& result) {
   const std::size_t size = value_size(result);
