@@ -21,6 +21,16 @@ bool whitespace_at(std::string_view s, std::size_t i, std::size_t& len) noexcept
   return d.ok && detail::is_whitespace(d.cp);
 }
 
+// The same as whitespace_at, without decoding ASCII.
+bool space_at(std::string_view s, std::size_t i, std::size_t& len) noexcept {
+  const auto c = static_cast<unsigned char>(s[i]);
+  if (c < 0x80) {
+    len = 1;
+    return detail::is_whitespace(c);
+  }
+  return whitespace_at(s, i, len);
+}
+
 // Byte offset just past the first `chars` characters of `s` (or s.size()),
 // one character at a time; an ill-formed byte counts as a character.
 std::size_t byte_offset_slow(std::string_view s, std::size_t chars) noexcept {
@@ -174,14 +184,18 @@ std::optional<std::string> first_sentence(std::optional<std::string_view> docstr
   }
   // Collapse whitespace runs to single spaces and stop at the first sentence
   // end. Past SUMMARY_CHARS + 1 characters the cut result no longer changes,
-  // so long paragraphs are not collapsed to their end.
+  // so long paragraphs are not collapsed to their end. Runs of characters
+  // between whitespace are copied whole.
   std::string sentence;
+  sentence.reserve(std::min(text.size(), 4 * (SUMMARY_CHARS + 1)));
   std::size_t chars = 0;
   bool pending_space = false;
   std::size_t len = 0;
-  for (std::size_t i = 0; i < text.size() && chars <= SUMMARY_CHARS; i += len) {
-    if (whitespace_at(text, i, len)) {
+  std::size_t i = 0;
+  while (i < text.size() && chars <= SUMMARY_CHARS) {
+    if (space_at(text, i, len)) {
       pending_space = !sentence.empty();
+      i += len;
       continue;
     }
     if (pending_space) {
@@ -190,12 +204,16 @@ std::optional<std::string> first_sentence(std::optional<std::string_view> docstr
       ++chars;
       pending_space = false;
     }
-    sentence.append(text.substr(i, len));
-    ++chars;
+    const std::size_t run = i;
+    do {
+      i += len;
+      ++chars;
+    } while (i < text.size() && chars <= SUMMARY_CHARS && !space_at(text, i, len));
+    sentence.append(text.substr(run, i - run));
   }
-  std::string summary = detail::cut(sentence, SUMMARY_CHARS);
-  if (summary.empty()) return std::nullopt;
-  return summary;
+  if (sentence.empty()) return std::nullopt;
+  if (chars <= SUMMARY_CHARS) return sentence;  // within the limit: no cut
+  return detail::cut(sentence, SUMMARY_CHARS);
 }
 
 ResponseDict without_nulls(const ResponseDict& row) {

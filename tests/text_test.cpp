@@ -261,6 +261,45 @@ TEST(trimmed, block_scans_agree_with_a_character_at_a_time) {
   }
 }
 
+std::optional<std::string> plain_first_sentence(std::string_view doc) {
+  if (doc.empty()) return std::nullopt;
+  std::string_view text = strip(doc);
+  text = text.substr(0, text.find("\n\n"));
+  const Chars c = chars_of(text);
+  std::string sentence;
+  bool pending = false;
+  for (std::size_t k = 0; k < c.space.size() && char_count(sentence) <= SUMMARY_CHARS; ++k) {
+    if (c.space[k]) {
+      pending = !sentence.empty();
+      continue;
+    }
+    if (pending) {
+      const char last = sentence.back();
+      if (last == '.' || last == '!' || last == '?') break;
+      sentence += ' ';
+      pending = false;
+    }
+    sentence += text.substr(c.starts[k], c.starts[k + 1] - c.starts[k]);
+  }
+  std::string summary = cut(sentence, SUMMARY_CHARS);
+  if (summary.empty()) return std::nullopt;
+  return summary;
+}
+
+TEST(first_sentence, copies_runs_like_a_character_at_a_time) {
+  static const std::string_view kPieces[] = {"Word",   " ", "  ",   ". ",  "! ",   "?",    "\n",     "\n\n", "\t",
+                                             "\u2003", "é", "\xff", "x.y", "end.", "漢字", "\u00a0", "abc "};
+  std::mt19937_64 rng(17);
+  for (int i = 0; i < 20000; ++i) {
+    std::string s;
+    // Sentence ends are rare enough that many sentences pass the limit.
+    for (std::uint64_t k = rng() % 160; k > 0; --k) {
+      s += rng() % 3 == 0 ? kPieces[rng() % std::size(kPieces)] : std::string_view("word ");
+    }
+    ASSERT_EQ(first_sentence(s), plain_first_sentence(s)) << testing::PrintToString(s);
+  }
+}
+
 TEST(without_nulls, drops_only_null_values_in_order) {
   const ResponseDict row{{"a", 1},
                          {"b", nullptr},
