@@ -75,6 +75,11 @@ std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
   return utf8.done() ? s.size() : byte_offset_slow(s, chars);
 }
 
+// Whether `rest` holds at most one character.
+bool fits_one_char(std::string_view rest) noexcept {
+  return rest.empty() || detail::char_length(rest, 0) == rest.size();
+}
+
 std::string with_ellipsis(std::string_view prefix) {
   const std::string_view kept = detail::strip_end(prefix);
   std::string out;
@@ -151,24 +156,28 @@ std::string_view strip(std::string_view text) noexcept {
 
 std::string cut(std::string_view text, std::size_t chars) {
   if (chars == 0) chars = 1;
-  // Counting stops after `chars` characters: only whether more follow matters.
-  const std::size_t limit = byte_offset(text, chars);
-  if (limit == text.size()) return std::string(text);
-  return with_ellipsis(text.substr(0, byte_offset(text, chars - 1)));
+  // Counting stops after `chars` - 1 characters: only whether more than one
+  // follows matters.
+  const std::string_view head = text.substr(0, byte_offset(text, chars - 1));
+  if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  return with_ellipsis(head);
 }
 
 std::string trimmed(std::string_view text, std::int64_t chars) {
-  if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) {
-    return std::string(text);
+  if (chars <= 1) {
+    if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
+    return {};
   }
-  if (chars <= 1) return {};
   const auto limit = static_cast<std::size_t>(chars);
-  // The last space among the first limit - 1 characters. A space byte always
-  // starts a character, so a byte search finds it.
+  // The first limit - 1 characters; the text is kept whole when at most one
+  // character follows them.
   const std::string_view head = text.substr(0, byte_offset(text, limit - 1));
+  if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  // The last space among those characters. A space byte always starts a
+  // character, so a byte search finds it; a space before the middle of the
+  // allowed length is not used: cut hard.
   const std::size_t space = head.rfind(' ');
-  // A space before the middle of the allowed length is not used: cut hard.
-  if (space != std::string_view::npos && char_count(head.substr(0, space)) >= limit / 2) {
+  if (space != std::string_view::npos && limit - 1 - char_count(head.substr(space)) >= limit / 2) {
     return with_ellipsis(text.substr(0, space));
   }
   return with_ellipsis(head);
