@@ -191,22 +191,27 @@ class Utf8Check {
     unsigned need = lead << 1 | pending_;
     unsigned bad = below_mask(b, s(0xC2)) & lead;  // C0 and C1 never occur
     if ((lead3 | narrow_) != 0) {
-      // Three- and four-byte sequences, and the narrower second-byte ranges
-      // after E0, ED, F0 and F4.
+      // Three- and four-byte sequences; F5..FF never occur.
       const unsigned lead4 = above_mask(b, s(0xEF)) & high;  // F0..FF
       need |= lead3 << 2 | lead4 << 3;
-      const unsigned below_a0 = below_mask(b, s(0xA0));  // 80..9F
-      const unsigned below_90 = below_mask(b, s(0x90));  // 80..8F
-      const unsigned after_e0 = equal_mask(b, 0xE0) << 1 | (narrow_ & 1u);
-      const unsigned after_ed = equal_mask(b, 0xED) << 1 | (narrow_ >> 1 & 1u);
-      const unsigned after_f0 = equal_mask(b, 0xF0) << 1 | (narrow_ >> 2 & 1u);
-      const unsigned after_f4 = equal_mask(b, 0xF4) << 1 | (narrow_ >> 3 & 1u);
-      bad |= above_mask(b, s(0xF4)) & high;  // F5..FF never occur
-      bad |= ((after_e0 & below_a0) | (after_ed & cont & ~below_a0) | (after_f0 & below_90) |
-              (after_f4 & cont & ~below_90)) &
-             0xFFFFu;
-      narrow_ =
-          (after_e0 >> kBlock) | (after_ed >> kBlock) << 1 | (after_f0 >> kBlock) << 2 | (after_f4 >> kBlock) << 3;
+      bad |= above_mask(b, s(0xF4)) & high;
+      // The narrower second-byte ranges after E0, ED, F0 and F4, checked only
+      // when one of those occurs: most three-byte text starts with E2 or E3.
+      const unsigned e0 = equal_mask(b, 0xE0);
+      const unsigned ed = equal_mask(b, 0xED);
+      if ((e0 | ed | lead4 | narrow_) != 0) {
+        const unsigned below_a0 = below_mask(b, s(0xA0));  // 80..9F
+        const unsigned below_90 = below_mask(b, s(0x90));  // 80..8F
+        const unsigned after_e0 = e0 << 1 | (narrow_ & 1u);
+        const unsigned after_ed = ed << 1 | (narrow_ >> 1 & 1u);
+        const unsigned after_f0 = equal_mask(b, 0xF0) << 1 | (narrow_ >> 2 & 1u);
+        const unsigned after_f4 = equal_mask(b, 0xF4) << 1 | (narrow_ >> 3 & 1u);
+        bad |= ((after_e0 & below_a0) | (after_ed & cont & ~below_a0) | (after_f0 & below_90) |
+                (after_f4 & cont & ~below_90)) &
+               0xFFFFu;
+        narrow_ =
+            (after_e0 >> kBlock) | (after_ed >> kBlock) << 1 | (after_f0 >> kBlock) << 2 | (after_f4 >> kBlock) << 3;
+      }
     }
     pending_ = need >> kBlock;
     return (need & 0xFFFFu) == cont && bad == 0;
