@@ -10,28 +10,47 @@ namespace kestrune::mcp_responses::detail {
 
 namespace {
 
+// The bytes of `"key":` for the response's own keys, which need no escapes.
+constexpr std::size_t key_size(std::string_view key) noexcept { return key.size() + 3; }
+
 const ResponseValue& field(const ResponseValue& section, std::string_view key) noexcept {
   static const ResponseValue kNull;
   return section.is_dict() ? section.as_dict().get(key) : kNull;
 }
 
-// The five keys of a section row that do not depend on the budget.
+constexpr std::string_view kCopied[] = {"page_id", "title", "heading", "similarity"};
+
+// The five keys of a section row that do not depend on the budget, copied.
 ResponseDict row_head(const ResponseValue& section) {
   ResponseDict row;
   row.reserve(6);
-  row.append("page_id", field(section, "page_id"));
-  row.append("title", field(section, "title"));
-  row.append("heading", field(section, "heading"));
-  row.append("similarity", field(section, "similarity"));
+  for (const std::string_view key : kCopied) row.append(std::string(key), field(section, key));
   row.append("stale", !is_empty(field(section, "stale")));
   return row;
 }
 
-// The bytes of `"key":` for the response's own keys, which need no escapes.
-constexpr std::size_t key_size(std::string_view key) noexcept { return key.size() + 3; }
+// The same, moved out of `section`, which is spent afterwards.
+ResponseDict take_row_head(ResponseValue& section) {
+  ResponseDict row;
+  row.reserve(6);
+  ResponseDict* dict = section.is_dict() ? &section.as_dict() : nullptr;
+  for (const std::string_view key : kCopied) {
+    ResponseValue* value = dict != nullptr ? dict->find(key) : nullptr;
+    row.append(std::string(key), value != nullptr ? std::move(*value) : ResponseValue());
+  }
+  row.append("stale", !is_empty(field(section, "stale")));
+  return row;
+}
 
-// The bytes that a row adds to its head's text: a comma, `"excerpt":`.
-constexpr std::size_t kExcerptKeySize = 1 + key_size("excerpt");
+// The bytes of a row's text but its excerpt's: braces, five commas, the six
+// keys and the five values of its head.
+std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
+  std::size_t size = 2 + 5 + key_size("stale") + key_size("excerpt");
+  size += is_empty(field(section, "stale")) ? 5 : 4;
+  for (const std::string_view key : kCopied)
+    size = plus(size, plus(key_size(key), size_or_ill_formed(field(section, key))));
+  return size;
+}
 
 constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
 
@@ -49,8 +68,6 @@ AskAssembler::AskAssembler(WikiAskOptions&& options)
       query_(std::move(options.query)),
       answer_(std::move(options.answer)),
       sections_(std::move(options.sections)) {
-  row_heads_.reserve(sections_.size());
-  for (const ResponseValue& section : sections_) row_heads_.push_back(row_head(section));
   if (options.citations) extra_ = std::move(*options.citations);
   attachments_.reserve(6);
   attachments_.append("model", std::move(options.model));
@@ -70,7 +87,7 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   ResponseList rows;
   rows.reserve(excerpts.size());
   for (std::size_t k = 0; k < excerpts.size(); ++k) {
-    ResponseDict row = row_heads_[k];
+    ResponseDict row = row_head(sections_[k]);
     row.append("excerpt", excerpts[k]);
     rows.emplace_back(std::move(row));
   }
@@ -102,7 +119,7 @@ ResponseDict AskAssembler::take(std::vector<std::string>&& excerpts) && {
   ResponseList rows;
   rows.reserve(n);
   for (std::size_t k = 0; k < n; ++k) {
-    ResponseDict& row = row_heads_[k];
+    ResponseDict row = take_row_head(sections_[k]);
     row.append("excerpt", std::move(excerpts[k]));
     rows.emplace_back(std::move(row));
   }
@@ -139,9 +156,11 @@ void AskAssembler::measure() {
 
   row_sizes_.assign(1, 0);
   ill_formed_rows_.assign(1, 0);
-  for (const ResponseDict& head : row_heads_) {
-    const std::size_t row = size_or_ill_formed(head);
-    row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row + kExcerptKeySize));
+  row_sizes_.reserve(sections_.size() + 1);
+  ill_formed_rows_.reserve(sections_.size() + 1);
+  for (const ResponseValue& section : sections_) {
+    const std::size_t row = row_size_without_excerpt(section);
+    row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row));
     ill_formed_rows_.push_back(ill_formed_rows_.back() + (row == kIllFormed ? 1 : 0));
   }
   citation_sizes_ = ask_citation_list_sizes(sections_, extra_);

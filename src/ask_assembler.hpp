@@ -60,13 +60,12 @@ class AskAssembler {
   std::string query_;
   ResponseValue answer_;
   ResponseList sections_;
-  std::vector<ResponseDict> row_heads_;  // each section row but its excerpt
   ResponseList extra_;
   ResponseDict attachments_;  // model, tokens, note, decisions, code, memories; null ones left out
 
   // Sizes, from measure(): everything but the two lists' values, with the
-  // attachments still present; the rows without their excerpts, summed over
-  // the first n rows (and how many of those are ill-formed); the merged
+  // attachments still present; the rows without their excerpts' text, summed
+  // over the first n rows (and how many of those are ill-formed); the merged
   // citation list for n kept sections.
   std::size_t fixed_size_ = 0;
   std::vector<std::size_t> row_sizes_;

@@ -5,7 +5,6 @@
 #include <functional>
 #include <span>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "ask_citations.hpp"
@@ -118,8 +117,37 @@ std::span<const ResponseValue> section_citations(const ResponseValue& section) n
   return std::span(all).first(std::min(all.size(), ASK_CITATIONS_PER_SECTION));
 }
 
-// The set of places taken so far.
-using PlaceSet = std::unordered_set<Place, PlaceHash, PlaceEqual>;
+// A set of places. It never holds more than the cap (or, for the extra
+// citations, a cap's worth), so a flat list searched by hash first beats a
+// node-based set, which allocates per place.
+class PlaceSet {
+ public:
+  void reserve(std::size_t n) { entries_.reserve(n); }
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+
+  // insert: adds `place`; false when it was already there.
+  bool insert(const Place& place) {
+    const std::size_t hash = PlaceHash{}(place);
+    if (find(place, hash)) return false;
+    entries_.push_back({hash, place});
+    return true;
+  }
+
+  [[nodiscard]] bool contains(const Place& place) const noexcept { return find(place, PlaceHash{}(place)); }
+
+ private:
+  struct Entry {
+    std::size_t hash;
+    Place place;
+  };
+
+  [[nodiscard]] bool find(const Place& place, std::size_t hash) const noexcept {
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [&](const Entry& e) { return e.hash == hash && PlaceEqual{}(e.place, place); });
+  }
+
+  std::vector<Entry> entries_;
+};
 
 }  // namespace
 
@@ -130,7 +158,7 @@ std::vector<CitationPick> ask_citation_picks(std::span<const ResponseValue> sect
   seen.reserve(ASK_MAX_CITATIONS);
   // Returns false once the cap is reached.
   const auto take = [&](const ResponseValue& citation, std::size_t section, std::size_t index) {
-    if (seen.insert(place_of(citation)).second) picks.push_back({section, index});
+    if (seen.insert(place_of(citation))) picks.push_back({section, index});
     return picks.size() < ASK_MAX_CITATIONS;
   };
   for (std::size_t k = 0; k < sections.size(); ++k) {
@@ -158,7 +186,9 @@ ResponseList ask_citations(std::span<const ResponseValue> sections, const Respon
 // The merged list for n sections is the sections' distinct citations (which
 // only grow with n) followed by the distinct extra citations whose places the
 // sections have not taken, up to the cap. Extra citations that repeat an
-// earlier extra place never count, whatever n is, so they are dropped once.
+// earlier extra place never count, whatever n is, so they are dropped once;
+// and no more than a cap's worth of distinct ones can count: each place the
+// sections took skips at most one of them and takes one place of the cap.
 std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> sections, const ResponseList& extra) {
   struct Sized {
     Place place;
@@ -167,9 +197,11 @@ std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> 
   std::vector<Sized> distinct_extra;
   {
     PlaceSet seen;
+    seen.reserve(ASK_MAX_CITATIONS);
     for (const ResponseValue& citation : extra) {
+      if (seen.size() == ASK_MAX_CITATIONS) break;
       const Place place = place_of(citation);
-      if (seen.insert(place).second) distinct_extra.push_back({place, size_or_ill_formed(citation)});
+      if (seen.insert(place)) distinct_extra.push_back({place, size_or_ill_formed(citation)});
     }
   }
 
@@ -183,7 +215,7 @@ std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> 
     if (n > 0) {
       for (const ResponseValue& citation : section_citations(sections[n - 1])) {
         if (own_count == ASK_MAX_CITATIONS) break;
-        if (taken.insert(place_of(citation)).second) {
+        if (taken.insert(place_of(citation))) {
           own_size = plus(own_size, size_or_ill_formed(citation));
           ++own_count;
         }

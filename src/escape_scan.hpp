@@ -19,6 +19,16 @@ namespace kestrune::mcp_responses::detail {
 
 inline constexpr std::size_t kBlock = 16;
 
+/// popcount16: the number of set bits of a block mask. Written out because
+/// without a popcnt instruction in the target std::popcount is a library call.
+constexpr unsigned popcount16(unsigned m) noexcept {
+  m = m - ((m >> 1) & 0x5555u);
+  m = (m & 0x3333u) + ((m >> 2) & 0x3333u);
+  m = (m + (m >> 4)) & 0x0F0Fu;
+  return (m + (m >> 8)) & 0x1Fu;
+}
+static_assert(popcount16(0xFFFFu) == 16 && popcount16(0x8001u) == 2 && popcount16(0) == 0);
+
 // Loads: unaligned, in bounds, through memcpy so no aliasing rule is bent.
 inline std::uint64_t load64(const char* s) noexcept {
   std::uint64_t w;

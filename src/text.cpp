@@ -67,7 +67,7 @@ std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
       if (!utf8.block(b, high)) return byte_offset_slow(s, chars);
       starts &= ~continuation_mask(b);
     }
-    const auto here = static_cast<std::size_t>(std::popcount(starts));
+    const auto here = static_cast<std::size_t>(detail::popcount16(starts));
     if (k + here > chars) return i + nth_set_bit(starts, chars - k);
     k += here;
     i += step;
@@ -127,7 +127,7 @@ std::size_t char_count(std::string_view text) noexcept {
     n += std::min(left, kBlock);
     if (high == 0 && utf8.done()) continue;
     if (!utf8.block(b, high)) return char_count_slow(text);
-    n -= static_cast<std::size_t>(std::popcount(continuation_mask(b)));
+    n -= static_cast<std::size_t>(popcount16(continuation_mask(b)));
   }
   return utf8.done() ? n : char_count_slow(text);
 }
