@@ -204,8 +204,11 @@ constexpr std::array<std::uint8_t, 256> kExtra = [] {
 // Returns the size, or npos when the string is not well-formed UTF-8. A
 // block of 16 bytes that is ASCII and needs no escape costs one test; other
 // blocks add their escapes' extra bytes and go through the UTF-8 check.
-std::size_t string_size(std::string_view s) noexcept {
+// With `chars`, also counts the characters: every byte but the continuation
+// bytes starts one.
+std::size_t string_size(std::string_view s, std::size_t* chars = nullptr) noexcept {
   std::size_t size = s.size() + 2;
+  std::size_t continuations = 0;
   detail::Utf8Check utf8;
   const char* in = s.data();
   std::size_t left = s.size();
@@ -216,12 +219,17 @@ std::size_t string_size(std::string_view s) noexcept {
       for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
         size += kExtra[static_cast<unsigned char>(in[std::countr_zero(escapes)])];
       }
+      if (chars != nullptr) {
+        continuations += detail::popcount16(detail::below_mask(b, static_cast<signed char>(0xC0)));
+      }
     }
     const std::size_t step = std::min(left, detail::kBlock);
     in += step;
     left -= step;
   }
-  return utf8.done() ? size : std::string_view::npos;
+  if (!utf8.done()) return std::string_view::npos;
+  if (chars != nullptr) *chars = s.size() - continuations;
+  return size;
 }
 
 std::size_t integer_size(std::int64_t i) noexcept {
@@ -365,6 +373,9 @@ namespace detail {
 std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
 std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
 std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
+std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept {
+  return string_size(text, &chars);
+}
 
 std::size_t encoded_size(const ResponseValue& result) {
   const std::size_t size = value_size(result);

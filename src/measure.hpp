@@ -18,6 +18,9 @@ inline constexpr std::size_t kIllFormed = std::string_view::npos;
 [[nodiscard]] std::size_t size_or_ill_formed(const ResponseDict& value) noexcept;
 /// string_size_or_ill_formed: the encoded size of `text` as a string, or kIllFormed.
 [[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text) noexcept;
+/// string_size_or_ill_formed: the same, setting `chars` to the number of
+/// characters of `text` when it is well-formed (and leaving it otherwise).
+[[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept;
 
 /// plus: a + b, or kIllFormed when either is.
 [[nodiscard]] constexpr std::size_t plus(std::size_t a, std::size_t b) noexcept {

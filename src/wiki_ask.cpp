@@ -50,11 +50,15 @@ class Excerpts {
     return ask.size(count(), total_, ill_formed_);
   }
 
-  void set(std::size_t i, std::string text) {
+  // set: makes `text` excerpt i; returns its number of characters.
+  std::size_t set(std::size_t i, std::string text) {
     forget(i);
     texts_[i] = std::move(text);
-    sizes_[i] = detail::string_size_or_ill_formed(texts_[i]);
+    std::size_t chars = 0;
+    sizes_[i] = detail::string_size_or_ill_formed(texts_[i], chars);
+    if (sizes_[i] == detail::kIllFormed) chars = detail::char_count(texts_[i]);
     remember(i);
+    return chars;
   }
 
   void pop_back() {
@@ -126,11 +130,11 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   // the sections kept.
   Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
-    excerpts.set(i, detail::ask_excerpt(ask.sections()[i]));
+    const std::size_t length = excerpts.set(i, detail::ask_excerpt(ask.sections()[i]));
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
     if (over > 0) {
-      const auto length = static_cast<std::int64_t>(detail::char_count(excerpts[i]));
-      excerpts.set(i, detail::trimmed(excerpts[i], std::max<std::int64_t>(0, length - over - 8)));
+      const auto room = static_cast<std::int64_t>(length) - over - 8;
+      (void)excerpts.set(i, detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room)));
     }
   }
 
