@@ -213,6 +213,12 @@ std::size_t string_size(std::string_view s, std::size_t* chars = nullptr) noexce
   const char* in = s.data();
   std::size_t left = s.size();
   while (left > 0) {
+    if (left < detail::kBlock && s.size() >= detail::kBlock && utf8.done()) {
+      // The last bytes of a long string, in the block that ends with them:
+      // when they are plain ASCII the string is done.
+      const std::size_t back = detail::kBlock - left;
+      if ((detail::attention_mask(detail::load_block(in - back, detail::kBlock)) >> back) == 0) break;
+    }
     const detail::Block b = detail::load_block(in, left);
     if (detail::attention_mask(b) != 0 || !utf8.done()) {
       if (!utf8.block(b)) return std::string_view::npos;
