@@ -5,6 +5,7 @@
 #include "ask_citations.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "measure.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -57,10 +58,16 @@ constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisio
 }  // namespace
 
 std::string ask_excerpt(const ResponseValue& section) {
+  bool well_formed = false;
+  return ask_excerpt(section, well_formed);
+}
+
+std::string ask_excerpt(const ResponseValue& section, bool& well_formed) {
+  well_formed = false;
   const ResponseValue& excerpt = field(section, "excerpt");
   if (is_empty(excerpt)) return {};
-  if (excerpt.is_string()) return trimmed(excerpt.as_string(), ASK_EXCERPT_CHARS);
-  return trimmed(tool_result_text(excerpt), ASK_EXCERPT_CHARS);
+  if (excerpt.is_string()) return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed);
+  return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed);
 }
 
 AskAssembler::AskAssembler(WikiAskOptions&& options)

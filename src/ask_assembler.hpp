@@ -15,6 +15,9 @@ namespace kestrune::mcp_responses::detail {
 /// an empty value as "", any other value as its compact text; then cut at a
 /// word boundary to ASK_EXCERPT_CHARS.
 [[nodiscard]] std::string ask_excerpt(const ResponseValue& section);
+/// ask_excerpt: the same, setting `well_formed` when the result is known to
+/// be well-formed UTF-8 (false: unknown).
+[[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed);
 
 /// AskAssembler: everything of an ask response but its excerpts, fixed once
 /// per call, so that a candidate is assembled from a list of excerpts alone.

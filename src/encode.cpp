@@ -379,6 +379,20 @@ namespace detail {
 std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
 std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
 std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
+std::size_t well_formed_string_size(std::string_view text, std::size_t& chars) noexcept {
+  std::size_t size = text.size() + 2;
+  std::size_t continuations = 0;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    const Block b = load_block(text.data() + i, text.size() - i);
+    for (unsigned escapes = escape_mask(b); escapes != 0; escapes &= escapes - 1) {
+      size += kExtra[static_cast<unsigned char>(text[i + static_cast<std::size_t>(std::countr_zero(escapes))])];
+    }
+    continuations += popcount16(below_mask(b, static_cast<signed char>(0xC0)));
+  }
+  chars = text.size() - continuations;
+  return size;
+}
+
 std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept {
   return string_size(text, &chars);
 }

@@ -22,6 +22,11 @@ inline constexpr std::size_t kIllFormed = std::string_view::npos;
 /// characters of `text` when it is well-formed (and leaving it otherwise).
 [[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept;
 
+/// well_formed_string_size: the encoded size of `text` as a string, which
+/// must be well-formed UTF-8; sets `chars` to its number of characters. Only
+/// the escapes are looked for.
+[[nodiscard]] std::size_t well_formed_string_size(std::string_view text, std::size_t& chars) noexcept;
+
 /// plus: a + b, or kIllFormed when either is.
 [[nodiscard]] constexpr std::size_t plus(std::size_t a, std::size_t b) noexcept {
   return a == kIllFormed || b == kIllFormed ? kIllFormed : a + b;

@@ -7,6 +7,7 @@
 #include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -53,7 +54,10 @@ unsigned nth_set_bit(unsigned mask, std::size_t n) noexcept {
 // The same, 16 bytes at a time: in well-formed text every byte but the
 // continuation bytes starts a character. Text found ill-formed before the
 // answer is known is counted the slow way.
-std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
+// With `checked`, tells whether the text up to the answer was found
+// well-formed (rather than counted the slow way).
+std::size_t byte_offset(std::string_view s, std::size_t chars, bool* checked = nullptr) noexcept {
+  if (checked != nullptr) *checked = false;
   detail::Utf8Check utf8;
   std::size_t i = 0;
   std::size_t k = 0;  // characters started before byte i
@@ -68,11 +72,16 @@ std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
       starts &= ~continuation_mask(b);
     }
     const auto here = static_cast<std::size_t>(detail::popcount16(starts));
-    if (k + here > chars) return i + nth_set_bit(starts, chars - k);
+    if (k + here > chars) {
+      if (checked != nullptr) *checked = true;
+      return i + nth_set_bit(starts, chars - k);
+    }
     k += here;
     i += step;
   }
-  return utf8.done() ? s.size() : byte_offset_slow(s, chars);
+  if (!utf8.done()) return byte_offset_slow(s, chars);
+  if (checked != nullptr) *checked = true;
+  return s.size();
 }
 
 // Whether `rest` holds at most one character.
@@ -164,6 +173,12 @@ std::string cut(std::string_view text, std::size_t chars) {
 }
 
 std::string trimmed(std::string_view text, std::int64_t chars) {
+  bool well_formed = false;
+  return trimmed_checked(text, chars, well_formed);
+}
+
+std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed) {
+  well_formed = false;
   if (chars <= 1) {
     if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
     return {};
@@ -171,8 +186,11 @@ std::string trimmed(std::string_view text, std::int64_t chars) {
   const auto limit = static_cast<std::size_t>(chars);
   // The first limit - 1 characters; the text is kept whole when at most one
   // character follows them.
-  const std::string_view head = text.substr(0, byte_offset(text, limit - 1));
+  bool checked = false;
+  const std::string_view head = text.substr(0, byte_offset(text, limit - 1, &checked));
   if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  // A cut keeps a prefix of the head, which the scan found well-formed.
+  well_formed = checked;
   // The last space among those characters. A space byte always starts a
   // character, so a byte search finds it; a space before the middle of the
   // allowed length is not used: cut hard.

@@ -43,6 +43,7 @@ class Excerpts {
   [[nodiscard]] std::size_t count() const noexcept { return texts_.size(); }
   [[nodiscard]] const std::string& operator[](std::size_t i) const noexcept { return texts_[i]; }
   [[nodiscard]] std::span<const std::string> texts() const noexcept { return texts_; }
+  [[nodiscard]] bool well_formed(std::size_t i) const noexcept { return sizes_[i] != detail::kIllFormed; }
   [[nodiscard]] std::vector<std::string> take() && noexcept { return std::move(texts_); }
 
   // size: the encoded size of the candidate with these excerpts.
@@ -50,13 +51,18 @@ class Excerpts {
     return ask.size(count(), total_, ill_formed_);
   }
 
-  // set: makes `text` excerpt i; returns its number of characters.
-  std::size_t set(std::size_t i, std::string text) {
+  // set: makes `text` excerpt i; returns its number of characters. A text
+  // known to be well-formed is not checked again.
+  std::size_t set(std::size_t i, std::string text, bool well_formed) {
     forget(i);
     texts_[i] = std::move(text);
     std::size_t chars = 0;
-    sizes_[i] = detail::string_size_or_ill_formed(texts_[i], chars);
-    if (sizes_[i] == detail::kIllFormed) chars = detail::char_count(texts_[i]);
+    if (well_formed) {
+      sizes_[i] = detail::well_formed_string_size(texts_[i], chars);
+    } else {
+      sizes_[i] = detail::string_size_or_ill_formed(texts_[i], chars);
+      if (sizes_[i] == detail::kIllFormed) chars = detail::char_count(texts_[i]);
+    }
     remember(i);
     return chars;
   }
@@ -130,11 +136,15 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   // the sections kept.
   Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t length = excerpts.set(i, detail::ask_excerpt(ask.sections()[i]));
+    bool well_formed = false;
+    std::string full = detail::ask_excerpt(ask.sections()[i], well_formed);
+    const std::size_t length = excerpts.set(i, std::move(full), well_formed);
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
     if (over > 0) {
       const auto room = static_cast<std::int64_t>(length) - over - 8;
-      (void)excerpts.set(i, detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room)));
+      // A cut of a well-formed excerpt is well-formed.
+      std::string cut = detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room));
+      (void)excerpts.set(i, std::move(cut), excerpts.well_formed(i));
     }
   }
 
