@@ -204,11 +204,8 @@ constexpr std::array<std::uint8_t, 256> kExtra = [] {
 // Returns the size, or npos when the string is not well-formed UTF-8. A
 // block of 16 bytes that is ASCII and needs no escape costs one test; other
 // blocks add their escapes' extra bytes and go through the UTF-8 check.
-// With `chars`, also counts the characters: every byte but the continuation
-// bytes starts one.
-std::size_t string_size(std::string_view s, std::size_t* chars = nullptr) noexcept {
+std::size_t string_size(std::string_view s) noexcept {
   std::size_t size = s.size() + 2;
-  std::size_t continuations = 0;
   detail::Utf8Check utf8;
   const char* in = s.data();
   std::size_t left = s.size();
@@ -225,17 +222,12 @@ std::size_t string_size(std::string_view s, std::size_t* chars = nullptr) noexce
       for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
         size += kExtra[static_cast<unsigned char>(in[std::countr_zero(escapes)])];
       }
-      if (chars != nullptr) {
-        continuations += detail::popcount16(detail::below_mask(b, static_cast<signed char>(0xC0)));
-      }
     }
     const std::size_t step = std::min(left, detail::kBlock);
     in += step;
     left -= step;
   }
-  if (!utf8.done()) return std::string_view::npos;
-  if (chars != nullptr) *chars = s.size() - continuations;
-  return size;
+  return utf8.done() ? size : std::string_view::npos;
 }
 
 std::size_t integer_size(std::int64_t i) noexcept {
@@ -379,22 +371,24 @@ namespace detail {
 std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
 std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
 std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
-std::size_t well_formed_string_size(std::string_view text, std::size_t& chars) noexcept {
+std::size_t well_formed_string_size(std::string_view text) noexcept {
   std::size_t size = text.size() + 2;
-  std::size_t continuations = 0;
   for (std::size_t i = 0; i < text.size(); i += kBlock) {
     const Block b = load_block(text.data() + i, text.size() - i);
     for (unsigned escapes = escape_mask(b); escapes != 0; escapes &= escapes - 1) {
       size += kExtra[static_cast<unsigned char>(text[i + static_cast<std::size_t>(std::countr_zero(escapes))])];
     }
-    continuations += popcount16(below_mask(b, static_cast<signed char>(0xC0)));
   }
-  chars = text.size() - continuations;
   return size;
 }
 
-std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept {
-  return string_size(text, &chars);
+std::size_t well_formed_char_count(std::string_view text) noexcept {
+  std::size_t continuations = 0;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    continuations +=
+        popcount16(below_mask(load_block(text.data() + i, text.size() - i), static_cast<signed char>(0xC0)));
+  }
+  return text.size() - continuations;
 }
 
 std::size_t encoded_size(const ResponseValue& result) {

@@ -18,14 +18,12 @@ inline constexpr std::size_t kIllFormed = std::string_view::npos;
 [[nodiscard]] std::size_t size_or_ill_formed(const ResponseDict& value) noexcept;
 /// string_size_or_ill_formed: the encoded size of `text` as a string, or kIllFormed.
 [[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text) noexcept;
-/// string_size_or_ill_formed: the same, setting `chars` to the number of
-/// characters of `text` when it is well-formed (and leaving it otherwise).
-[[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text, std::size_t& chars) noexcept;
 
 /// well_formed_string_size: the encoded size of `text` as a string, which
-/// must be well-formed UTF-8; sets `chars` to its number of characters. Only
-/// the escapes are looked for.
-[[nodiscard]] std::size_t well_formed_string_size(std::string_view text, std::size_t& chars) noexcept;
+/// must be well-formed UTF-8: only the escapes are looked for.
+[[nodiscard]] std::size_t well_formed_string_size(std::string_view text) noexcept;
+/// well_formed_char_count: the number of characters of well-formed `text`.
+[[nodiscard]] std::size_t well_formed_char_count(std::string_view text) noexcept;
 
 /// plus: a + b, or kIllFormed when either is.
 [[nodiscard]] constexpr std::size_t plus(std::size_t a, std::size_t b) noexcept {

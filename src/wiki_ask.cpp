@@ -51,20 +51,18 @@ class Excerpts {
     return ask.size(count(), total_, ill_formed_);
   }
 
-  // set: makes `text` excerpt i; returns its number of characters. A text
-  // known to be well-formed is not checked again.
-  std::size_t set(std::size_t i, std::string text, bool well_formed) {
+  // set: makes `text` excerpt i. A text known to be well-formed is not
+  // checked again.
+  void set(std::size_t i, std::string text, bool well_formed) {
     forget(i);
     texts_[i] = std::move(text);
-    std::size_t chars = 0;
-    if (well_formed) {
-      sizes_[i] = detail::well_formed_string_size(texts_[i], chars);
-    } else {
-      sizes_[i] = detail::string_size_or_ill_formed(texts_[i], chars);
-      if (sizes_[i] == detail::kIllFormed) chars = detail::char_count(texts_[i]);
-    }
+    sizes_[i] = well_formed ? detail::well_formed_string_size(texts_[i]) : detail::string_size_or_ill_formed(texts_[i]);
     remember(i);
-    return chars;
+  }
+
+  // chars: the number of characters of excerpt i.
+  [[nodiscard]] std::size_t chars(std::size_t i) const noexcept {
+    return well_formed(i) ? detail::well_formed_char_count(texts_[i]) : detail::char_count(texts_[i]);
   }
 
   void pop_back() {
@@ -138,13 +136,13 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   for (std::size_t i = 0; i < count; ++i) {
     bool well_formed = false;
     std::string full = detail::ask_excerpt(ask.sections()[i], well_formed);
-    const std::size_t length = excerpts.set(i, std::move(full), well_formed);
+    excerpts.set(i, std::move(full), well_formed);
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
     if (over > 0) {
-      const auto room = static_cast<std::int64_t>(length) - over - 8;
+      const auto room = static_cast<std::int64_t>(excerpts.chars(i)) - over - 8;
       // A cut of a well-formed excerpt is well-formed.
       std::string cut = detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room));
-      (void)excerpts.set(i, std::move(cut), excerpts.well_formed(i));
+      excerpts.set(i, std::move(cut), excerpts.well_formed(i));
     }
   }
 
