@@ -59,15 +59,17 @@ constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisio
 
 std::string ask_excerpt(const ResponseValue& section) {
   bool well_formed = false;
-  return ask_excerpt(section, well_formed);
+  std::size_t count = 0;
+  return ask_excerpt(section, well_formed, count);
 }
 
-std::string ask_excerpt(const ResponseValue& section, bool& well_formed) {
+std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count) {
   well_formed = false;
+  count = kUnknownCount;
   const ResponseValue& excerpt = field(section, "excerpt");
   if (is_empty(excerpt)) return {};
-  if (excerpt.is_string()) return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed);
-  return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed);
+  if (excerpt.is_string()) return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count);
+  return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed, count);
 }
 
 AskAssembler::AskAssembler(WikiAskOptions&& options)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -16,8 +17,9 @@ namespace kestrune::mcp_responses::detail {
 /// word boundary to ASK_EXCERPT_CHARS.
 [[nodiscard]] std::string ask_excerpt(const ResponseValue& section);
 /// ask_excerpt: the same, setting `well_formed` when the result is known to
-/// be well-formed UTF-8 (false: unknown).
-[[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed);
+/// be well-formed UTF-8 (false: unknown) and `count` to its number of
+/// characters when known (otherwise kUnknownCount).
+[[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count);
 
 /// AskAssembler: everything of an ask response but its excerpts, fixed once
 /// per call, so that a candidate is assembled from a list of excerpts alone.

@@ -125,15 +125,14 @@ class PlaceSet {
   void reserve(std::size_t n) { entries_.reserve(n); }
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
 
-  // insert: adds `place`; false when it was already there.
-  bool insert(const Place& place) {
-    const std::size_t hash = PlaceHash{}(place);
+  // insert: adds `place`, whose PlaceHash is `hash`; false when it was
+  // already there.
+  bool insert(const Place& place, std::size_t hash) {
     if (find(place, hash)) return false;
     entries_.push_back({hash, place});
     return true;
   }
-
-  [[nodiscard]] bool contains(const Place& place) const noexcept { return find(place, PlaceHash{}(place)); }
+  bool insert(const Place& place) { return insert(place, PlaceHash{}(place)); }
 
  private:
   struct Entry {
@@ -192,7 +191,9 @@ ResponseList ask_citations(std::span<const ResponseValue> sections, const Respon
 std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> sections, const ResponseList& extra) {
   struct Sized {
     Place place;
+    std::size_t hash;
     std::size_t size;
+    std::size_t taken_from = std::string_view::npos;  // the first n whose sections take this place
   };
   std::vector<Sized> distinct_extra;
   {
@@ -201,7 +202,8 @@ std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> 
     for (const ResponseValue& citation : extra) {
       if (seen.size() == ASK_MAX_CITATIONS) break;
       const Place place = place_of(citation);
-      if (seen.insert(place)) distinct_extra.push_back({place, size_or_ill_formed(citation)});
+      const std::size_t hash = PlaceHash{}(place);
+      if (seen.insert(place, hash)) distinct_extra.push_back({place, hash, size_or_ill_formed(citation)});
     }
   }
 
@@ -215,9 +217,14 @@ std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> 
     if (n > 0) {
       for (const ResponseValue& citation : section_citations(sections[n - 1])) {
         if (own_count == ASK_MAX_CITATIONS) break;
-        if (taken.insert(place_of(citation))) {
-          own_size = plus(own_size, size_or_ill_formed(citation));
-          ++own_count;
+        const Place place = place_of(citation);
+        const std::size_t hash = PlaceHash{}(place);
+        if (!taken.insert(place, hash)) continue;
+        own_size = plus(own_size, size_or_ill_formed(citation));
+        ++own_count;
+        for (Sized& e : distinct_extra) {
+          if (e.taken_from == std::string_view::npos && e.hash == hash && PlaceEqual{}(e.place, place))
+            e.taken_from = n;
         }
       }
     }
@@ -225,7 +232,7 @@ std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> 
     std::size_t size = own_size;
     for (const Sized& e : distinct_extra) {
       if (count == ASK_MAX_CITATIONS) break;
-      if (taken.contains(e.place)) continue;
+      if (e.taken_from <= n) continue;
       size = plus(size, e.size);
       ++count;
     }

@@ -89,6 +89,15 @@ bool fits_one_char(std::string_view rest) noexcept {
   return rest.empty() || detail::char_length(rest, 0) == rest.size();
 }
 
+// `kept` and the ellipsis.
+std::string with_ellipsis_after(std::string_view kept) {
+  std::string out;
+  out.reserve(kept.size() + kEllipsis.size());
+  out.append(kept);
+  out.append(kEllipsis);
+  return out;
+}
+
 std::string with_ellipsis(std::string_view prefix) {
   const std::string_view kept = detail::strip_end(prefix);
   std::string out;
@@ -174,11 +183,13 @@ std::string cut(std::string_view text, std::size_t chars) {
 
 std::string trimmed(std::string_view text, std::int64_t chars) {
   bool well_formed = false;
-  return trimmed_checked(text, chars, well_formed);
+  std::size_t count = 0;
+  return trimmed_checked(text, chars, well_formed, count);
 }
 
-std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed) {
+std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count) {
   well_formed = false;
+  count = kUnknownCount;
   if (chars <= 1) {
     if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
     return {};
@@ -194,11 +205,18 @@ std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& wel
   // The last space among those characters. A space byte always starts a
   // character, so a byte search finds it; a space before the middle of the
   // allowed length is not used: cut hard.
-  const std::size_t space = head.rfind(' ');
-  if (space != std::string_view::npos && limit - 1 - char_count(head.substr(space)) >= limit / 2) {
-    return with_ellipsis(text.substr(0, space));
+  std::string_view prefix = head;
+  std::size_t prefix_chars = limit - 1;
+  if (const std::size_t space = head.rfind(' '); space != std::string_view::npos) {
+    const std::size_t space_chars = limit - 1 - char_count(head.substr(space));
+    if (space_chars >= limit / 2) {
+      prefix = head.substr(0, space);
+      prefix_chars = space_chars;
+    }
   }
-  return with_ellipsis(head);
+  const std::string_view kept = strip_end(prefix);
+  count = prefix_chars - char_count(prefix.substr(kept.size())) + 1;
+  return with_ellipsis_after(kept);
 }
 
 }  // namespace detail

@@ -16,6 +16,7 @@
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "measure.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -38,7 +39,8 @@ std::int64_t byte_limit(std::int64_t token_budget) {
 // strings and the number of them that are not well-formed UTF-8.
 class Excerpts {
  public:
-  explicit Excerpts(std::size_t count) : texts_(count), sizes_(count, kEmpty), total_(kEmpty * count) {}
+  explicit Excerpts(std::size_t count)
+      : texts_(count), sizes_(count, kEmpty), counts_(count, 0), total_(kEmpty * count) {}
 
   [[nodiscard]] std::size_t count() const noexcept { return texts_.size(); }
   [[nodiscard]] const std::string& operator[](std::size_t i) const noexcept { return texts_[i]; }
@@ -52,16 +54,18 @@ class Excerpts {
   }
 
   // set: makes `text` excerpt i. A text known to be well-formed is not
-  // checked again.
-  void set(std::size_t i, std::string text, bool well_formed) {
+  // checked again; `count` is its number of characters, if known.
+  void set(std::size_t i, std::string text, bool well_formed, std::size_t count = detail::kUnknownCount) {
     forget(i);
     texts_[i] = std::move(text);
+    counts_[i] = count;
     sizes_[i] = well_formed ? detail::well_formed_string_size(texts_[i]) : detail::string_size_or_ill_formed(texts_[i]);
     remember(i);
   }
 
   // chars: the number of characters of excerpt i.
   [[nodiscard]] std::size_t chars(std::size_t i) const noexcept {
+    if (counts_[i] != detail::kUnknownCount) return counts_[i];
     return well_formed(i) ? detail::well_formed_char_count(texts_[i]) : detail::char_count(texts_[i]);
   }
 
@@ -69,6 +73,7 @@ class Excerpts {
     forget(texts_.size() - 1);
     texts_.pop_back();
     sizes_.pop_back();
+    counts_.pop_back();
   }
 
  private:
@@ -91,6 +96,7 @@ class Excerpts {
 
   std::vector<std::string> texts_;
   std::vector<std::size_t> sizes_;
+  std::vector<std::size_t> counts_;  // characters, or kUnknownCount
   std::size_t total_;
   std::size_t ill_formed_ = 0;
 };
@@ -135,8 +141,9 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
     bool well_formed = false;
-    std::string full = detail::ask_excerpt(ask.sections()[i], well_formed);
-    excerpts.set(i, std::move(full), well_formed);
+    std::size_t chars = 0;
+    std::string full = detail::ask_excerpt(ask.sections()[i], well_formed, chars);
+    excerpts.set(i, std::move(full), well_formed, chars);
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
     if (over > 0) {
       const auto room = static_cast<std::int64_t>(excerpts.chars(i)) - over - 8;
