@@ -111,7 +111,8 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
 ResponseDict AskAssembler::take(std::vector<std::string>&& excerpts) && {
   const std::size_t n = excerpts.size();
   // The picks point into the sections, so they are read before anything moves.
-  const std::vector<CitationPick> picks = ask_citation_picks(sections().first(n), extra_);
+  const std::vector<CitationPick> picks =
+      citations_ ? citations_->picks(n) : ask_citation_picks(sections().first(n), extra_);
   ResponseList citations;
   citations.reserve(picks.size());
   for (const CitationPick& p : picks) {
@@ -172,14 +173,14 @@ void AskAssembler::measure() {
     row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row));
     ill_formed_rows_.push_back(ill_formed_rows_.back() + (row == kIllFormed ? 1 : 0));
   }
-  citation_sizes_ = ask_citation_list_sizes(sections_, extra_);
+  citations_.emplace(sections_, extra_);
 }
 
 std::size_t AskAssembler::size(std::size_t rows, std::size_t excerpts_size, std::size_t ill_formed_excerpts) const {
   if (ill_formed_excerpts > 0 || ill_formed_rows_[rows] > 0) return kIllFormed;
   // The rows, their commas and the list's brackets.
   const std::size_t list = 2 + (rows > 0 ? rows - 1 : 0) + row_sizes_[rows] + excerpts_size;
-  return plus(plus(fixed_size_, list), citation_sizes_[rows]);
+  return plus(plus(fixed_size_, list), citations_->list_size(rows));
 }
 
 }  // namespace kestrune::mcp_responses::detail

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "trim.hpp"
 
@@ -75,7 +77,7 @@ class AskAssembler {
   std::size_t fixed_size_ = 0;
   std::vector<std::size_t> row_sizes_;
   std::vector<std::size_t> ill_formed_rows_;
-  std::vector<std::size_t> citation_sizes_;
+  std::optional<CitationMerge> citations_;
 };
 
 }  // namespace kestrune::mcp_responses::detail

@@ -182,64 +182,75 @@ ResponseList ask_citations(std::span<const ResponseValue> sections, const Respon
   return result;
 }
 
-// The merged list for n sections is the sections' distinct citations (which
-// only grow with n) followed by the distinct extra citations whose places the
-// sections have not taken, up to the cap. Extra citations that repeat an
-// earlier extra place never count, whatever n is, so they are dropped once;
-// and no more than a cap's worth of distinct ones can count: each place the
-// sections took skips at most one of them and takes one place of the cap.
-std::vector<std::size_t> ask_citation_list_sizes(std::span<const ResponseValue> sections, const ResponseList& extra) {
-  struct Sized {
+// At most a cap's worth of distinct extra citations can ever be listed: each
+// place the sections took skips at most one of them and fills one place of
+// the cap. Extra citations that repeat an earlier extra place never count,
+// whatever n is.
+CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  struct Candidate {
     Place place;
     std::size_t hash;
     std::size_t size;
-    std::size_t taken_from = std::string_view::npos;  // the first n whose sections take this place
   };
-  std::vector<Sized> distinct_extra;
+  std::vector<Candidate> extra_candidates;
   {
     PlaceSet seen;
     seen.reserve(ASK_MAX_CITATIONS);
-    for (const ResponseValue& citation : extra) {
-      if (seen.size() == ASK_MAX_CITATIONS) break;
-      const Place place = place_of(citation);
+    for (std::size_t j = 0; j < extra.size() && seen.size() < ASK_MAX_CITATIONS; ++j) {
+      const Place place = place_of(extra[j]);
       const std::size_t hash = PlaceHash{}(place);
-      if (seen.insert(place, hash)) distinct_extra.push_back({place, hash, size_or_ill_formed(citation)});
+      if (!seen.insert(place, hash)) continue;
+      extra_candidates.push_back({place, hash, size_or_ill_formed(extra[j])});
+      extra_.push_back({j, std::string_view::npos});
     }
   }
 
-  std::vector<std::size_t> sizes;
-  sizes.reserve(sections.size() + 1);
+  sizes_.reserve(sections.size() + 1);
+  own_.reserve(ASK_MAX_CITATIONS);
   PlaceSet taken;  // places of the sections' citations so far
   taken.reserve(ASK_MAX_CITATIONS);
-  std::size_t own_count = 0;
   std::size_t own_size = 0;
   for (std::size_t n = 0; n <= sections.size(); ++n) {
     if (n > 0) {
-      for (const ResponseValue& citation : section_citations(sections[n - 1])) {
-        if (own_count == ASK_MAX_CITATIONS) break;
-        const Place place = place_of(citation);
+      const std::span<const ResponseValue> own = section_citations(sections[n - 1]);
+      for (std::size_t j = 0; j < own.size() && own_.size() < ASK_MAX_CITATIONS; ++j) {
+        const Place place = place_of(own[j]);
         const std::size_t hash = PlaceHash{}(place);
         if (!taken.insert(place, hash)) continue;
-        own_size = plus(own_size, size_or_ill_formed(citation));
-        ++own_count;
-        for (Sized& e : distinct_extra) {
-          if (e.taken_from == std::string_view::npos && e.hash == hash && PlaceEqual{}(e.place, place))
-            e.taken_from = n;
+        own_.push_back({n - 1, j});
+        own_size = plus(own_size, size_or_ill_formed(own[j]));
+        for (std::size_t e = 0; e < extra_.size(); ++e) {
+          const Candidate& c = extra_candidates[e];
+          if (extra_[e].taken_from == std::string_view::npos && c.hash == hash && PlaceEqual{}(c.place, place)) {
+            extra_[e].taken_from = n;
+          }
         }
       }
     }
-    std::size_t count = own_count;
+    std::size_t count = own_.size();
     std::size_t size = own_size;
-    for (const Sized& e : distinct_extra) {
-      if (count == ASK_MAX_CITATIONS) break;
-      if (e.taken_from <= n) continue;
-      size = plus(size, e.size);
+    for (std::size_t e = 0; e < extra_.size() && count < ASK_MAX_CITATIONS; ++e) {
+      if (extra_[e].taken_from <= n) continue;
+      size = plus(size, extra_candidates[e].size);
       ++count;
     }
     // Brackets and the commas between entries.
-    sizes.push_back(plus(size, 2 + (count > 0 ? count - 1 : 0)));
+    sizes_.push_back(plus(size, 2 + (count > 0 ? count - 1 : 0)));
   }
-  return sizes;
+}
+
+std::vector<CitationPick> CitationMerge::picks(std::size_t n) const {
+  std::vector<CitationPick> picks;
+  picks.reserve(ASK_MAX_CITATIONS);
+  for (const CitationPick& p : own_) {
+    if (p.section >= n) break;
+    picks.push_back(p);
+  }
+  for (const Extra& e : extra_) {
+    if (picks.size() == ASK_MAX_CITATIONS) break;
+    if (e.taken_from > n) picks.push_back({kFromExtra, e.index});
+  }
+  return picks;
 }
 
 }  // namespace kestrune::mcp_responses::detail
