@@ -48,8 +48,9 @@ ResponseDict take_row_head(ResponseValue& section) {
 std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
   std::size_t size = 2 + 5 + key_size("stale") + key_size("excerpt");
   size += is_empty(field(section, "stale")) ? 5 : 4;
-  for (const std::string_view key : kCopied)
+  for (const std::string_view key : kCopied) {
     size = plus(size, plus(key_size(key), size_or_ill_formed(field(section, key))));
+  }
   return size;
 }
 
