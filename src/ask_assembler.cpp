@@ -1,36 +1,76 @@
-// Assembling wiki ask candidates: fixed parts, section rows, merged citations.
+// Assembling wiki ask candidates: fixed parts, section rows, merged citations;
+// and their sizes from the sizes of those parts.
 #include "ask_assembler.hpp"
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "measure.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
 namespace {
+
+// The bytes of `"key":` for the response's own keys, which need no escapes.
+constexpr std::size_t key_size(std::string_view key) noexcept { return key.size() + 3; }
 
 const ResponseValue& field(const ResponseValue& section, std::string_view key) noexcept {
   static const ResponseValue kNull;
   return section.is_dict() ? section.as_dict().get(key) : kNull;
 }
 
-// The five keys of a section row that do not depend on the budget.
+constexpr std::string_view kCopied[] = {"page_id", "title", "heading", "similarity"};
+
+// The five keys of a section row that do not depend on the budget, copied.
 ResponseDict row_head(const ResponseValue& section) {
   ResponseDict row;
   row.reserve(6);
-  row.append("page_id", field(section, "page_id"));
-  row.append("title", field(section, "title"));
-  row.append("heading", field(section, "heading"));
-  row.append("similarity", field(section, "similarity"));
+  for (const std::string_view key : kCopied) row.append(std::string(key), field(section, key));
   row.append("stale", !is_empty(field(section, "stale")));
   return row;
 }
 
+// The same, moved out of `section`, which is spent afterwards.
+ResponseDict take_row_head(ResponseValue& section) {
+  ResponseDict row;
+  row.reserve(6);
+  ResponseDict* dict = section.is_dict() ? &section.as_dict() : nullptr;
+  for (const std::string_view key : kCopied) {
+    ResponseValue* value = dict != nullptr ? dict->find(key) : nullptr;
+    row.append(std::string(key), value != nullptr ? std::move(*value) : ResponseValue());
+  }
+  row.append("stale", !is_empty(field(section, "stale")));
+  return row;
+}
+
+// The bytes of a row's text but its excerpt's: braces, five commas, the six
+// keys and the five values of its head.
+std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
+  std::size_t size = 2 + 5 + key_size("stale") + key_size("excerpt");
+  size += is_empty(field(section, "stale")) ? 5 : 4;
+  for (const std::string_view key : kCopied) {
+    size = plus(size, plus(key_size(key), size_or_ill_formed(field(section, key))));
+  }
+  return size;
+}
+
+constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
+
 }  // namespace
 
 std::string ask_excerpt(const ResponseValue& section) {
+  bool well_formed = false;
+  std::size_t count = 0;
+  return ask_excerpt(section, well_formed, count);
+}
+
+std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count) {
+  well_formed = false;
+  count = kUnknownCount;
   const ResponseValue& excerpt = field(section, "excerpt");
   if (is_empty(excerpt)) return {};
-  if (excerpt.is_string()) return trimmed(excerpt.as_string(), ASK_EXCERPT_CHARS);
-  return trimmed(tool_result_text(excerpt), ASK_EXCERPT_CHARS);
+  if (excerpt.is_string()) return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count);
+  return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed, count);
 }
 
 AskAssembler::AskAssembler(WikiAskOptions&& options)
@@ -38,8 +78,6 @@ AskAssembler::AskAssembler(WikiAskOptions&& options)
       query_(std::move(options.query)),
       answer_(std::move(options.answer)),
       sections_(std::move(options.sections)) {
-  row_heads_.reserve(sections_.size());
-  for (const ResponseValue& section : sections_) row_heads_.push_back(row_head(section));
   if (options.citations) extra_ = std::move(*options.citations);
   attachments_.reserve(6);
   attachments_.append("model", std::move(options.model));
@@ -59,7 +97,7 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   ResponseList rows;
   rows.reserve(excerpts.size());
   for (std::size_t k = 0; k < excerpts.size(); ++k) {
-    ResponseDict row = row_heads_[k];
+    ResponseDict row = row_head(sections_[k]);
     row.append("excerpt", excerpts[k]);
     rows.emplace_back(std::move(row));
   }
@@ -71,6 +109,79 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   return response;
 }
 
-void AskAssembler::drop(std::string_view key) { attachments_.at(key) = nullptr; }
+ResponseDict AskAssembler::take(std::vector<std::string>&& excerpts) && {
+  const std::size_t n = excerpts.size();
+  // The picks point into the sections, so they are read before anything moves.
+  const std::vector<CitationPick> picks =
+      citations_ ? citations_->picks(n) : ask_citation_picks(sections().first(n), extra_);
+  ResponseList citations;
+  citations.reserve(picks.size());
+  for (const CitationPick& p : picks) {
+    ResponseValue& citation = p.section == kFromExtra
+                                  ? extra_[p.index]
+                                  : sections_[p.section].as_dict().find("citations")->as_list()[p.index];
+    citations.push_back(std::move(citation));
+  }
+  ResponseDict response;
+  response.reserve(11);
+  response.append("mode", std::move(mode_));
+  response.append("query", std::move(query_));
+  response.append("answer", std::move(answer_));
+  ResponseList rows;
+  rows.reserve(n);
+  for (std::size_t k = 0; k < n; ++k) {
+    ResponseDict row = take_row_head(sections_[k]);
+    row.append("excerpt", std::move(excerpts[k]));
+    rows.emplace_back(std::move(row));
+  }
+  response.append("sections", std::move(rows));
+  response.append("citations", std::move(citations));
+  for (const std::string_view key : kAttachments) {
+    ResponseValue& value = attachments_.at(key);
+    if (!value.is_null()) response.append(std::string(key), std::move(value));
+  }
+  return response;
+}
+
+void AskAssembler::drop(std::string_view key) {
+  attachments_.at(key) = nullptr;
+  fixed_size_ = fixed_size();
+}
+
+std::size_t AskAssembler::fixed_size() const noexcept {
+  // `{"mode":…,"query":…,"answer":…,"sections":…,"citations":…` and the
+  // attachments, each after a comma, then `}`.
+  std::size_t size =
+      2 + 4 + key_size("mode") + key_size("query") + key_size("answer") + key_size("sections") + key_size("citations");
+  size = plus(size, string_size_or_ill_formed(mode_));
+  size = plus(size, string_size_or_ill_formed(query_));
+  size = plus(size, size_or_ill_formed(answer_));
+  for (const auto& [key, value] : attachments_) {
+    if (!value.is_null()) size = plus(size, plus(1 + key_size(key), size_or_ill_formed(value)));
+  }
+  return size;
+}
+
+void AskAssembler::measure() {
+  fixed_size_ = fixed_size();
+
+  row_sizes_.assign(1, 0);
+  ill_formed_rows_.assign(1, 0);
+  row_sizes_.reserve(sections_.size() + 1);
+  ill_formed_rows_.reserve(sections_.size() + 1);
+  for (const ResponseValue& section : sections_) {
+    const std::size_t row = row_size_without_excerpt(section);
+    row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row));
+    ill_formed_rows_.push_back(ill_formed_rows_.back() + (row == kIllFormed ? 1 : 0));
+  }
+  citations_.emplace(sections_, extra_);
+}
+
+std::size_t AskAssembler::size(std::size_t rows, std::size_t excerpts_size, std::size_t ill_formed_excerpts) const {
+  if (ill_formed_excerpts > 0 || ill_formed_rows_[rows] > 0) return kIllFormed;
+  // The rows, their commas and the list's brackets.
+  const std::size_t list = 2 + (rows > 0 ? rows - 1 : 0) + row_sizes_[rows] + excerpts_size;
+  return plus(plus(fixed_size_, list), citations_->list_size(rows));
+}
 
 }  // namespace kestrune::mcp_responses::detail

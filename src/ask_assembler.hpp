@@ -1,13 +1,16 @@
-// Candidate responses of one wiki ask call.
+// Candidate responses of one wiki ask call, and their sizes from their parts.
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -15,10 +18,20 @@ namespace kestrune::mcp_responses::detail {
 /// an empty value as "", any other value as its compact text; then cut at a
 /// word boundary to ASK_EXCERPT_CHARS.
 [[nodiscard]] std::string ask_excerpt(const ResponseValue& section);
+/// ask_excerpt: the same, setting `well_formed` when the result is known to
+/// be well-formed UTF-8 (false: unknown) and `count` to its number of
+/// characters when known (otherwise kUnknownCount).
+[[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count);
 
 /// AskAssembler: everything of an ask response but its excerpts, fixed once
 /// per call, so that a candidate is assembled from a list of excerpts alone.
 /// The first n excerpts keep the first n sections, with their citations.
+///
+/// A candidate's encoded size is also known without assembling it: the size
+/// of the fixed parts, of each section row without its excerpt and of the
+/// merged citation list for each number of kept sections are computed once
+/// (measure()), and size() adds them up with the excerpts' sizes. Sizes are
+/// kIllFormed when the candidate holds text that is not well-formed UTF-8.
 class AskAssembler {
  public:
   /// Takes the fixed parts of `options`; `options.sections` is moved from.
@@ -30,17 +43,41 @@ class AskAssembler {
   /// assemble: a new candidate from `excerpts` (at most section_count()).
   [[nodiscard]] ResponseDict assemble(std::span<const std::string> excerpts) const;
 
+  /// take: the candidate of `excerpts`, built by moving this object's parts
+  /// into it; the assembler is spent afterwards.
+  [[nodiscard]] ResponseDict take(std::vector<std::string>&& excerpts) &&;
+
   /// drop: leaves the attachment `key` out of every later candidate.
   void drop(std::string_view key);
 
+  /// measure: computes the sizes of the parts; needed before size(), and
+  /// kept up to date by drop().
+  void measure();
+
+  /// size: the encoded size of the candidate with the first `rows` sections,
+  /// given the sum of those rows' excerpt sizes (as encoded strings) and how
+  /// many of those excerpts are ill-formed.
+  [[nodiscard]] std::size_t size(std::size_t rows, std::size_t excerpts_size, std::size_t ill_formed_excerpts) const;
+
  private:
+  // The size of everything but the values of `sections` and `citations`.
+  [[nodiscard]] std::size_t fixed_size() const noexcept;
+
   std::string mode_;
   std::string query_;
   ResponseValue answer_;
   ResponseList sections_;
-  std::vector<ResponseDict> row_heads_;  // each section row but its excerpt
   ResponseList extra_;
   ResponseDict attachments_;  // model, tokens, note, decisions, code, memories; null ones left out
+
+  // Sizes, from measure(): everything but the two lists' values, with the
+  // attachments still present; the rows without their excerpts' text, summed
+  // over the first n rows (and how many of those are ill-formed); the merged
+  // citation list for n kept sections.
+  std::size_t fixed_size_ = 0;
+  std::vector<std::size_t> row_sizes_;
+  std::vector<std::size_t> ill_formed_rows_;
+  std::optional<CitationMerge> citations_;
 };
 
 }  // namespace kestrune::mcp_responses::detail

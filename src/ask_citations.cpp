@@ -5,9 +5,11 @@
 #include <functional>
 #include <span>
 #include <string>
-#include <unordered_set>
+#include <vector>
 
+#include "ask_citations.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "measure.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -115,26 +117,140 @@ std::span<const ResponseValue> section_citations(const ResponseValue& section) n
   return std::span(all).first(std::min(all.size(), ASK_CITATIONS_PER_SECTION));
 }
 
+// A set of places. It never holds more than the cap (or, for the extra
+// citations, a cap's worth), so a flat list searched by hash first beats a
+// node-based set, which allocates per place.
+class PlaceSet {
+ public:
+  void reserve(std::size_t n) { entries_.reserve(n); }
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+
+  // insert: adds `place`, whose PlaceHash is `hash`; false when it was
+  // already there.
+  bool insert(const Place& place, std::size_t hash) {
+    if (find(place, hash)) return false;
+    entries_.push_back({hash, place});
+    return true;
+  }
+  bool insert(const Place& place) { return insert(place, PlaceHash{}(place)); }
+
+ private:
+  struct Entry {
+    std::size_t hash;
+    Place place;
+  };
+
+  [[nodiscard]] bool find(const Place& place, std::size_t hash) const noexcept {
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [&](const Entry& e) { return e.hash == hash && PlaceEqual{}(e.place, place); });
+  }
+
+  std::vector<Entry> entries_;
+};
+
 }  // namespace
+
+std::vector<CitationPick> ask_citation_picks(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  std::vector<CitationPick> picks;
+  picks.reserve(ASK_MAX_CITATIONS);
+  PlaceSet seen;
+  seen.reserve(ASK_MAX_CITATIONS);
+  // Returns false once the cap is reached.
+  const auto take = [&](const ResponseValue& citation, std::size_t section, std::size_t index) {
+    if (seen.insert(place_of(citation))) picks.push_back({section, index});
+    return picks.size() < ASK_MAX_CITATIONS;
+  };
+  for (std::size_t k = 0; k < sections.size(); ++k) {
+    const std::span<const ResponseValue> own = section_citations(sections[k]);
+    for (std::size_t j = 0; j < own.size(); ++j) {
+      if (!take(own[j], k, j)) return picks;
+    }
+  }
+  for (std::size_t j = 0; j < extra.size(); ++j) {
+    if (!take(extra[j], kFromExtra, j)) return picks;
+  }
+  return picks;
+}
 
 ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra) {
   ResponseList result;
-  std::unordered_set<Place, PlaceHash, PlaceEqual> seen;
-  seen.reserve(ASK_MAX_CITATIONS);
-  // Returns false once the cap is reached.
-  const auto take = [&](const ResponseValue& citation) {
-    if (seen.insert(place_of(citation)).second) result.push_back(citation);
-    return result.size() < ASK_MAX_CITATIONS;
-  };
-  for (const ResponseValue& section : sections) {
-    for (const ResponseValue& citation : section_citations(section)) {
-      if (!take(citation)) return result;
-    }
-  }
-  for (const ResponseValue& citation : extra) {
-    if (!take(citation)) return result;
+  const std::vector<CitationPick> picks = ask_citation_picks(sections, extra);
+  result.reserve(picks.size());
+  for (const CitationPick& p : picks) {
+    result.push_back(p.section == kFromExtra ? extra[p.index] : section_citations(sections[p.section])[p.index]);
   }
   return result;
+}
+
+// At most a cap's worth of distinct extra citations can ever be listed: each
+// place the sections took skips at most one of them and fills one place of
+// the cap. Extra citations that repeat an earlier extra place never count,
+// whatever n is.
+CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  struct Candidate {
+    Place place;
+    std::size_t hash;
+    std::size_t size;
+  };
+  std::vector<Candidate> extra_candidates;
+  {
+    PlaceSet seen;
+    seen.reserve(ASK_MAX_CITATIONS);
+    for (std::size_t j = 0; j < extra.size() && seen.size() < ASK_MAX_CITATIONS; ++j) {
+      const Place place = place_of(extra[j]);
+      const std::size_t hash = PlaceHash{}(place);
+      if (!seen.insert(place, hash)) continue;
+      extra_candidates.push_back({place, hash, size_or_ill_formed(extra[j])});
+      extra_.push_back({j, std::string_view::npos});
+    }
+  }
+
+  sizes_.reserve(sections.size() + 1);
+  own_.reserve(ASK_MAX_CITATIONS);
+  PlaceSet taken;  // places of the sections' citations so far
+  taken.reserve(ASK_MAX_CITATIONS);
+  std::size_t own_size = 0;
+  for (std::size_t n = 0; n <= sections.size(); ++n) {
+    if (n > 0) {
+      const std::span<const ResponseValue> own = section_citations(sections[n - 1]);
+      for (std::size_t j = 0; j < own.size() && own_.size() < ASK_MAX_CITATIONS; ++j) {
+        const Place place = place_of(own[j]);
+        const std::size_t hash = PlaceHash{}(place);
+        if (!taken.insert(place, hash)) continue;
+        own_.push_back({n - 1, j});
+        own_size = plus(own_size, size_or_ill_formed(own[j]));
+        for (std::size_t e = 0; e < extra_.size(); ++e) {
+          const Candidate& c = extra_candidates[e];
+          if (extra_[e].taken_from == std::string_view::npos && c.hash == hash && PlaceEqual{}(c.place, place)) {
+            extra_[e].taken_from = n;
+          }
+        }
+      }
+    }
+    std::size_t count = own_.size();
+    std::size_t size = own_size;
+    for (std::size_t e = 0; e < extra_.size() && count < ASK_MAX_CITATIONS; ++e) {
+      if (extra_[e].taken_from <= n) continue;
+      size = plus(size, extra_candidates[e].size);
+      ++count;
+    }
+    // Brackets and the commas between entries.
+    sizes_.push_back(plus(size, 2 + (count > 0 ? count - 1 : 0)));
+  }
+}
+
+std::vector<CitationPick> CitationMerge::picks(std::size_t n) const {
+  std::vector<CitationPick> picks;
+  picks.reserve(ASK_MAX_CITATIONS);
+  for (const CitationPick& p : own_) {
+    if (p.section >= n) break;
+    picks.push_back(p);
+  }
+  for (const Extra& e : extra_) {
+    if (picks.size() == ASK_MAX_CITATIONS) break;
+    if (e.taken_from > n) picks.push_back({kFromExtra, e.index});
+  }
+  return picks;
 }
 
 }  // namespace kestrune::mcp_responses::detail

@@ -1,5 +1,7 @@
 // Compact MCP text: writing it, and counting its bytes without writing it.
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -7,8 +9,10 @@
 #include <system_error>
 
 #include "double_text.hpp"
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "measure.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -29,92 +33,162 @@ constexpr std::array<char, 256> kEscape = [] {
   return t;
 }();
 
-void append_string(std::string& out, std::string_view s) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out.push_back('"');
-  std::size_t run = 0;  // start of the bytes not yet written
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    const char e = kEscape[c];
-    if (e == 0) continue;
-    out.append(s.data() + run, i - run);
-    run = i + 1;
-    if (e == 'u') {
-      const char u[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xF]};
-      out.append(u, 6);
-    } else {
-      const char esc[2] = {'\\', e};
-      out.append(esc, 2);
-    }
+// Writes the compact text into a string through a raw pointer. The string is
+// kept larger than the text by at least kSlack bytes, so that a block store
+// of 16 bytes and a few punctuation marks never need a bounds check of their
+// own; every token checks for room before it writes. The write position is
+// passed along and returned rather than kept in a member: stores through a
+// char pointer may alias any member, which would force a reload per store.
+class Writer {
+ public:
+  explicit Writer(std::string& out, std::size_t expected) : out_(out) {
+    const std::size_t base = out_.size();
+    out_.resize(base + expected + kSlack);
+    start_ = out_.data() + base;
+    limit_ = out_.data() + out_.size() - kSlack;
   }
-  out.append(s.data() + run, s.size() - run);
-  out.push_back('"');
+
+  // start: where the text begins.
+  [[nodiscard]] char* start() const noexcept { return start_; }
+  // finish: trims the string to the text written up to `p`.
+  void finish(const char* p) { out_.resize(static_cast<std::size_t>(p - out_.data())); }
+
+  char* value(char* p, const ResponseValue& v);
+  char* dict(char* p, const ResponseDict& d);
+  char* list(char* p, const ResponseList& l);
+
+ private:
+  static constexpr std::size_t kSlack = 64;
+
+  // room: makes sure that `n` more bytes fit before the slack; returns the
+  // write position, which moves when the string grows. A mark or two written
+  // without asking may already have run into the slack.
+  char* room(char* p, std::size_t n) {
+    if (limit_ - p < static_cast<std::ptrdiff_t>(n)) [[unlikely]]
+      return grow(p, n);
+    return p;
+  }
+
+  char* grow(char* p, std::size_t n) {
+    const auto used = static_cast<std::size_t>(p - out_.data());
+    const auto begun = static_cast<std::size_t>(start_ - out_.data());
+    out_.resize(std::max(out_.size() * 2, used + n + kSlack));
+    start_ = out_.data() + begun;
+    limit_ = out_.data() + out_.size() - kSlack;
+    return out_.data() + used;
+  }
+
+  char* string(char* p, std::string_view s);
+
+  std::string& out_;
+  char* start_ = nullptr;
+  char* limit_ = nullptr;
+};
+
+char* put(char* p, const char* s, std::size_t n) noexcept {
+  std::memcpy(p, s, n);
+  return p + n;
 }
 
-void append_integer(std::string& out, std::int64_t i) {
-  char buf[24];
-  const auto r = std::to_chars(buf, buf + sizeof buf, i);
-  out.append(buf, r.ptr);
+char* escape(char* p, unsigned char c) noexcept {
+  static constexpr char kHex[] = "0123456789abcdef";
+  const char e = kEscape[c];
+  p[0] = '\\';
+  if (e != 'u') {
+    p[1] = e;
+    return p + 2;
+  }
+  std::memcpy(p + 1, "u00", 3);
+  p[4] = kHex[c >> 4];
+  p[5] = kHex[c & 0xF];
+  return p + 6;
 }
 
-void append_value(std::string& out, const ResponseValue& v);
+// Copies 16 bytes at a time, stopping only at bytes that need an escape.
+// Room for the text, its quotes and one mark after it is made up front; each
+// escape makes room for its extra bytes.
+char* Writer::string(char* p, std::string_view s) {
+  p = room(p, s.size() + 3);
+  *p++ = '"';
+  const char* in = s.data();
+  std::size_t left = s.size();
+  while (left > 0) {
+    const detail::Block b = detail::load_block(in, left);
+    detail::store_block(p, b);
+    const unsigned mask = detail::escape_mask(b);
+    if (mask == 0) {
+      const std::size_t step = std::min(left, detail::kBlock);
+      p += step;
+      in += step;
+      left -= step;
+      continue;
+    }
+    const auto k = static_cast<std::size_t>(std::countr_zero(mask));
+    p = room(p + k, left - k + 8);
+    p = escape(p, static_cast<unsigned char>(in[k]));
+    in += k + 1;
+    left -= k + 1;
+  }
+  *p++ = '"';
+  return p;
+}
 
-void append_dict(std::string& out, const ResponseDict& d) {
-  out.push_back('{');
+char* Writer::dict(char* p, const ResponseDict& d) {
+  p = room(p, 2);
+  *p++ = '{';
   bool first = true;
   for (const auto& [key, value] : d) {
-    if (!first) out.push_back(',');
+    if (!first) *p++ = ',';
     first = false;
-    append_string(out, key);
-    out.push_back(':');
-    append_value(out, value);
+    p = string(p, key);
+    *p++ = ':';
+    p = this->value(p, value);
   }
-  out.push_back('}');
+  p = room(p, 1);
+  *p++ = '}';
+  return p;
 }
 
-void append_list(std::string& out, const ResponseList& l) {
-  out.push_back('[');
+char* Writer::list(char* p, const ResponseList& l) {
+  p = room(p, 2);
+  *p++ = '[';
   bool first = true;
-  for (const auto& value : l) {
-    if (!first) out.push_back(',');
+  for (const auto& element : l) {
+    if (!first) *p++ = ',';
     first = false;
-    append_value(out, value);
+    p = value(p, element);
   }
-  out.push_back(']');
+  p = room(p, 1);
+  *p++ = ']';
+  return p;
 }
 
-void append_value(std::string& out, const ResponseValue& v) {
+char* Writer::value(char* p, const ResponseValue& v) {
   const auto& s = v.storage();
   switch (v.kind()) {
     case Kind::null:
-      out.append("null", 4);
-      return;
+      return put(room(p, 4), "null", 4);
     case Kind::boolean:
-      if (*std::get_if<bool>(&s)) {
-        out.append("true", 4);
-      } else {
-        out.append("false", 5);
-      }
-      return;
+      p = room(p, 5);
+      return *std::get_if<bool>(&s) ? put(p, "true", 4) : put(p, "false", 5);
     case Kind::integer:
-      append_integer(out, *std::get_if<std::int64_t>(&s));
-      return;
-    case Kind::number: {
-      char buf[detail::kDoubleTextMax];
-      out.append(buf, detail::format_double(*std::get_if<double>(&s), buf));
-      return;
-    }
+      p = room(p, 24);
+      return std::to_chars(p, p + 24, *std::get_if<std::int64_t>(&s)).ptr;
+    case Kind::number:
+      p = room(p, detail::kDoubleTextMax);
+      return p + detail::format_double(*std::get_if<double>(&s), p);
     case Kind::string:
-      append_string(out, *std::get_if<std::string>(&s));
-      return;
+      return string(p, *std::get_if<std::string>(&s));
     case Kind::list:
-      append_list(out, *std::get_if<ResponseList>(&s));
-      return;
+      return list(p, *std::get_if<ResponseList>(&s));
     case Kind::dict:
-      append_dict(out, *std::get_if<ResponseDict>(&s));
-      return;
+      return dict(p, *std::get_if<ResponseDict>(&s));
   }
+  return p;
 }
+
+// A first guess at the text's size; the writer grows past it when needed.
+constexpr std::size_t kFirstGuess = 1024;
 
 // Counting. A string costs its bytes, two quotes, and one extra byte per
 // two-character escape or five per \u00XX escape.
@@ -127,22 +201,33 @@ constexpr std::array<std::uint8_t, 256> kExtra = [] {
   return t;
 }();
 
-// Returns the size, or npos when the string is not well-formed UTF-8.
+// Returns the size, or npos when the string is not well-formed UTF-8. A
+// block of 16 bytes that is ASCII and needs no escape costs one test; other
+// blocks add their escapes' extra bytes and go through the UTF-8 check.
 std::size_t string_size(std::string_view s) noexcept {
   std::size_t size = s.size() + 2;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    if (c < 0x80) {
-      size += kExtra[c];
-      ++i;
-      continue;
+  detail::Utf8Check utf8;
+  const char* in = s.data();
+  std::size_t left = s.size();
+  while (left > 0) {
+    if (left < detail::kBlock && s.size() >= detail::kBlock && utf8.done()) {
+      // The last bytes of a long string, in the block that ends with them:
+      // when they are plain ASCII the string is done.
+      const std::size_t back = detail::kBlock - left;
+      if ((detail::attention_mask(detail::load_block(in - back, detail::kBlock)) >> back) == 0) break;
     }
-    const detail::Decoded d = detail::decode_at(s, i);
-    if (!d.ok) return std::string_view::npos;
-    i += d.len;
+    const detail::Block b = detail::load_block(in, left);
+    if (detail::attention_mask(b) != 0 || !utf8.done()) {
+      if (!utf8.block(b)) return std::string_view::npos;
+      for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
+        size += kExtra[static_cast<unsigned char>(in[std::countr_zero(escapes)])];
+      }
+    }
+    const std::size_t step = std::min(left, detail::kBlock);
+    in += step;
+    left -= step;
   }
-  return size;
+  return utf8.done() ? size : std::string_view::npos;
 }
 
 std::size_t integer_size(std::int64_t i) noexcept {
@@ -156,7 +241,7 @@ std::size_t integer_size(std::int64_t i) noexcept {
   return n;
 }
 
-constexpr std::size_t kBad = std::string_view::npos;
+constexpr std::size_t kBad = detail::kIllFormed;
 
 std::size_t value_size(const ResponseValue& v) noexcept;
 
@@ -252,28 +337,59 @@ EncodingError::EncodingError(std::string where, std::size_t byte)
       where_(std::move(where)),
       byte_(byte) {}
 
-void append_tool_result_text(std::string& out, const ResponseValue& result) { append_value(out, result); }
-void append_tool_result_text(std::string& out, const ResponseDict& result) { append_dict(out, result); }
+void append_tool_result_text(std::string& out, const ResponseValue& result) {
+  Writer w(out, kFirstGuess);
+  w.finish(w.value(w.start(), result));
+}
+
+void append_tool_result_text(std::string& out, const ResponseDict& result) {
+  Writer w(out, kFirstGuess);
+  w.finish(w.dict(w.start(), result));
+}
 
 std::string tool_result_text(const ResponseValue& result) {
   std::string out;
-  append_value(out, result);
+  append_tool_result_text(out, result);
   return out;
 }
 
 std::string tool_result_text(const ResponseDict& result) {
   std::string out;
-  append_dict(out, result);
+  append_tool_result_text(out, result);
   return out;
 }
 
 std::string tool_result_text(const ResponseList& result) {
   std::string out;
-  append_list(out, result);
+  Writer w(out, kFirstGuess);
+  w.finish(w.list(w.start(), result));
   return out;
 }
 
 namespace detail {
+
+std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
+std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
+std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
+std::size_t well_formed_string_size(std::string_view text) noexcept {
+  std::size_t size = text.size() + 2;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    const Block b = load_block(text.data() + i, text.size() - i);
+    for (unsigned escapes = escape_mask(b); escapes != 0; escapes &= escapes - 1) {
+      size += kExtra[static_cast<unsigned char>(text[i + static_cast<std::size_t>(std::countr_zero(escapes))])];
+    }
+  }
+  return size;
+}
+
+std::size_t well_formed_char_count(std::string_view text) noexcept {
+  std::size_t continuations = 0;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    continuations +=
+        popcount16(below_mask(load_block(text.data() + i, text.size() - i), static_cast<signed char>(0xC0)));
+  }
+  return text.size() - continuations;
+}
 
 std::size_t encoded_size(const ResponseValue& result) {
   const std::size_t size = value_size(result);

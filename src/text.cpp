@@ -1,9 +1,13 @@
 // Text shaping: first sentences, cuts with an ellipsis, null-free rows.
+#include <algorithm>
+#include <bit>
 #include <string>
 #include <string_view>
 
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -18,11 +22,80 @@ bool whitespace_at(std::string_view s, std::size_t i, std::size_t& len) noexcept
   return d.ok && detail::is_whitespace(d.cp);
 }
 
-// Byte offset just past the first `chars` characters of `s` (or s.size()).
-std::size_t byte_offset(std::string_view s, std::size_t chars) noexcept {
+// The same as whitespace_at, without decoding ASCII.
+bool space_at(std::string_view s, std::size_t i, std::size_t& len) noexcept {
+  const auto c = static_cast<unsigned char>(s[i]);
+  if (c < 0x80) {
+    len = 1;
+    return detail::is_whitespace(c);
+  }
+  return whitespace_at(s, i, len);
+}
+
+// Byte offset just past the first `chars` characters of `s` (or s.size()),
+// one character at a time; an ill-formed byte counts as a character.
+std::size_t byte_offset_slow(std::string_view s, std::size_t chars) noexcept {
   std::size_t i = 0;
   for (std::size_t k = 0; k < chars && i < s.size(); ++k) i += detail::char_length(s, i);
   return i;
+}
+
+// Bytes 80..BF, which continue a character.
+unsigned continuation_mask(const detail::Block& b) noexcept {
+  return detail::below_mask(b, static_cast<signed char>(0xC0));
+}
+
+// The bit position of the n-th (from 0) set bit of `mask`, which has more.
+unsigned nth_set_bit(unsigned mask, std::size_t n) noexcept {
+  for (; n > 0; --n) mask &= mask - 1;
+  return static_cast<unsigned>(std::countr_zero(mask));
+}
+
+// The same, 16 bytes at a time: in well-formed text every byte but the
+// continuation bytes starts a character. Text found ill-formed before the
+// answer is known is counted the slow way.
+// With `checked`, tells whether the text up to the answer was found
+// well-formed (rather than counted the slow way).
+std::size_t byte_offset(std::string_view s, std::size_t chars, bool* checked = nullptr) noexcept {
+  if (checked != nullptr) *checked = false;
+  detail::Utf8Check utf8;
+  std::size_t i = 0;
+  std::size_t k = 0;  // characters started before byte i
+  while (i < s.size()) {
+    const std::size_t left = s.size() - i;
+    const std::size_t step = std::min(left, detail::kBlock);
+    const detail::Block b = detail::load_block(s.data() + i, left);
+    const unsigned high = detail::high_mask(b);
+    unsigned starts = (1u << step) - 1;
+    if (high != 0 || !utf8.done()) {
+      if (!utf8.block(b, high)) return byte_offset_slow(s, chars);
+      starts &= ~continuation_mask(b);
+    }
+    const auto here = static_cast<std::size_t>(detail::popcount16(starts));
+    if (k + here > chars) {
+      if (checked != nullptr) *checked = true;
+      return i + nth_set_bit(starts, chars - k);
+    }
+    k += here;
+    i += step;
+  }
+  if (!utf8.done()) return byte_offset_slow(s, chars);
+  if (checked != nullptr) *checked = true;
+  return s.size();
+}
+
+// Whether `rest` holds at most one character.
+bool fits_one_char(std::string_view rest) noexcept {
+  return rest.empty() || detail::char_length(rest, 0) == rest.size();
+}
+
+// `kept` and the ellipsis.
+std::string with_ellipsis_after(std::string_view kept) {
+  std::string out;
+  out.reserve(kept.size() + kEllipsis.size());
+  out.append(kept);
+  out.append(kEllipsis);
+  return out;
 }
 
 std::string with_ellipsis(std::string_view prefix) {
@@ -41,17 +114,53 @@ constexpr bool ends_sentence(char c) noexcept { return c == '.' || c == '!' || c
 
 namespace detail {
 
-std::size_t char_count(std::string_view text) noexcept {
+namespace {
+
+std::string_view strip_end_slow(std::string_view text) noexcept {
+  std::size_t end = 0;  // just past the last character that is not whitespace
+  std::size_t len = 0;
+  for (std::size_t i = 0; i < text.size(); i += len) {
+    if (!whitespace_at(text, i, len)) end = i + len;
+  }
+  return text.substr(0, end);
+}
+
+std::size_t char_count_slow(std::string_view text) noexcept {
   std::size_t n = 0;
   for (std::size_t i = 0; i < text.size(); i += char_length(text, i)) ++n;
   return n;
 }
 
+}  // namespace
+
+std::size_t char_count(std::string_view text) noexcept {
+  // Well-formed text has a character per byte that is not a continuation
+  // byte; text found ill-formed is counted a character at a time.
+  Utf8Check utf8;
+  std::size_t n = 0;
+  for (std::size_t i = 0; i < text.size(); i += kBlock) {
+    const std::size_t left = text.size() - i;
+    const Block b = load_block(text.data() + i, left);
+    const unsigned high = high_mask(b);
+    n += std::min(left, kBlock);
+    if (high == 0 && utf8.done()) continue;
+    if (!utf8.block(b, high)) return char_count_slow(text);
+    n -= static_cast<std::size_t>(popcount16(continuation_mask(b)));
+  }
+  return utf8.done() ? n : char_count_slow(text);
+}
+
 std::string_view strip_end(std::string_view text) noexcept {
-  std::size_t end = 0;  // just past the last character that is not whitespace
-  std::size_t len = 0;
-  for (std::size_t i = 0; i < text.size(); i += len) {
-    if (!whitespace_at(text, i, len)) end = i + len;
+  // From the end, while the last character is well-formed and unambiguous;
+  // ill-formed bytes there are only grouped right when read from the start.
+  std::size_t end = text.size();
+  while (end > 0) {
+    std::size_t start = end - 1;
+    while (start > 0 && end - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+    const Decoded d = decode_at(text, start);
+    if (!d.ok || start + d.len != end) return strip_end_slow(text.substr(0, end));
+    if (!is_whitespace(d.cp)) break;
+    end = start;
   }
   return text.substr(0, end);
 }
@@ -65,34 +174,49 @@ std::string_view strip(std::string_view text) noexcept {
 
 std::string cut(std::string_view text, std::size_t chars) {
   if (chars == 0) chars = 1;
-  // Counting stops after `chars` characters: only whether more follow matters.
-  const std::size_t limit = byte_offset(text, chars);
-  if (limit == text.size()) return std::string(text);
-  return with_ellipsis(text.substr(0, byte_offset(text, chars - 1)));
+  // Counting stops after `chars` - 1 characters: only whether more than one
+  // follows matters.
+  const std::string_view head = text.substr(0, byte_offset(text, chars - 1));
+  if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  return with_ellipsis(head);
 }
 
 std::string trimmed(std::string_view text, std::int64_t chars) {
-  if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) {
-    return std::string(text);
+  bool well_formed = false;
+  std::size_t count = 0;
+  return trimmed_checked(text, chars, well_formed, count);
+}
+
+std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count) {
+  well_formed = false;
+  count = kUnknownCount;
+  if (chars <= 1) {
+    if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
+    return {};
   }
-  if (chars <= 1) return {};
   const auto limit = static_cast<std::size_t>(chars);
-  // Find the last space among the first limit - 1 characters.
-  std::size_t i = 0;
-  std::size_t space_char = 0;
-  std::size_t space_byte = 0;
-  bool found = false;
-  for (std::size_t k = 0; k + 1 < limit; ++k) {
-    if (text[i] == ' ') {
-      found = true;
-      space_char = k;
-      space_byte = i;
+  // The first limit - 1 characters; the text is kept whole when at most one
+  // character follows them.
+  bool checked = false;
+  const std::string_view head = text.substr(0, byte_offset(text, limit - 1, &checked));
+  if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  // A cut keeps a prefix of the head, which the scan found well-formed.
+  well_formed = checked;
+  // The last space among those characters. A space byte always starts a
+  // character, so a byte search finds it; a space before the middle of the
+  // allowed length is not used: cut hard.
+  std::string_view prefix = head;
+  std::size_t prefix_chars = limit - 1;
+  if (const std::size_t space = head.rfind(' '); space != std::string_view::npos) {
+    const std::size_t space_chars = limit - 1 - char_count(head.substr(space));
+    if (space_chars >= limit / 2) {
+      prefix = head.substr(0, space);
+      prefix_chars = space_chars;
     }
-    i += char_length(text, i);
   }
-  // A space before the middle of the allowed length is not used: cut hard.
-  if (found && space_char >= limit / 2) return with_ellipsis(text.substr(0, space_byte));
-  return with_ellipsis(text.substr(0, i));
+  const std::string_view kept = strip_end(prefix);
+  count = prefix_chars - char_count(prefix.substr(kept.size())) + 1;
+  return with_ellipsis_after(kept);
 }
 
 }  // namespace detail
@@ -105,14 +229,18 @@ std::optional<std::string> first_sentence(std::optional<std::string_view> docstr
   }
   // Collapse whitespace runs to single spaces and stop at the first sentence
   // end. Past SUMMARY_CHARS + 1 characters the cut result no longer changes,
-  // so long paragraphs are not collapsed to their end.
+  // so long paragraphs are not collapsed to their end. Runs of characters
+  // between whitespace are copied whole.
   std::string sentence;
+  sentence.reserve(std::min(text.size(), 4 * (SUMMARY_CHARS + 1)));
   std::size_t chars = 0;
   bool pending_space = false;
   std::size_t len = 0;
-  for (std::size_t i = 0; i < text.size() && chars <= SUMMARY_CHARS; i += len) {
-    if (whitespace_at(text, i, len)) {
+  std::size_t i = 0;
+  while (i < text.size() && chars <= SUMMARY_CHARS) {
+    if (space_at(text, i, len)) {
       pending_space = !sentence.empty();
+      i += len;
       continue;
     }
     if (pending_space) {
@@ -121,12 +249,16 @@ std::optional<std::string> first_sentence(std::optional<std::string_view> docstr
       ++chars;
       pending_space = false;
     }
-    sentence.append(text.substr(i, len));
-    ++chars;
+    const std::size_t run = i;
+    do {
+      i += len;
+      ++chars;
+    } while (i < text.size() && chars <= SUMMARY_CHARS && !space_at(text, i, len));
+    sentence.append(text.substr(run, i - run));
   }
-  std::string summary = detail::cut(sentence, SUMMARY_CHARS);
-  if (summary.empty()) return std::nullopt;
-  return summary;
+  if (sentence.empty()) return std::nullopt;
+  if (chars <= SUMMARY_CHARS) return sentence;  // within the limit: no cut
+  return detail::cut(sentence, SUMMARY_CHARS);
 }
 
 ResponseDict without_nulls(const ResponseDict& row) {

@@ -55,8 +55,11 @@ ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValu
 }
 
 ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
-  entries_.push_back(Entry{std::move(key), std::move(value)});
-  return entries_.back().second;
+  // Built in place: a temporary entry would move the key and the value twice.
+  Entry& entry = entries_.emplace_back();
+  entry.first = std::move(key);
+  entry.second = std::move(value);
+  return entry.second;
 }
 
 ResponseValue& ResponseDict::operator[](std::string_view key) {

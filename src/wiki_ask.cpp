@@ -1,22 +1,28 @@
 // The wiki ask response, fitted to a token budget.
+//
+// Every candidate of the budget steps is measured, in the order the steps
+// give, by adding up the sizes of its parts (AskAssembler::size), which is
+// exactly the size of its encoded text; only the response returned is built.
+// When a candidate holds text that is not well-formed UTF-8 it is assembled
+// and measured whole instead, which raises the error that measuring it
+// raises.
 #include <algorithm>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "ask_assembler.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "measure.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses {
 
 namespace {
 
 using detail::ASK_MIN_EXCERPT_CHARS;
-
-std::int64_t size_of(const ResponseDict& candidate) {
-  return static_cast<std::int64_t>(detail::encoded_size(candidate));
-}
 
 // Bytes reserved for the excerpts of `sections` sections not yet filled in.
 std::int64_t reserve_for(std::size_t sections) { return static_cast<std::int64_t>(sections) * ASK_MIN_EXCERPT_CHARS; }
@@ -29,51 +35,136 @@ std::int64_t byte_limit(std::int64_t token_budget) {
   return std::clamp(token_budget, -kClamp, kClamp) * detail::BYTES_PER_TOKEN;
 }
 
+// The excerpts of the kept sections, with the sum of their encoded sizes as
+// strings and the number of them that are not well-formed UTF-8.
+class Excerpts {
+ public:
+  explicit Excerpts(std::size_t count)
+      : texts_(count), sizes_(count, kEmpty), counts_(count, 0), total_(kEmpty * count) {}
+
+  [[nodiscard]] std::size_t count() const noexcept { return texts_.size(); }
+  [[nodiscard]] const std::string& operator[](std::size_t i) const noexcept { return texts_[i]; }
+  [[nodiscard]] std::span<const std::string> texts() const noexcept { return texts_; }
+  [[nodiscard]] bool well_formed(std::size_t i) const noexcept { return sizes_[i] != detail::kIllFormed; }
+  [[nodiscard]] std::vector<std::string> take() && noexcept { return std::move(texts_); }
+
+  // size: the encoded size of the candidate with these excerpts.
+  [[nodiscard]] std::size_t size(const detail::AskAssembler& ask) const {
+    return ask.size(count(), total_, ill_formed_);
+  }
+
+  // set: makes `text` excerpt i. A text known to be well-formed is not
+  // checked again; `count` is its number of characters, if known.
+  void set(std::size_t i, std::string text, bool well_formed, std::size_t count = detail::kUnknownCount) {
+    forget(i);
+    texts_[i] = std::move(text);
+    counts_[i] = count;
+    sizes_[i] = well_formed ? detail::well_formed_string_size(texts_[i]) : detail::string_size_or_ill_formed(texts_[i]);
+    remember(i);
+  }
+
+  // chars: the number of characters of excerpt i.
+  [[nodiscard]] std::size_t chars(std::size_t i) const noexcept {
+    if (counts_[i] != detail::kUnknownCount) return counts_[i];
+    return well_formed(i) ? detail::well_formed_char_count(texts_[i]) : detail::char_count(texts_[i]);
+  }
+
+  void pop_back() {
+    forget(texts_.size() - 1);
+    texts_.pop_back();
+    sizes_.pop_back();
+    counts_.pop_back();
+  }
+
+ private:
+  static constexpr std::size_t kEmpty = 2;  // ""
+
+  void forget(std::size_t i) {
+    if (sizes_[i] == detail::kIllFormed) {
+      --ill_formed_;
+    } else {
+      total_ -= sizes_[i];
+    }
+  }
+  void remember(std::size_t i) {
+    if (sizes_[i] == detail::kIllFormed) {
+      ++ill_formed_;
+    } else {
+      total_ += sizes_[i];
+    }
+  }
+
+  std::vector<std::string> texts_;
+  std::vector<std::size_t> sizes_;
+  std::vector<std::size_t> counts_;  // characters, or kUnknownCount
+  std::size_t total_;
+  std::size_t ill_formed_ = 0;
+};
+
+// A candidate's size as added up from its parts; when it holds ill-formed
+// text, the candidate is assembled and measured whole, which raises the error.
+std::int64_t checked(std::size_t size, const detail::AskAssembler& ask, std::span<const std::string> excerpts) {
+  if (size == detail::kIllFormed) size = detail::encoded_size(ask.assemble(excerpts));
+  return static_cast<std::int64_t>(size);
+}
+
 }  // namespace
 
 ResponseDict build_wiki_ask_response(WikiAskOptions options) {
-  std::vector<std::string> full;
-  full.reserve(options.sections.size());
-  for (const ResponseValue& section : options.sections) full.push_back(detail::ask_excerpt(section));
   const std::optional<std::int64_t> token_budget = options.token_budget;
   detail::AskAssembler ask(std::move(options));
-  if (!token_budget) return ask.assemble(full);
+  if (!token_budget) {
+    std::vector<std::string> full;
+    full.reserve(ask.section_count());
+    for (const ResponseValue& section : ask.sections()) full.push_back(detail::ask_excerpt(section));
+    return std::move(ask).take(std::move(full));
+  }
 
   const std::int64_t limit = byte_limit(*token_budget);
+  ask.measure();
 
   // Keep as many leading sections as leave room for a minimal excerpt each.
-  std::vector<std::string> excerpts(ask.section_count());
-  std::size_t count = excerpts.size();
-  while (count > 0 && size_of(ask.assemble(std::span(excerpts).first(count))) + reserve_for(count) > limit) --count;
-  excerpts.resize(count);
+  std::size_t count = ask.section_count();
+  {
+    const std::vector<std::string> empty(count);
+    const auto size_with_empty = [&](std::size_t n) {
+      return checked(ask.size(n, 2 * n, 0), ask, std::span(empty).first(n));
+    };
+    while (count > 0 && size_with_empty(count) + reserve_for(count) > limit) --count;
+  }
 
   // Fill from the best section down; from where the budget runs out, cut each
   // excerpt to the room left while the sections below keep their reserve. The
   // overshoot is in bytes and the cut in characters: the slack of 8 and the
-  // next pass's measurement absorb the difference.
+  // next pass's measurement absorb the difference. Excerpts are made only for
+  // the sections kept.
+  Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
-    excerpts[i] = full[i];
-    const std::int64_t over = size_of(ask.assemble(excerpts)) + reserve_for(count - i - 1) - limit;
+    bool well_formed = false;
+    std::size_t chars = 0;
+    std::string full = detail::ask_excerpt(ask.sections()[i], well_formed, chars);
+    excerpts.set(i, std::move(full), well_formed, chars);
+    const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
     if (over > 0) {
-      const auto length = static_cast<std::int64_t>(detail::char_count(full[i]));
-      excerpts[i] = detail::trimmed(full[i], std::max<std::int64_t>(0, length - over - 8));
+      const auto room = static_cast<std::int64_t>(excerpts.chars(i)) - over - 8;
+      // A cut of a well-formed excerpt is well-formed.
+      std::string cut = detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room));
+      excerpts.set(i, std::move(cut), excerpts.well_formed(i));
     }
   }
 
-  ResponseDict result = ask.assemble(excerpts);
-  std::int64_t size = size_of(result);
-  while (!excerpts.empty() && size > limit) {
+  const auto size_now = [&] { return checked(excerpts.size(ask), ask, excerpts.texts()); };
+  std::int64_t size = size_now();
+  while (excerpts.count() > 0 && size > limit) {
     excerpts.pop_back();
-    result = ask.assemble(excerpts);
-    size = size_of(result);
+    size = size_now();
   }
   for (const std::string_view key : {"memories", "code"}) {
     if (size <= limit) break;
     ask.drop(key);
-    result = ask.assemble(excerpts);
-    size = size_of(result);
+    size = size_now();
   }
-  return result;
+  return std::move(ask).take(std::move(excerpts).take());
 }
 
 }  // namespace kestrune::mcp_responses

@@ -1,8 +1,11 @@
 #include "kestrune/mcp_responses/encoding.hpp"
 
+#include "kestrune/mcp_responses/detail/utf8.hpp"
+
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +13,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace kestrune::mcp_responses {
 namespace {
@@ -75,6 +79,56 @@ TEST(tool_result_text, escapes_exactly_the_json_set) {
   EXPECT_EQ(tool_result_text(ResponseValue("/\x7f\u2028\u2029")), "\"/\x7f\u2028\u2029\"");
   // Keys are escaped like values.
   EXPECT_EQ(tool_result_text(ResponseDict{{"a\nb", 1}}), R"({"a\nb":1})");
+}
+
+// The plain escaping rule, one byte at a time: the oracle for the block writer.
+std::string escaped(std::string_view s) {
+  std::string out = "\"";
+  for (const char ch : s) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += ch;
+    } else if (c < 0x20) {
+      const char e = c == 8 ? 'b' : c == 9 ? 't' : c == 10 ? 'n' : c == 12 ? 'f' : c == 13 ? 'r' : '\0';
+      char u[8];
+      std::snprintf(u, sizeof u, "\\u%04x", c);
+      out += e != '\0' ? std::string{'\\', e} : std::string(u);
+    } else {
+      out += ch;
+    }
+  }
+  return out + '"';
+}
+
+TEST(tool_result_text, escapes_at_every_position_of_every_length) {
+  // Lengths around the 16-byte blocks; one or two escapes at every place.
+  for (const char special : {'"', '\\', '\n', '\x01', '\x1f', '\t'}) {
+    for (std::size_t length = 0; length <= 40; ++length) {
+      const std::string base = std::string(length, 'a');
+      for (std::size_t at = 0; at <= length; ++at) {
+        std::string s = base;
+        s.insert(at, 1, special);
+        if (at % 3 == 0) s.insert(0, "\xc3\xa9");  // multi-byte text moves the blocks
+        if (at % 5 == 0 && length > 0) s.back() = special;
+        const ResponseValue v(s);
+        ASSERT_EQ(tool_result_text(v), escaped(s)) << length << " " << at;
+        ASSERT_EQ(encoded_size(v), escaped(s).size()) << length << " " << at;
+      }
+    }
+  }
+}
+
+TEST(tool_result_text, long_escape_heavy_text_and_appending) {
+  std::string s;
+  for (int k = 0; k < 3000; ++k) s += (k % 7 == 0) ? "\x02" : (k % 5 == 0) ? "\"x" : "ab\\c";
+  const ResponseDict d{{"s", s}, {"t", ResponseList{s, s}}};
+  const std::string want = "{\"s\":" + escaped(s) + ",\"t\":[" + escaped(s) + "," + escaped(s) + "]}";
+  EXPECT_EQ(tool_result_text(d), want);
+  EXPECT_EQ(encoded_size(d), want.size());
+  std::string out = "prefix:";
+  append_tool_result_text(out, d);
+  EXPECT_EQ(out, "prefix:" + want);
 }
 
 TEST(tool_result_text, lays_out_doubles) {
@@ -186,6 +240,35 @@ TEST(tool_result_text, random_doubles_read_back_exactly_and_are_shortest) {
   }
 }
 
+// Where shortest-digit methods go wrong: powers of two (whose rounding interval
+// is narrower below), the smallest subnormals, integers near 2^53, the ends of
+// the range. The digits must match std::to_chars's shortest ones.
+TEST(tool_result_text, doubles_at_the_edges_match_to_chars_digits) {
+  std::vector<double> edges;
+  for (int e = -1074; e <= 1023; ++e) {
+    const double p = std::ldexp(1.0, e);
+    edges.insert(edges.end(), {p, std::nextafter(p, 0.0), std::nextafter(p, kInf), 3 * p, -p});
+  }
+  for (std::uint64_t bits = 1; bits < 400; ++bits) edges.push_back(std::bit_cast<double>(bits));
+  for (std::int64_t i = -3; i <= 3; ++i) {
+    edges.push_back(static_cast<double>((std::int64_t{1} << 53) + i * 2));
+    edges.push_back(1e16 + static_cast<double>(i * 2));
+    edges.push_back(1e23 + static_cast<double>(i) * 1e8);
+  }
+  edges.push_back(std::numeric_limits<double>::max());
+  edges.push_back(std::numeric_limits<double>::min());
+  for (const double v : edges) {
+    if (v == 0.0 || !std::isfinite(v)) continue;
+    char buf[64];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific);
+    const Decimal want = decimal_of(std::string_view(buf, static_cast<std::size_t>(r.ptr - buf)));
+    const std::string text = tool_result_text(ResponseValue(v));
+    const Decimal got = decimal_of(text);
+    ASSERT_EQ(got.digits, want.digits) << text << " vs " << buf;
+    ASSERT_EQ(got.point, want.point) << text << " vs " << buf;
+  }
+}
+
 // A random tree with strings of every awkward kind.
 ResponseValue random_tree(std::mt19937_64& rng, int depth) {
   static const std::string_view pieces[] = {"a",      "\"",         "\\", "\n", "\x01", "\x1f", "\x7f",  "é",
@@ -227,6 +310,35 @@ TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
     const std::string text = tool_result_text(tree);
     ASSERT_EQ(encoded_size(tree), text.size()) << text;
     ASSERT_EQ(tool_result_text(tree), text);  // the same text on every call
+  }
+}
+
+TEST(encoded_size, agrees_with_the_plain_utf8_check_on_random_bytes) {
+  // Bytes and sequences at the edges of the UTF-8 ranges, so that every kind
+  // of ill-formed sequence turns up, at every offset of the 16-byte blocks.
+  static const unsigned char kBytes[] = {'a',  '"',  '\n', 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2,
+                                         0xDF, 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF3, 0xF4, 0xF5, 0xFF};
+  static const std::string_view kPieces[] = {"\u00e9", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000",
+                                             "\U0010ffff", "abcdefghijklmno",
+                                             // Just outside the narrower second-byte ranges, and overlong forms.
+                                             "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80",
+                                             "\xc1\xbf", "\xe0\x80\x80", "\xf5\x80\x80\x80"};
+  std::mt19937_64 rng(99);
+  for (int i = 0; i < 100000; ++i) {
+    std::string s;
+    for (std::uint64_t k = rng() % 24; k > 0; --k) {
+      if (rng() % 3 == 0) {
+        s += static_cast<char>(kBytes[rng() % std::size(kBytes)]);
+      } else {
+        s += kPieces[rng() % std::size(kPieces)];
+      }
+    }
+    const ResponseValue v(s);
+    if (detail::first_ill_formed(s) == std::string_view::npos) {
+      ASSERT_EQ(encoded_size(v), tool_result_text(v).size()) << testing::PrintToString(s);
+    } else {
+      ASSERT_THROW((void)encoded_size(v), EncodingError) << testing::PrintToString(s);
+    }
   }
 }
 

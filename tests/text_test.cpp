@@ -2,8 +2,12 @@
 
 #include <cstdint>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "kestrune/mcp_responses/detail/utf8.hpp"
 
 #include "kestrune/mcp_responses/encoding.hpp"
 
@@ -191,6 +195,108 @@ TEST(trimmed, breaks_at_a_late_space_or_cuts_hard) {
     if (c.chars >= 0) {
       EXPECT_LE(char_count(got), static_cast<std::size_t>(c.chars)) << c.text;
     }
+  }
+}
+
+// The text helpers, one character at a time: the oracle for their block
+// scans. An ill-formed byte is one character of its own.
+struct Chars {
+  std::vector<std::size_t> starts;  // byte offset of each character, then the end
+  std::vector<bool> space;          // whether each character is whitespace
+};
+
+Chars chars_of(std::string_view s) {
+  Chars c;
+  for (std::size_t i = 0; i < s.size();) {
+    const detail::Decoded d = detail::decode_at(s, i);
+    c.starts.push_back(i);
+    c.space.push_back(d.ok && detail::is_whitespace(d.cp));
+    i += d.ok ? d.len : 1;
+  }
+  c.starts.push_back(s.size());
+  return c;
+}
+
+std::string plain_trimmed(std::string_view s, std::int64_t n) {
+  const Chars c = chars_of(s);
+  const std::size_t count = c.space.size();
+  if (n >= 0 && count <= static_cast<std::size_t>(n)) return std::string(s);
+  if (n <= 1) return {};
+  const auto limit = static_cast<std::size_t>(n);
+  std::size_t end = c.starts[limit - 1];
+  for (std::size_t k = limit - 1; k-- > limit / 2;) {
+    if (s[c.starts[k]] == ' ') {
+      end = c.starts[k];
+      break;
+    }
+  }
+  std::string_view kept = s.substr(0, end);
+  const Chars kc = chars_of(kept);
+  std::size_t last = 0;
+  for (std::size_t k = 0; k < kc.space.size(); ++k) {
+    if (!kc.space[k]) last = kc.starts[k + 1];
+  }
+  return std::string(kept.substr(0, last)) + "\u2026";
+}
+
+TEST(trimmed, block_scans_agree_with_a_character_at_a_time) {
+  // Multi-byte characters, whitespace of every width and ill-formed bytes,
+  // over lengths that cross the 16-byte blocks.
+  static const std::string_view kPieces[] = {"a",        "bc ",  " ",    "\u00e9", "\u2000", "\u3000", "\U0001F600",
+                                             "\xe2\x82", "\x80", "\xff", "\t",     "\u0085", "word ",  "\xc3"};
+  std::mt19937_64 rng(5);
+  for (int i = 0; i < 20000; ++i) {
+    std::string s;
+    for (std::uint64_t k = rng() % 40; k > 0; --k) s += kPieces[rng() % std::size(kPieces)];
+    if (i % 2 == 0) s.insert(0, 16 - s.size() % 16, 'a');  // ends at a block boundary
+    const Chars c = chars_of(s);
+    ASSERT_EQ(char_count(s), c.space.size()) << testing::PrintToString(s);
+    std::size_t last = 0;
+    for (std::size_t k = 0; k < c.space.size(); ++k) {
+      if (!c.space[k]) last = c.starts[k + 1];
+    }
+    ASSERT_EQ(detail::strip_end(s), s.substr(0, last)) << testing::PrintToString(s);
+    const auto n = static_cast<std::int64_t>(rng() % (c.space.size() + 2));
+    ASSERT_EQ(trimmed(s, n), plain_trimmed(s, n)) << testing::PrintToString(s) << " " << n;
+  }
+}
+
+std::optional<std::string> plain_first_sentence(std::string_view doc) {
+  if (doc.empty()) return std::nullopt;
+  std::string_view text = strip(doc);
+  text = text.substr(0, text.find("\n\n"));
+  const Chars c = chars_of(text);
+  std::string sentence;
+  bool pending = false;
+  for (std::size_t k = 0; k < c.space.size() && char_count(sentence) <= SUMMARY_CHARS; ++k) {
+    if (c.space[k]) {
+      pending = !sentence.empty();
+      continue;
+    }
+    if (pending) {
+      const char last = sentence.back();
+      if (last == '.' || last == '!' || last == '?') break;
+      sentence += ' ';
+      pending = false;
+    }
+    sentence += text.substr(c.starts[k], c.starts[k + 1] - c.starts[k]);
+  }
+  std::string summary = cut(sentence, SUMMARY_CHARS);
+  if (summary.empty()) return std::nullopt;
+  return summary;
+}
+
+TEST(first_sentence, copies_runs_like_a_character_at_a_time) {
+  static const std::string_view kPieces[] = {"Word",   " ", "  ",   ". ",  "! ",   "?",    "\n",     "\n\n", "\t",
+                                             "\u2003", "é", "\xff", "x.y", "end.", "漢字", "\u00a0", "abc "};
+  std::mt19937_64 rng(17);
+  for (int i = 0; i < 20000; ++i) {
+    std::string s;
+    // Sentence ends are rare enough that many sentences pass the limit.
+    for (std::uint64_t k = rng() % 160; k > 0; --k) {
+      s += rng() % 3 == 0 ? kPieces[rng() % std::size(kPieces)] : std::string_view("word ");
+    }
+    ASSERT_EQ(first_sentence(s), plain_first_sentence(s)) << testing::PrintToString(s);
   }
 }
 

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <ostream>
+#include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -319,6 +323,200 @@ TEST(wiki_ask_response, ill_formed_text_cannot_be_measured) {
   };
   EXPECT_THROW((void)build_wiki_ask_response(options(100)), EncodingError);
   EXPECT_EQ(build_wiki_ask_response(options(std::nullopt)).at("answer"), ResponseValue("a\xff"));
+}
+
+// The budget steps done the plain way: every candidate assembled whole and
+// measured by encoding it. The builder adds up part sizes instead, and must
+// give the same response, and the same error, for every input.
+ResponseDict ask_by_encoding(const WikiAskOptions& o) {
+  static const ResponseValue kNull;
+  const auto get = [&](const ResponseValue& section, std::string_view key) -> const ResponseValue& {
+    return section.is_dict() ? section.as_dict().get(key) : kNull;
+  };
+  std::vector<std::string> full;
+  for (const ResponseValue& section : o.sections) {
+    const ResponseValue& e = get(section, "excerpt");
+    full.push_back(is_empty(e) ? std::string() : trimmed(e.is_string() ? e.as_string() : tool_result_text(e), 1200));
+  }
+  const ResponseList extra = o.citations.value_or(ResponseList{});
+  ResponseDict optional{{"model", o.model},         {"tokens", o.tokens}, {"note", o.note},
+                        {"decisions", o.decisions}, {"code", o.code},     {"memories", o.memories}};
+  const auto assemble = [&](const std::vector<std::string>& excerpts) {
+    ResponseList rows;
+    for (std::size_t k = 0; k < excerpts.size(); ++k) {
+      const ResponseValue& s = o.sections[k];
+      rows.emplace_back(ResponseDict{{"page_id", get(s, "page_id")},
+                                     {"title", get(s, "title")},
+                                     {"heading", get(s, "heading")},
+                                     {"similarity", get(s, "similarity")},
+                                     {"stale", !is_empty(get(s, "stale"))},
+                                     {"excerpt", excerpts[k]}});
+    }
+    ResponseDict r{{"mode", o.mode},
+                   {"query", o.query},
+                   {"answer", o.answer},
+                   {"sections", std::move(rows)},
+                   {"citations", detail::ask_citations(std::span(o.sections).first(excerpts.size()), extra)}};
+    for (const auto& [key, value] : optional) {
+      if (!value.is_null()) r.insert_or_assign(key, value);
+    }
+    return r;
+  };
+  if (!o.token_budget) return assemble(full);
+  const auto size = [&](const std::vector<std::string>& excerpts) {
+    return static_cast<std::int64_t>(encoded_size(assemble(excerpts)));
+  };
+  const std::int64_t limit = std::clamp(*o.token_budget, -(std::int64_t{1} << 60), std::int64_t{1} << 60) * 4;
+  std::size_t count = o.sections.size();
+  while (count > 0 && size(std::vector<std::string>(count)) + static_cast<std::int64_t>(count) * 200 > limit) --count;
+  std::vector<std::string> excerpts(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    excerpts[i] = full[i];
+    const std::int64_t over = size(excerpts) + static_cast<std::int64_t>(count - i - 1) * 200 - limit;
+    if (over > 0) {
+      excerpts[i] =
+          trimmed(full[i], std::max<std::int64_t>(0, static_cast<std::int64_t>(char_count(full[i])) - over - 8));
+    }
+  }
+  while (!excerpts.empty() && size(excerpts) > limit) excerpts.pop_back();
+  for (const std::string_view key : {"memories", "code"}) {
+    if (size(excerpts) <= limit) break;
+    optional.at(key) = nullptr;
+  }
+  return assemble(excerpts);
+}
+
+// Random ask inputs: excerpts of many lengths with multi-byte text and
+// escapes, non-string excerpts, citations drawn from a few places so that
+// they repeat, attachments present or not, and now and then a byte that is
+// not UTF-8.
+class RandomAsk {
+ public:
+  explicit RandomAsk(std::uint64_t seed) : rng_(seed) {}
+
+  WikiAskOptions next() {
+    WikiAskOptions o{.mode = "explain",
+                     .query = text(20),
+                     .answer = pick(8) == 0 ? std::nullopt : std::optional(text(300)),
+                     .sections = {}};
+    for (std::uint64_t k = pick(13); k > 0; --k) o.sections.emplace_back(section());
+    if (pick(4) != 0) o.citations = citations(pick(30));
+    if (pick(2) == 0) o.model = "m";
+    if (pick(2) == 0) o.tokens = ResponseDict{{"in", 10}, {"out", 2}};
+    if (pick(3) == 0) o.note = text(40);
+    if (pick(3) == 0) o.decisions = ResponseDict{{"calls", 1}, {"cost", 0.25}};
+    if (pick(2) == 0) o.code = ResponseDict{{"text", text(pick(800))}};
+    if (pick(2) == 0) o.memories = ResponseDict{{"items", ResponseList{text(pick(600))}}};
+    return o;
+  }
+
+  std::uint64_t pick(std::uint64_t n) { return rng_() % n; }
+
+ private:
+  std::string text(std::uint64_t chars) {
+    static const std::string_view kPieces[] = {"word ", "a",  "b ", "é", "漢字", "\U0001F600", "\"", "\\",
+                                               "\n",    "\t", " ",  "x", "yz",   "\x01",       "  "};
+    std::string s;
+    for (std::uint64_t k = 0; k < chars; ++k) s += kPieces[pick(std::size(kPieces))];
+    if (pick(150) == 0) s.insert(pick(s.size() + 1), "\xff");
+    return s;
+  }
+
+  ResponseValue place_value(int which) {
+    switch (pick(5)) {
+      case 0:
+        return nullptr;
+      case 1:
+        return which;
+      case 2:
+        return static_cast<double>(which);
+      default:
+        return which == 0 ? ResponseValue("a.py") : ResponseValue(std::string(static_cast<std::size_t>(which), 'p'));
+    }
+  }
+
+  ResponseList citations(std::uint64_t n) {
+    ResponseList list;
+    for (; n > 0; --n) {
+      ResponseDict c;
+      if (pick(4) != 0) c.append("path", place_value(static_cast<int>(pick(3))));
+      if (pick(4) != 0) c.append("line_start", place_value(static_cast<int>(pick(3))));
+      if (pick(4) != 0) c.append("line_end", place_value(static_cast<int>(pick(2))));
+      if (pick(2) == 0) c.append("note", text(pick(6)));
+      list.emplace_back(std::move(c));
+    }
+    return list;
+  }
+
+  ResponseValue section() {
+    ResponseDict s;
+    if (pick(6) != 0) s.append("page_id", text(3));
+    if (pick(6) != 0) s.append("title", text(5));
+    if (pick(6) != 0) s.append("heading", text(4));
+    if (pick(6) != 0) s.append("similarity", static_cast<double>(pick(1000)) / 1000.0);
+    static const ResponseValue kStale[] = {nullptr, false, true, "", "yes", 0, 2};
+    if (pick(3) != 0) s.append("stale", kStale[pick(std::size(kStale))]);
+    switch (pick(8)) {
+      case 0:
+        break;
+      case 1:
+        s.append("excerpt", ResponseList{1, "two", ResponseDict{{"k", text(3)}}});
+        break;
+      case 2:
+        s.append("excerpt", static_cast<std::int64_t>(pick(100000)));
+        break;
+      default:
+        s.append("excerpt", text(pick(3) == 0 ? pick(60) : pick(1600)));
+        break;
+    }
+    if (pick(5) != 0) s.append("citations", citations(pick(7)));
+    return s;
+  }
+
+  std::mt19937_64 rng_;
+};
+
+TEST(wiki_ask_response, adds_up_the_same_sizes_as_encoding_every_candidate) {
+  RandomAsk random(2718);
+  int thrown = 0;
+  for (int i = 0; i < 1500; ++i) {
+    WikiAskOptions o = random.next();
+    // Budgets from hopeless to roomy, around the unbudgeted size.
+    std::size_t whole = 0;
+    try {
+      whole = encoded_size(build_wiki_ask_response(o));
+    } catch (const EncodingError&) {
+      whole = 4000;
+    }
+    const auto tokens = static_cast<std::int64_t>(whole / 4);
+    switch (random.pick(6)) {
+      case 0:
+        o.token_budget = std::nullopt;
+        break;
+      case 1:
+        o.token_budget = static_cast<std::int64_t>(random.pick(50)) - 10;
+        break;
+      default:
+        o.token_budget = static_cast<std::int64_t>(random.pick(static_cast<std::uint64_t>(tokens) + 300));
+        break;
+    }
+    std::optional<ResponseDict> want;
+    std::string want_error;
+    try {
+      want = ask_by_encoding(o);
+    } catch (const EncodingError& e) {
+      want_error = e.what();
+    }
+    try {
+      const ResponseDict got = build_wiki_ask_response(o);
+      ASSERT_TRUE(want.has_value()) << i << ": expected " << want_error;
+      ASSERT_EQ(got, *want) << i;
+    } catch (const EncodingError& e) {
+      ASSERT_EQ(e.what(), want_error) << i;
+      ++thrown;
+    }
+  }
+  EXPECT_GT(thrown, 0);  // the ill-formed inputs did come up
 }
 
 }  // namespace
