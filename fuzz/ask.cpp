@@ -1,4 +1,5 @@
-// The budgeted wiki ask: kept sections are a prefix of the input, every
+// The budgeted wiki ask: the summed sizes give the response that encoding
+// every candidate gives; kept sections are a prefix of the input, every
 // citation comes from a kept section's first three or from the answer's own,
 // and the result fits whenever the bare response (no sections, no memories,
 // no code) fits.
@@ -8,6 +9,7 @@
 #include "check.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "support/ask_by_encoding.hpp"
 
 namespace mr = kestrune::mcp_responses;
 
@@ -105,7 +107,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   bare.memories.reset();
   bare.token_budget.reset();
 
+  const mr::ResponseDict expected = mr::oracle::ask_by_encoding(options);
   const mr::ResponseDict result = mr::build_wiki_ask_response(std::move(options));
+  FUZZ_CHECK(result == expected);
   const auto limit = static_cast<std::size_t>(budget < 0 ? 0 : budget) * 4;
   const std::size_t result_size = mr::detail::encoded_size(result);
   if (budget >= 0 && mr::detail::encoded_size(mr::build_wiki_ask_response(std::move(bare))) <= limit) {
