@@ -134,13 +134,14 @@ void register_ask(std::size_t n) {
       state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
     }
   })->UseManualTime();
-  benchmark::RegisterBenchmark(std::string("ask_final_text/").append(count).c_str(), [&options](benchmark::State& state) {
-    const mr::ResponseDict response = mr::build_wiki_ask_response(options);
-    for (auto _ : state) {
-      std::string text = mr::tool_result_text(response);
-      benchmark::DoNotOptimize(text.data());
-    }
-  });
+  benchmark::RegisterBenchmark(std::string("ask_final_text/").append(count).c_str(),
+                               [&options](benchmark::State& state) {
+                                 const mr::ResponseDict response = mr::build_wiki_ask_response(options);
+                                 for (auto _ : state) {
+                                   std::string text = mr::tool_result_text(response);
+                                   benchmark::DoNotOptimize(text.data());
+                                 }
+                               });
 }
 
 void register_symbol_page() {

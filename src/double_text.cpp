@@ -45,7 +45,7 @@ constexpr int floor_log10_three_quarters_pow2(int q) {
 constexpr int floor_log2_pow10(int e) { return static_cast<int>((std::int64_t{e} * 913124641741) >> 38); }
 
 #if defined(__SIZEOF_INT128__)
-__extension__ typedef unsigned __int128 Uint128;
+__extension__ using Uint128 = unsigned __int128;
 std::uint64_t mul_high(std::uint64_t a, std::uint64_t b) noexcept {
   return static_cast<std::uint64_t>((static_cast<Uint128>(a) * b) >> 64);
 }

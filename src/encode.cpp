@@ -98,7 +98,9 @@ char* escape(char* p, unsigned char c) noexcept {
     p[1] = e;
     return p + 2;
   }
-  std::memcpy(p + 1, "u00", 3);
+  p[1] = 'u';
+  p[2] = '0';
+  p[3] = '0';
   p[4] = kHex[c >> 4];
   p[5] = kHex[c & 0xF];
   return p + 6;
