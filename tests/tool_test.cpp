@@ -39,6 +39,8 @@ TEST(answer_request, bad_requests_get_an_error_that_says_what_was_wrong) {
   const std::pair<std::string, std::string_view> cases[] = {
       {"{", "not JSON"},
       {"{\"call\":\"encoded_size\",\"args\":{\"result\":\"\xff\"}}", "not JSON"},
+      {"{\"call\":\"encoded_size\",\"args\":{\"result\":\"\xf0",
+       "ill-formed UTF-8 at byte 41"},                                                     // truncated at the end
       {"{\"call\":\"encoded_size\",\"args\":{\"result\":\"\xed\xa0\x80\"}}", "not JSON"},  // encoded surrogate
       {R"({"call":"encoded_size","args":{"result":"\ud800"}})", "not JSON"},
       {R"({"call":"encoded_size","args":{"result":"\udc00"}})", "lone surrogate"},

@@ -91,7 +91,7 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
   }
 
   bool well_formed(std::string_view text) {
-    // The input bytes were validated, so only an escape can produce this.
+    // The input bytes were checked, so only an escape can produce this.
     if (mcp_responses::detail::first_ill_formed(text) == std::string_view::npos) return true;
     return fail("lone surrogate escape in a string");
   }
@@ -152,12 +152,17 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
 mcp_responses::ResponseValue parse_json(std::string_view text) {
   // RapidJSON reads up to a NUL; a NUL byte is never valid JSON text anyway.
   if (text.find('\0') != std::string_view::npos) throw RequestError("not JSON: NUL byte in the request");
+  // Checked here rather than by RapidJSON 1.1, whose validator reads a
+  // truncated sequence's missing bytes past the end of the text.
+  if (const std::size_t bad = mcp_responses::detail::first_ill_formed(text); bad != std::string_view::npos) {
+    throw RequestError("not JSON: ill-formed UTF-8 at byte " + std::to_string(bad));
+  }
   const std::string copy(text);  // NUL-terminated for the stream
   RequestStream stream(copy.c_str());
   Builder builder(stream);
   rapidjson::Reader reader;
-  constexpr unsigned kFlags = rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNanAndInfFlag |
-                              rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
+  constexpr unsigned kFlags =
+      rapidjson::kParseNanAndInfFlag | rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
   const rapidjson::ParseResult ok = reader.Parse<kFlags>(stream, builder);
   if (!ok) {
     if (!builder.error().empty()) throw RequestError("not accepted: " + builder.error());
