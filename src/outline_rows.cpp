@@ -5,6 +5,7 @@
 
 #include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "rows.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -71,12 +72,12 @@ ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module) {
   ResponseDict row;
   row.reserve(6);
   row.append("name", name);
-  row.append("kind", symbol.kind);
-  row.append("line", symbol.start_line);
-  row.append("end_line", symbol.end_line != symbol.start_line ? symbol.end_line : std::nullopt);
-  row.append("signature", symbol.signature);
-  row.append("summary", first_sentence(symbol.docstring));
-  return without_nulls(std::move(row));
+  detail::append_present(row, "kind", symbol.kind);
+  detail::append_present(row, "line", symbol.start_line);
+  if (symbol.end_line != symbol.start_line) detail::append_present(row, "end_line", symbol.end_line);
+  detail::append_present(row, "signature", symbol.signature);
+  detail::append_present(row, "summary", first_sentence(symbol.docstring));
+  return row;
 }
 
 }  // namespace kestrune::mcp_responses

@@ -1,6 +1,7 @@
 // Symbol rows: the compact search row and the full detail answer of a symbol.
 #include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "rows.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -8,13 +9,13 @@ ResponseDict build_symbol_search_result(const Symbol& symbol, std::optional<std:
   ResponseDict row;
   row.reserve(7);
   row.append("fqn", symbol.fqn);
-  row.append("name", symbol.name);
-  row.append("kind", symbol.kind);
-  row.append("file", file_path);
-  row.append("line", symbol.start_line);
-  row.append("signature", symbol.signature);
-  row.append("summary", first_sentence(symbol.docstring));
-  return without_nulls(std::move(row));
+  detail::append_present(row, "name", symbol.name);
+  detail::append_present(row, "kind", symbol.kind);
+  detail::append_present(row, "file", file_path);
+  detail::append_present(row, "line", symbol.start_line);
+  detail::append_present(row, "signature", symbol.signature);
+  detail::append_present(row, "summary", first_sentence(symbol.docstring));
+  return row;
 }
 
 ResponseDict build_symbol_full_details(const Symbol& symbol, std::optional<std::string_view> file_path) {

@@ -110,6 +110,34 @@ std::string with_ellipsis(std::string_view prefix) {
 // A sentence ends at a space that follows one of these marks.
 constexpr bool ends_sentence(char c) noexcept { return c == '.' || c == '!' || c == '?'; }
 
+// The length of the longest prefix of `text`, at most `limit` bytes, that
+// collapsing leaves as it is and that holds no sentence end: printable ASCII
+// words separated by single spaces, none of which follows a sentence mark.
+// The prefix never ends in a space. Most docstrings begin with such a run, so
+// their first sentence is found 16 bytes at a time.
+std::size_t collapsed_prefix(std::string_view text, std::size_t limit) noexcept {
+  const std::size_t n = std::min(text.size(), limit);
+  std::size_t end = n;
+  unsigned space_before = 0;  // the byte before the block is a space
+  unsigned mark_before = 0;   // ... or a sentence mark
+  for (std::size_t i = 0; i < n; i += detail::kBlock) {
+    const detail::Block b = detail::load_block(text.data() + i, text.size() - i);
+    const unsigned space = detail::equal_mask(b, ' ');
+    // Controls, whitespace and non-ASCII bytes: signed, they are below '!'.
+    const unsigned other = detail::below_mask(b, '!') & ~space;
+    const unsigned mark = detail::equal_mask(b, '.') | detail::equal_mask(b, '!') | detail::equal_mask(b, '?');
+    const unsigned stop = (other | (space & (space << 1 | space_before | mark << 1 | mark_before))) & 0xFFFFu;
+    if (stop != 0) {
+      end = std::min(n, i + static_cast<std::size_t>(std::countr_zero(stop)));
+      break;
+    }
+    space_before = space >> (detail::kBlock - 1);
+    mark_before = mark >> (detail::kBlock - 1);
+  }
+  if (end > 0 && text[end - 1] == ' ') --end;
+  return end;
+}
+
 }  // namespace
 
 namespace detail {
@@ -227,16 +255,25 @@ std::optional<std::string> first_sentence(std::optional<std::string_view> docstr
   if (const std::size_t para = text.find("\n\n"); para != std::string_view::npos) {
     text = text.substr(0, para);
   }
+  if (text.empty()) return std::nullopt;
   // Collapse whitespace runs to single spaces and stop at the first sentence
   // end. Past SUMMARY_CHARS + 1 characters the cut result no longer changes,
-  // so long paragraphs are not collapsed to their end. Runs of characters
-  // between whitespace are copied whole.
+  // so long paragraphs are not collapsed to their end. The prefix that needs
+  // no collapsing is taken whole; after it, runs of characters between
+  // whitespace are copied whole.
+  std::size_t len = 0;
+  const std::size_t plain = collapsed_prefix(text, SUMMARY_CHARS + 1);
+  if (plain == text.size() || (plain > 0 && ends_sentence(text[plain - 1]) && space_at(text, plain, len))) {
+    // The prefix is the sentence; ASCII, so its bytes are its characters.
+    if (plain <= SUMMARY_CHARS) return std::string(text.substr(0, plain));
+    return detail::cut(text.substr(0, plain), SUMMARY_CHARS);
+  }
   std::string sentence;
   sentence.reserve(std::min(text.size(), 4 * (SUMMARY_CHARS + 1)));
-  std::size_t chars = 0;
+  sentence.append(text.substr(0, plain));
+  std::size_t chars = plain;
   bool pending_space = false;
-  std::size_t len = 0;
-  std::size_t i = 0;
+  std::size_t i = plain;
   while (i < text.size() && chars <= SUMMARY_CHARS) {
     if (space_at(text, i, len)) {
       pending_space = !sentence.empty();

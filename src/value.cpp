@@ -50,22 +50,16 @@ ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValu
     *v = std::move(value);
     return *v;
   }
-  entries_.push_back(Entry{std::string(key), std::move(value)});
-  return entries_.back().second;
+  return entries_.emplace_back(std::string(key), std::move(value)).second;
 }
 
 ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
-  // Built in place: a temporary entry would move the key and the value twice.
-  Entry& entry = entries_.emplace_back();
-  entry.first = std::move(key);
-  entry.second = std::move(value);
-  return entry.second;
+  return entries_.emplace_back(std::move(key), std::move(value)).second;
 }
 
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
-  entries_.push_back(Entry{std::string(key), ResponseValue()});
-  return entries_.back().second;
+  return entries_.emplace_back(std::string(key), ResponseValue()).second;
 }
 
 bool ResponseDict::erase(std::string_view key) {

@@ -288,7 +288,8 @@ std::optional<std::string> plain_first_sentence(std::string_view doc) {
 
 TEST(first_sentence, copies_runs_like_a_character_at_a_time) {
   static const std::string_view kPieces[] = {"Word",   " ", "  ",   ". ",  "! ",   "?",    "\n",     "\n\n", "\t",
-                                             "\u2003", "é", "\xff", "x.y", "end.", "漢字", "\u00a0", "abc "};
+                                             "\u2003", "é", "\xff", "x.y", "end.", "漢字", "\u00a0", "abc ",
+                                             "\x7f",   "\x1c", "a",    "Why?", " ! "};
   std::mt19937_64 rng(17);
   for (int i = 0; i < 20000; ++i) {
     std::string s;

@@ -137,9 +137,9 @@ class ResponseValue {
   ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
 
   template <class T>
-  ResponseValue(std::optional<T> o) {
-    if (o) *this = ResponseValue(std::move(*o));
-  }
+  ResponseValue(const std::optional<T>& o) : v_(o ? std::move(ResponseValue(*o).v_) : Storage()) {}
+  template <class T>
+  ResponseValue(std::optional<T>&& o) : v_(o ? std::move(ResponseValue(std::move(*o)).v_) : Storage()) {}
 
   [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(v_.index()); }
   [[nodiscard]] bool is_null() const noexcept { return kind() == Kind::null; }
@@ -190,6 +190,10 @@ class ResponseValue {
 // defined only here: std::pair of an incomplete type is not portable.
 
 struct ResponseDict::Entry {
+  Entry() = default;
+  Entry(std::string&& key, ResponseValue&& value) noexcept : first(std::move(key)), second(std::move(value)) {}
+  Entry(const std::string& key, const ResponseValue& value) : first(key), second(value) {}
+
   std::string first;
   ResponseValue second;
   friend bool operator==(const Entry&, const Entry&) = default;
