@@ -109,7 +109,7 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   return response;
 }
 
-ResponseDict AskAssembler::take(std::vector<std::string>&& excerpts) && {
+ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
   const std::size_t n = excerpts.size();
   // The picks point into the sections, so they are read before anything moves.
   const std::vector<CitationPick> picks =

@@ -43,9 +43,9 @@ class AskAssembler {
   /// assemble: a new candidate from `excerpts` (at most section_count()).
   [[nodiscard]] ResponseDict assemble(std::span<const std::string> excerpts) const;
 
-  /// take: the candidate of `excerpts`, built by moving this object's parts
-  /// into it; the assembler is spent afterwards.
-  [[nodiscard]] ResponseDict take(std::vector<std::string>&& excerpts) &&;
+  /// take: the candidate of `excerpts` (string values), built by moving this
+  /// object's parts into it; the assembler is spent afterwards.
+  [[nodiscard]] ResponseDict take(std::vector<ResponseValue>&& excerpts) &&;
 
   /// drop: leaves the attachment `key` out of every later candidate.
   void drop(std::string_view key);

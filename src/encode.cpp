@@ -79,6 +79,7 @@ class Writer {
   }
 
   char* string(char* p, std::string_view s);
+  char* plain_string(char* p, std::string_view s);
 
   std::string& out_;
   char* start_ = nullptr;
@@ -135,14 +136,31 @@ char* Writer::string(char* p, std::string_view s) {
   return p;
 }
 
+// A string known to need no escape: copied 16 bytes at a time.
+char* Writer::plain_string(char* p, std::string_view s) {
+  p = room(p, s.size() + 3);
+  *p++ = '"';
+  const char* in = s.data();
+  std::size_t left = s.size();
+  for (; left >= detail::kBlock; left -= detail::kBlock, in += detail::kBlock, p += detail::kBlock) {
+    detail::store_block(p, detail::load_block(in, detail::kBlock));
+  }
+  if (left > 0) detail::store_block(p, detail::load_block(in, left));
+  p += left;
+  *p++ = '"';
+  return p;
+}
+
 char* Writer::dict(char* p, const ResponseDict& d) {
   p = room(p, 2);
   *p++ = '{';
   bool first = true;
+  // Keys are usually plain names; then none of them needs the escape scan.
+  const bool plain_keys = detail::stored_keys_overhead(d) == 2 * d.size();
   for (const auto& [key, value] : d) {
     if (!first) *p++ = ',';
     first = false;
-    p = string(p, key);
+    p = plain_keys ? plain_string(p, key) : string(p, key);
     *p++ = ':';
     p = this->value(p, value);
   }
@@ -179,8 +197,10 @@ char* Writer::value(char* p, const ResponseValue& v) {
     case Kind::number:
       p = room(p, detail::kDoubleTextMax);
       return p + detail::format_double(*std::get_if<double>(&s), p);
-    case Kind::string:
-      return string(p, *std::get_if<std::string>(&s));
+    case Kind::string: {
+      const std::string& text = *std::get_if<std::string>(&s);
+      return detail::stored_overhead(v) == 2 ? plain_string(p, text) : string(p, text);
+    }
     case Kind::list:
       return list(p, *std::get_if<ResponseList>(&s));
     case Kind::dict:
@@ -203,33 +223,47 @@ constexpr std::array<std::uint8_t, 256> kExtra = [] {
   return t;
 }();
 
-// Returns the size, or npos when the string is not well-formed UTF-8. A
-// block of 16 bytes that is ASCII and needs no escape costs one test; other
-// blocks add their escapes' extra bytes and go through the UTF-8 check.
-std::size_t string_size(std::string_view s) noexcept {
+// Returns the size, or npos when the string is not well-formed UTF-8. Each
+// block goes through the UTF-8 check and adds its escapes' extra bytes.
+[[gnu::noinline]] std::size_t mixed_string_size(std::string_view s) noexcept {
   std::size_t size = s.size() + 2;
   detail::Utf8Check utf8;
-  const char* in = s.data();
-  std::size_t left = s.size();
-  while (left > 0) {
-    if (left < detail::kBlock && s.size() >= detail::kBlock && utf8.done()) {
-      // The last bytes of a long string, in the block that ends with them:
-      // when they are plain ASCII the string is done.
-      const std::size_t back = detail::kBlock - left;
-      if ((detail::attention_mask(detail::load_block(in - back, detail::kBlock)) >> back) == 0) break;
+  for (std::size_t i = 0; i < s.size(); i += detail::kBlock) {
+    const detail::Block b = detail::load_block(s.data() + i, s.size() - i);
+    if (detail::attention_mask(b) == 0 && utf8.done()) continue;
+    if (!utf8.block(b)) return std::string_view::npos;
+    for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
+      size += kExtra[static_cast<unsigned char>(s[i + static_cast<std::size_t>(std::countr_zero(escapes))])];
     }
-    const detail::Block b = detail::load_block(in, left);
-    if (detail::attention_mask(b) != 0 || !utf8.done()) {
-      if (!utf8.block(b)) return std::string_view::npos;
-      for (unsigned escapes = detail::escape_mask(b); escapes != 0; escapes &= escapes - 1) {
-        size += kExtra[static_cast<unsigned char>(in[std::countr_zero(escapes)])];
-      }
-    }
-    const std::size_t step = std::min(left, detail::kBlock);
-    in += step;
-    left -= step;
   }
   return utf8.done() ? size : std::string_view::npos;
+}
+
+// The size of `s` whose first `plain` bytes are ASCII that needs no escape,
+// which leaves no sequence open.
+std::size_t string_size_after(std::string_view s, std::size_t plain) noexcept {
+  const std::size_t rest = mixed_string_size(s.substr(plain));
+  return rest == std::string_view::npos ? rest : plain + rest;
+}
+
+// The same as mixed_string_size. Most strings are ASCII that needs no escape,
+// which costs one test per block; the rest of a string from its first other
+// block is measured in full.
+std::size_t string_size(std::string_view s) noexcept {
+  const char* in = s.data();
+  std::size_t left = s.size();
+  for (; left >= detail::kBlock; left -= detail::kBlock, in += detail::kBlock) {
+    if (detail::attention_mask(detail::load_block(in, detail::kBlock)) != 0) {
+      return string_size_after(s, s.size() - left);
+    }
+  }
+  if (left == 0) return s.size() + 2;
+  // The last bytes: in the block that ends with them when the string is long
+  // enough, which needs one load instead of a gathered tail.
+  const std::size_t back = s.size() >= detail::kBlock ? detail::kBlock - left : 0;
+  const detail::Block b = detail::load_block(in - back, left + back);
+  if ((detail::attention_mask(b) >> back) == 0) return s.size() + 2;
+  return string_size_after(s, s.size() - left);
 }
 
 std::size_t integer_size(std::int64_t i) noexcept {
@@ -247,13 +281,17 @@ constexpr std::size_t kBad = detail::kIllFormed;
 
 std::size_t value_size(const ResponseValue& v) noexcept;
 
+// Strings and keys carry their overhead from when they were made, so
+// measuring walks the tree without reading any text.
 std::size_t dict_size(const ResponseDict& d) noexcept {
-  std::size_t size = 2 + (d.empty() ? 0 : d.size() - 1);  // braces and commas
+  const std::size_t keys = detail::stored_keys_overhead(d);
+  if (keys == kBad) return kBad;
+  // Braces, commas, colons and the keys' quotes and escapes.
+  std::size_t size = 2 + (d.empty() ? 0 : d.size() - 1) + d.size() + keys;
   for (const auto& [key, value] : d) {
-    const std::size_t k = string_size(key);
     const std::size_t x = value_size(value);
-    if (k == kBad || x == kBad) return kBad;
-    size += k + 1 + x;  // key, colon, value
+    if (x == kBad) return kBad;
+    size += key.size() + x;
   }
   return size;
 }
@@ -271,8 +309,10 @@ std::size_t value_size(const ResponseValue& v) noexcept {
       char buf[detail::kDoubleTextMax];
       return detail::format_double(*std::get_if<double>(&s), buf);
     }
-    case Kind::string:
-      return string_size(*std::get_if<std::string>(&s));
+    case Kind::string: {
+      const std::size_t overhead = detail::stored_overhead(v);
+      return overhead == kBad ? kBad : std::get_if<std::string>(&s)->size() + overhead;
+    }
     case Kind::list: {
       const auto& l = *std::get_if<ResponseList>(&s);
       std::size_t size = 2 + (l.empty() ? 0 : l.size() - 1);
@@ -369,6 +409,11 @@ std::string tool_result_text(const ResponseList& result) {
 }
 
 namespace detail {
+
+std::size_t string_overhead(std::string_view text) noexcept {
+  const std::size_t size = string_size(text);
+  return size == kBad ? kBad : size - text.size();
+}
 
 std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
 std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }

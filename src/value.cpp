@@ -1,5 +1,6 @@
 // ResponseDict lookup and update, and the emptiness test.
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -9,9 +10,15 @@ namespace kestrune::mcp_responses {
 
 namespace {
 
+// Keys are short and mostly differ in length or first byte, which are
+// compared before the bytes.
+bool same_key(std::string_view a, std::string_view b) noexcept {
+  return a.size() == b.size() && (a.empty() || (a[0] == b[0] && std::memcmp(a.data(), b.data(), a.size()) == 0));
+}
+
 template <class Entries>
 auto find_entry(Entries& entries, std::string_view key) noexcept {
-  return std::find_if(entries.begin(), entries.end(), [key](const auto& e) { return e.first == key; });
+  return std::find_if(entries.begin(), entries.end(), [key](const auto& e) { return same_key(e.first, key); });
 }
 
 const ResponseValue kNull;
@@ -50,23 +57,41 @@ ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValu
     *v = std::move(value);
     return *v;
   }
-  return entries_.emplace_back(std::string(key), std::move(value)).second;
+  Entry& entry = entries_.emplace_back(std::string(key), std::move(value));
+  count_key(entry.first);
+  return entry.second;
 }
 
 ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
-  return entries_.emplace_back(std::move(key), std::move(value)).second;
+  Entry& entry = entries_.emplace_back(std::move(key), std::move(value));
+  count_key(entry.first);
+  return entry.second;
 }
 
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
-  return entries_.emplace_back(std::string(key), ResponseValue()).second;
+  Entry& entry = entries_.emplace_back(std::string(key), ResponseValue());
+  count_key(entry.first);
+  return entry.second;
 }
 
 bool ResponseDict::erase(std::string_view key) {
   auto it = find_entry(entries_, key);
   if (it == entries_.end()) return false;
   entries_.erase(it);
+  recount_keys();
   return true;
+}
+
+void ResponseDict::count_key(std::string_view key) noexcept {
+  const std::size_t overhead = detail::string_overhead(key);
+  constexpr std::size_t kNone = std::string_view::npos;
+  keys_overhead_ = keys_overhead_ == kNone || overhead == kNone ? kNone : keys_overhead_ + overhead;
+}
+
+void ResponseDict::recount_keys() noexcept {
+  keys_overhead_ = 0;
+  for (const Entry& e : entries_) count_key(e.first);
 }
 
 bool is_empty(const ResponseValue& value) noexcept {

@@ -46,7 +46,16 @@ class Excerpts {
   [[nodiscard]] const std::string& operator[](std::size_t i) const noexcept { return texts_[i]; }
   [[nodiscard]] std::span<const std::string> texts() const noexcept { return texts_; }
   [[nodiscard]] bool well_formed(std::size_t i) const noexcept { return sizes_[i] != detail::kIllFormed; }
-  [[nodiscard]] std::vector<std::string> take() && noexcept { return std::move(texts_); }
+  // take: the excerpts as string values, which keep the sizes found here.
+  [[nodiscard]] std::vector<ResponseValue> take() && {
+    std::vector<ResponseValue> values;
+    values.reserve(texts_.size());
+    for (std::size_t i = 0; i < texts_.size(); ++i) {
+      const std::size_t overhead = well_formed(i) ? sizes_[i] - texts_[i].size() : detail::kIllFormed;
+      values.push_back(detail::measured_string(std::move(texts_[i]), overhead));
+    }
+    return values;
+  }
 
   // size: the encoded size of the candidate with these excerpts.
   [[nodiscard]] std::size_t size(const detail::AskAssembler& ask) const {
@@ -114,9 +123,9 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   const std::optional<std::int64_t> token_budget = options.token_budget;
   detail::AskAssembler ask(std::move(options));
   if (!token_budget) {
-    std::vector<std::string> full;
+    std::vector<ResponseValue> full;
     full.reserve(ask.section_count());
-    for (const ResponseValue& section : ask.sections()) full.push_back(detail::ask_excerpt(section));
+    for (const ResponseValue& section : ask.sections()) full.emplace_back(detail::ask_excerpt(section));
     return std::move(ask).take(std::move(full));
   }
 

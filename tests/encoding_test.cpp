@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/fresh.hpp"
+
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -311,6 +313,69 @@ TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
     ASSERT_EQ(encoded_size(tree), text.size()) << text;
     ASSERT_EQ(tool_result_text(tree), text);  // the same text on every call
   }
+}
+
+TEST(encoded_size, kept_string_sizes_follow_every_change) {
+  // Strings and keys keep their sizes from when they were made; each change
+  // below must leave the tree measuring and writing as one made afresh.
+  const std::string escapes = "tab\there \"quoted\" back\\slash \x01 and more than sixteen bytes";
+  const std::string ill_formed = "bad \xff byte";
+  using Change = void (*)(ResponseDict&, const std::string&, const std::string&);
+  const std::pair<const char*, Change> kChanges[] = {
+      {"value replaced through find",
+       [](ResponseDict& d, const std::string& e, const std::string&) { *d.find("plain") = e; }},
+      {"value replaced through at and operator[]",
+       [](ResponseDict& d, const std::string& e, const std::string&) {
+         d.at("escaped") = "plain now";
+         d["new \"key\""] = e;
+       }},
+      {"string moved out",
+       [](ResponseDict& d, const std::string&, const std::string&) {
+         const ResponseValue taken = std::move(*d.find("escaped"));
+         EXPECT_FALSE(taken.as_string().empty());
+       }},
+      {"string moved over by an assignment",
+       [](ResponseDict& d, const std::string&, const std::string&) {
+         ResponseValue& plain = *d.find("plain");
+         ResponseValue& escaped = *d.find("escaped");
+         plain = std::move(escaped);
+       }},
+      {"ill-formed key erased",
+       [](ResponseDict& d, const std::string&, const std::string& bad) {
+         d.insert_or_assign(bad, 1);
+         EXPECT_TRUE(d.erase(bad));
+       }},
+      {"escaped keys erased by a predicate",
+       [](ResponseDict& d, const std::string&, const std::string&) {
+         d.insert_or_assign("a\nb", 2);
+         d.erase_if([](const ResponseDict::value_type& e) { return e.first.find('\n') != std::string::npos; });
+       }},
+      {"dict moved out and refilled",
+       [](ResponseDict& d, const std::string& e, const std::string&) {
+         ResponseDict& inner = d.find("inner")->as_dict();
+         const ResponseDict taken = std::move(inner);
+         inner.append("x\ty", e);
+         EXPECT_EQ(taken.size(), 1u);
+       }},
+      {"list element replaced",
+       [](ResponseDict& d, const std::string& e, const std::string&) { d.find("list")->as_list()[0] = e; }},
+  };
+  for (const auto& [name, change] : kChanges) {
+    ResponseDict d{{"plain", "plain text"},
+                   {"escaped", escapes},
+                   {"inner", ResponseDict{{"k\"", escapes}}},
+                   {"list", ResponseList{"a", escapes}},
+                   {ill_formed, nullptr}};
+    d.erase(ill_formed);
+    change(d, escapes, ill_formed);
+    EXPECT_TRUE(fresh::kept_sizes_hold(d)) << name;
+  }
+  // Copies keep what the original kept; an ill-formed key or value still
+  // cannot be measured after a copy.
+  const ResponseDict bad_key{{ill_formed, 1}};
+  const ResponseList bad_value{ResponseValue(ill_formed)};
+  EXPECT_THROW((void)encoded_size(ResponseDict(bad_key)), EncodingError);
+  EXPECT_THROW((void)encoded_size(ResponseList(bad_value)), EncodingError);
 }
 
 TEST(encoded_size, agrees_with_the_plain_utf8_check_on_random_bytes) {

@@ -14,6 +14,7 @@
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "support/ask_by_encoding.hpp"
+#include "support/fresh.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -451,6 +452,7 @@ TEST(wiki_ask_response, adds_up_the_same_sizes_as_encoding_every_candidate) {
       const ResponseDict got = build_wiki_ask_response(o);
       ASSERT_TRUE(want.has_value()) << i << ": expected " << want_error;
       ASSERT_EQ(got, *want) << i;
+      ASSERT_TRUE(fresh::kept_sizes_hold(got)) << i;
     } catch (const EncodingError& e) {
       ASSERT_EQ(e.what(), want_error) << i;
       ++thrown;

@@ -30,6 +30,23 @@ namespace kestrune::mcp_responses {
 class ResponseValue;
 class ResponseDict;
 
+namespace detail {
+/// string_overhead: the bytes that the compact text adds to a string's own:
+/// its two quotes and the extra bytes of its escapes; npos when `text` is not
+/// well-formed UTF-8. Values and maps keep it for their strings and keys, so
+/// that measuring or writing a response does not scan its text again.
+[[nodiscard]] std::size_t string_overhead(std::string_view text) noexcept;
+/// stored_overhead: string_overhead of a string value, kept since it was
+/// made (0 for other kinds).
+[[nodiscard]] std::size_t stored_overhead(const ResponseValue& value) noexcept;
+/// stored_keys_overhead: the sum of string_overhead over a map's keys, or
+/// npos when one of them is not well-formed UTF-8.
+[[nodiscard]] std::size_t stored_keys_overhead(const ResponseDict& dict) noexcept;
+/// measured_string: the string value `text`, whose string_overhead the
+/// caller already knows to be `overhead`, without scanning it again.
+[[nodiscard]] ResponseValue measured_string(std::string&& text, std::size_t overhead) noexcept;
+}  // namespace detail
+
 /// A list of values; lists are plain vectors.
 using ResponseList = std::vector<ResponseValue>;
 
@@ -93,9 +110,14 @@ class ResponseDict {
   std::size_t erase_if(Pred pred);
 
   friend bool operator==(const ResponseDict& a, const ResponseDict& b);
+  friend std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept;
 
  private:
+  void count_key(std::string_view key) noexcept;
+  void recount_keys() noexcept;
+
   std::vector<value_type> entries_;
+  std::size_t keys_overhead_ = 0;  // string_overhead summed over the keys, or npos
 };
 
 namespace detail {
@@ -130,16 +152,29 @@ class ResponseValue {
   template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
   ResponseValue(T d) noexcept : v_(std::in_place_type<double>, static_cast<double>(d)) {}
 
-  ResponseValue(const char* s) : v_(std::in_place_type<std::string>, s) {}
-  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s) {}
-  ResponseValue(std::string s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) {}
+  ResponseValue(const char* s) : v_(std::in_place_type<std::string>, s) { measure(); }
+  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s) { measure(); }
+  ResponseValue(std::string s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) { measure(); }
   ResponseValue(ResponseList l) noexcept : v_(std::in_place_type<ResponseList>, std::move(l)) {}
   ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
 
   template <class T>
-  ResponseValue(const std::optional<T>& o) : v_(o ? std::move(ResponseValue(*o).v_) : Storage()) {}
+  ResponseValue(const std::optional<T>& o) : ResponseValue(o ? ResponseValue(*o) : ResponseValue()) {}
   template <class T>
-  ResponseValue(std::optional<T>&& o) : v_(o ? std::move(ResponseValue(std::move(*o)).v_) : Storage()) {}
+  ResponseValue(std::optional<T>&& o) : ResponseValue(o ? ResponseValue(std::move(*o)) : ResponseValue()) {}
+
+  ResponseValue(const ResponseValue&) = default;
+  ResponseValue& operator=(const ResponseValue&) = default;
+  ResponseValue(ResponseValue&& other) noexcept : v_(std::move(other.v_)), overhead_(other.overhead_) {
+    other.moved_from();
+  }
+  ResponseValue& operator=(ResponseValue&& other) noexcept {
+    v_ = std::move(other.v_);
+    overhead_ = other.overhead_;
+    other.moved_from();
+    return *this;
+  }
+  ~ResponseValue() = default;
 
   [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(v_.index()); }
   [[nodiscard]] bool is_null() const noexcept { return kind() == Kind::null; }
@@ -155,7 +190,6 @@ class ResponseValue {
   [[nodiscard]] std::int64_t as_integer() const { return std::get<std::int64_t>(v_); }
   [[nodiscard]] double as_number() const { return std::get<double>(v_); }
   [[nodiscard]] const std::string& as_string() const { return std::get<std::string>(v_); }
-  [[nodiscard]] std::string& as_string() { return std::get<std::string>(v_); }
   [[nodiscard]] const ResponseList& as_list() const { return std::get<ResponseList>(v_); }
   [[nodiscard]] ResponseList& as_list() { return std::get<ResponseList>(v_); }
   [[nodiscard]] const ResponseDict& as_dict() const { return std::get<ResponseDict>(v_); }
@@ -169,6 +203,17 @@ class ResponseValue {
   friend bool operator==(const ResponseValue& a, const ResponseValue& b) { return a.v_ == b.v_; }
 
  private:
+  friend std::size_t detail::stored_overhead(const ResponseValue& value) noexcept;
+  friend ResponseValue detail::measured_string(std::string&& text, std::size_t overhead) noexcept;
+
+  // measure: records the string's overhead; strings never change in place.
+  void measure() noexcept { overhead_ = detail::string_overhead(*std::get_if<std::string>(&v_)); }
+  // moved_from: a moved-from string is valid but unspecified; measure what
+  // is left (nothing, in practice).
+  void moved_from() noexcept {
+    if (const auto* s = std::get_if<std::string>(&v_)) overhead_ = s->empty() ? 2 : detail::string_overhead(*s);
+  }
+
   template <class T>
   static std::int64_t checked_integer(T i) {
     if constexpr (std::is_unsigned_v<T> && sizeof(T) >= sizeof(std::int64_t)) {
@@ -180,6 +225,7 @@ class ResponseValue {
   }
 
   Storage v_;
+  std::size_t overhead_ = 0;  // of a string: string_overhead, kept from when it was made
 };
 
 /// is_empty: the emptiness test that builders use for "non-empty": null,
@@ -202,9 +248,17 @@ struct ResponseDict::Entry {
 inline ResponseDict::ResponseDict() = default;
 inline ResponseDict::~ResponseDict() = default;
 inline ResponseDict::ResponseDict(const ResponseDict& other) = default;
-inline ResponseDict::ResponseDict(ResponseDict&& other) noexcept = default;
+inline ResponseDict::ResponseDict(ResponseDict&& other) noexcept
+    : entries_(std::move(other.entries_)), keys_overhead_(std::exchange(other.keys_overhead_, 0)) {
+  other.entries_.clear();
+}
 inline ResponseDict& ResponseDict::operator=(const ResponseDict& other) = default;
-inline ResponseDict& ResponseDict::operator=(ResponseDict&& other) noexcept = default;
+inline ResponseDict& ResponseDict::operator=(ResponseDict&& other) noexcept {
+  entries_ = std::move(other.entries_);
+  keys_overhead_ = std::exchange(other.keys_overhead_, 0);
+  other.entries_.clear();
+  return *this;
+}
 
 inline std::size_t ResponseDict::size() const noexcept { return entries_.size(); }
 inline bool ResponseDict::empty() const noexcept { return entries_.empty(); }
@@ -214,7 +268,9 @@ inline ResponseDict::const_iterator ResponseDict::end() const noexcept { return 
 
 template <class Pred>
 std::size_t ResponseDict::erase_if(Pred pred) {
-  return std::erase_if(entries_, [&](const Entry& e) { return pred(e); });
+  const std::size_t removed = std::erase_if(entries_, [&](const Entry& e) { return pred(e); });
+  if (removed > 0) recount_keys();
+  return removed;
 }
 
 inline ResponseDict::ResponseDict(std::initializer_list<value_type> entries) {
@@ -223,6 +279,15 @@ inline ResponseDict::ResponseDict(std::initializer_list<value_type> entries) {
 }
 
 inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.entries_ == b.entries_; }
+
+inline std::size_t detail::stored_overhead(const ResponseValue& value) noexcept { return value.overhead_; }
+inline ResponseValue detail::measured_string(std::string&& text, std::size_t overhead) noexcept {
+  ResponseValue value;
+  value.v_.emplace<std::string>(std::move(text));
+  value.overhead_ = overhead;
+  return value;
+}
+inline std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept { return dict.keys_overhead_; }
 
 /// Symbol: one code symbol from storage. `fqn` is always known; every other
 /// attribute is empty when unknown.
