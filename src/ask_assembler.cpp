@@ -69,8 +69,20 @@ std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::si
   count = kUnknownCount;
   const ResponseValue& excerpt = field(section, "excerpt");
   if (is_empty(excerpt)) return {};
-  if (excerpt.is_string()) return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count);
+  if (excerpt.is_string()) {
+    return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count,
+                           stored_overhead(excerpt) != kIllFormed);
+  }
   return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed, count);
+}
+
+ExcerptSource excerpt_source(const ResponseValue& section) noexcept {
+  const ResponseValue& excerpt = field(section, "excerpt");
+  if (is_empty(excerpt)) return {.well_formed = true, .escape_free = true};
+  if (!excerpt.is_string()) return {.well_formed = false, .escape_free = false};
+  // A cut keeps a prefix and adds "…", which needs no escape.
+  const std::size_t overhead = stored_overhead(excerpt);
+  return {.well_formed = overhead != kIllFormed, .escape_free = overhead == 2};
 }
 
 AskAssembler::AskAssembler(WikiAskOptions&& options)

@@ -23,6 +23,14 @@ namespace kestrune::mcp_responses::detail {
 /// characters when known (otherwise kUnknownCount).
 [[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count);
 
+/// ExcerptSource: what the value a section's excerpt is made from says about
+/// every excerpt cut from it.
+struct ExcerptSource {
+  bool well_formed;  // known to be well-formed UTF-8
+  bool escape_free;  // and no character of it needs an escape
+};
+[[nodiscard]] ExcerptSource excerpt_source(const ResponseValue& section) noexcept;
+
 /// AskAssembler: everything of an ask response but its excerpts, fixed once
 /// per call, so that a candidate is assembled from a list of excerpts alone.
 /// The first n excerpts keep the first n sections, with their citations.

@@ -5,6 +5,7 @@
 // in-bounds loads and padded with 'A', which needs no escape and is ASCII.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -178,6 +179,30 @@ inline unsigned equal_mask(const Block& b, unsigned char x) noexcept {
 }
 
 #endif
+
+/// count_continuations: the number of bytes 80..BF in s[0, n), where `n` is a
+/// multiple of 16. The blocks' counts are added up without a test per block.
+inline std::size_t count_continuations(const char* s, std::size_t n) noexcept {
+  std::size_t total = 0;
+#if defined(KESTRUNE_SSE2)
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i below = _mm_set1_epi8(static_cast<char>(0xC0));
+  while (n > 0) {
+    // Byte lanes count up to 255 blocks before they are summed.
+    const std::size_t blocks = std::min<std::size_t>(n / kBlock, 255);
+    __m128i lanes = zero;
+    for (std::size_t b = 0; b < blocks; ++b, s += kBlock) {
+      lanes = _mm_sub_epi8(lanes, _mm_cmplt_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s)), below));
+    }
+    const __m128i sums = _mm_sad_epu8(lanes, zero);
+    total += static_cast<std::size_t>(_mm_cvtsi128_si32(sums)) + static_cast<std::size_t>(_mm_extract_epi16(sums, 4));
+    n -= blocks * kBlock;
+  }
+#else
+  for (std::size_t i = 0; i < n; ++i) total += (static_cast<unsigned char>(s[i]) & 0xC0u) == 0x80u ? 1 : 0;
+#endif
+  return total;
+}
 
 /// Utf8Check: well-formedness of UTF-8 checked a block at a time. Each lead
 /// byte says which of the next bytes must be continuation bytes; the text is

@@ -84,6 +84,24 @@ std::size_t byte_offset(std::string_view s, std::size_t chars, bool* checked = n
   return s.size();
 }
 
+// byte_offset for text known to be well-formed: every byte but the
+// continuation bytes starts a character, so nothing needs checking.
+std::size_t well_formed_byte_offset(std::string_view s, std::size_t chars) noexcept {
+  // The first `chars` bytes start at most `chars` characters: their whole
+  // blocks are counted in bulk, and the rest a block at a time.
+  std::size_t i = std::min(chars, s.size()) / detail::kBlock * detail::kBlock;
+  std::size_t k = i - detail::count_continuations(s.data(), i);  // characters started before byte i
+  for (; i < s.size(); i += detail::kBlock) {
+    const std::size_t left = s.size() - i;
+    const std::size_t step = std::min(left, detail::kBlock);
+    const unsigned starts = ((1u << step) - 1) & ~continuation_mask(detail::load_block(s.data() + i, left));
+    const auto here = static_cast<std::size_t>(detail::popcount16(starts));
+    if (k + here > chars) return i + nth_set_bit(starts, chars - k);
+    k += here;
+  }
+  return s.size();
+}
+
 // Whether `rest` holds at most one character.
 bool fits_one_char(std::string_view rest) noexcept {
   return rest.empty() || detail::char_length(rest, 0) == rest.size();
@@ -215,8 +233,9 @@ std::string trimmed(std::string_view text, std::int64_t chars) {
   return trimmed_checked(text, chars, well_formed, count);
 }
 
-std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count) {
-  well_formed = false;
+std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count,
+                            bool known_well_formed) {
+  well_formed = known_well_formed;
   count = kUnknownCount;
   if (chars <= 1) {
     if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
@@ -225,8 +244,10 @@ std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& wel
   const auto limit = static_cast<std::size_t>(chars);
   // The first limit - 1 characters; the text is kept whole when at most one
   // character follows them.
-  bool checked = false;
-  const std::string_view head = text.substr(0, byte_offset(text, limit - 1, &checked));
+  bool checked = known_well_formed;
+  const std::size_t head_size =
+      known_well_formed ? well_formed_byte_offset(text, limit - 1) : byte_offset(text, limit - 1, &checked);
+  const std::string_view head = text.substr(0, head_size);
   if (fits_one_char(text.substr(head.size()))) return std::string(text);
   // A cut keeps a prefix of the head, which the scan found well-formed.
   well_formed = checked;

@@ -15,8 +15,9 @@ inline constexpr std::size_t kUnknownCount = std::string_view::npos;
 /// trimmed_checked: trimmed(text, chars); sets `well_formed` when the result
 /// was cut from a stretch of `text` found well-formed (false: unknown), and
 /// `count` to the result's number of characters when it was cut (otherwise
-/// kUnknownCount).
+/// kUnknownCount). A caller that knows `text` to be well-formed says so with
+/// `known_well_formed`, and the characters are then counted without checking.
 [[nodiscard]] std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed,
-                                          std::size_t& count);
+                                          std::size_t& count, bool known_well_formed = false);
 
 }  // namespace kestrune::mcp_responses::detail

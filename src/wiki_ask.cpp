@@ -63,12 +63,18 @@ class Excerpts {
   }
 
   // set: makes `text` excerpt i. A text known to be well-formed is not
-  // checked again; `count` is its number of characters, if known.
-  void set(std::size_t i, std::string text, bool well_formed, std::size_t count = detail::kUnknownCount) {
+  // checked again, nor one known to need no escape scanned; `count` is its
+  // number of characters, if known.
+  void set(std::size_t i, std::string text, bool well_formed, std::size_t count, bool escape_free) {
     forget(i);
     texts_[i] = std::move(text);
     counts_[i] = count;
-    sizes_[i] = well_formed ? detail::well_formed_string_size(texts_[i]) : detail::string_size_or_ill_formed(texts_[i]);
+    if (well_formed && escape_free) {
+      sizes_[i] = texts_[i].size() + 2;
+    } else {
+      sizes_[i] =
+          well_formed ? detail::well_formed_string_size(texts_[i]) : detail::string_size_or_ill_formed(texts_[i]);
+    }
     remember(i);
   }
 
@@ -149,16 +155,24 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   // the sections kept.
   Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
+    const detail::ExcerptSource source = detail::excerpt_source(ask.sections()[i]);
+    const std::int64_t reserve = reserve_for(count - i - 1);
+    // When the candidate overshoots with this excerpt still empty, the cut
+    // below leaves nothing of any excerpt: one known to be well-formed (so
+    // that measuring it could not fail) need not be made at all.
+    if (source.well_formed && checked(excerpts.size(ask), ask, excerpts.texts()) + reserve >= limit) continue;
     bool well_formed = false;
     std::size_t chars = 0;
     std::string full = detail::ask_excerpt(ask.sections()[i], well_formed, chars);
-    excerpts.set(i, std::move(full), well_formed, chars);
-    const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve_for(count - i - 1) - limit;
+    excerpts.set(i, std::move(full), well_formed, chars, source.escape_free);
+    const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve - limit;
     if (over > 0) {
       const auto room = static_cast<std::int64_t>(excerpts.chars(i)) - over - 8;
       // A cut of a well-formed excerpt is well-formed.
-      std::string cut = detail::trimmed(excerpts[i], std::max<std::int64_t>(0, room));
-      excerpts.set(i, std::move(cut), excerpts.well_formed(i));
+      const bool known = excerpts.well_formed(i);
+      std::string cut =
+          detail::trimmed_checked(excerpts[i], std::max<std::int64_t>(0, room), well_formed, chars, known);
+      excerpts.set(i, std::move(cut), known, chars, source.escape_free);
     }
   }
 

@@ -10,6 +10,7 @@
 #include "kestrune/mcp_responses/detail/utf8.hpp"
 
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "trim.hpp"
 
 namespace kestrune::mcp_responses {
 namespace {
@@ -261,6 +262,37 @@ TEST(trimmed, block_scans_agree_with_a_character_at_a_time) {
   }
 }
 
+TEST(trimmed, counting_known_well_formed_text_agrees) {
+  // Text known to be well-formed is counted without checking, its leading
+  // blocks in bulk: long texts, cut anywhere, with few or many multi-byte
+  // characters before the cut.
+  static const std::string_view kPieces[] = {"word ", "a", "\u00e9", "\u20ac ", "\U0001F600", "\u3000", "x"};
+  std::mt19937_64 rng(23);
+  for (int i = 0; i < 3000; ++i) {
+    std::string s;
+    const std::uint64_t dense = rng() % 4;  // how often a multi-byte piece comes up
+    for (std::uint64_t k = rng() % 2500; k > 0; --k) {
+      s += rng() % 4 < dense ? kPieces[rng() % std::size(kPieces)] : std::string_view("word ");
+    }
+    const auto n = static_cast<std::int64_t>(rng() % (s.size() + 3));
+    bool well_formed = false;
+    std::size_t count = 0;
+    const std::string got = detail::trimmed_checked(s, n, well_formed, count, true);
+    ASSERT_EQ(got, plain_trimmed(s, n)) << s.size() << " " << n;
+    ASSERT_TRUE(well_formed);
+    if (count != detail::kUnknownCount) {
+      ASSERT_EQ(count, char_count(got));
+    }
+  }
+  // More than 255 blocks counted in bulk, each with continuation bytes in the
+  // same places.
+  std::string dense;
+  for (int k = 0; k < 5000; ++k) dense += "\u00e9";
+  bool well_formed = false;
+  std::size_t count = 0;
+  EXPECT_EQ(detail::trimmed_checked(dense, 4500, well_formed, count, true), plain_trimmed(dense, 4500));
+}
+
 std::optional<std::string> plain_first_sentence(std::string_view doc) {
   if (doc.empty()) return std::nullopt;
   std::string_view text = strip(doc);
@@ -287,9 +319,9 @@ std::optional<std::string> plain_first_sentence(std::string_view doc) {
 }
 
 TEST(first_sentence, copies_runs_like_a_character_at_a_time) {
-  static const std::string_view kPieces[] = {"Word",   " ", "  ",   ". ",  "! ",   "?",    "\n",     "\n\n", "\t",
-                                             "\u2003", "é", "\xff", "x.y", "end.", "漢字", "\u00a0", "abc ",
-                                             "\x7f",   "\x1c", "a",    "Why?", " ! "};
+  static const std::string_view kPieces[] = {"Word", " ",      "  ",   ". ",   "! ",   "?",    "\n",   "\n\n",
+                                             "\t",   "\u2003", "é",    "\xff", "x.y",  "end.", "漢字", "\u00a0",
+                                             "abc ", "\x7f",   "\x1c", "a",    "Why?", " ! "};
   std::mt19937_64 rng(17);
   for (int i = 0; i < 20000; ++i) {
     std::string s;
