@@ -26,7 +26,7 @@ ResponseDict row_head(const ResponseValue& section) {
   ResponseDict row;
   row.reserve(6);
   for (const std::string_view key : kCopied) row.append(std::string(key), field(section, key));
-  row.append("stale", !is_empty(field(section, "stale")));
+  detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
   return row;
 }
 
@@ -39,7 +39,7 @@ ResponseDict take_row_head(ResponseValue& section) {
     ResponseValue* value = dict != nullptr ? dict->find(key) : nullptr;
     row.append(std::string(key), value != nullptr ? std::move(*value) : ResponseValue());
   }
-  row.append("stale", !is_empty(field(section, "stale")));
+  detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
   return row;
 }
 
@@ -92,29 +92,29 @@ AskAssembler::AskAssembler(WikiAskOptions&& options)
       sections_(std::move(options.sections)) {
   if (options.citations) extra_ = std::move(*options.citations);
   attachments_.reserve(6);
-  attachments_.append("model", std::move(options.model));
-  attachments_.append("tokens", std::move(options.tokens));
-  attachments_.append("note", std::move(options.note));
-  attachments_.append("decisions", std::move(options.decisions));
-  attachments_.append("code", std::move(options.code));
-  attachments_.append("memories", std::move(options.memories));
+  detail::append_plain(attachments_, "model", std::move(options.model));
+  detail::append_plain(attachments_, "tokens", std::move(options.tokens));
+  detail::append_plain(attachments_, "note", std::move(options.note));
+  detail::append_plain(attachments_, "decisions", std::move(options.decisions));
+  detail::append_plain(attachments_, "code", std::move(options.code));
+  detail::append_plain(attachments_, "memories", std::move(options.memories));
 }
 
 ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const {
   ResponseDict response;
   response.reserve(11);
-  response.append("mode", mode_);
-  response.append("query", query_);
-  response.append("answer", answer_);
+  detail::append_plain(response, "mode", mode_);
+  detail::append_plain(response, "query", query_);
+  detail::append_plain(response, "answer", answer_);
   ResponseList rows;
   rows.reserve(excerpts.size());
   for (std::size_t k = 0; k < excerpts.size(); ++k) {
     ResponseDict row = row_head(sections_[k]);
-    row.append("excerpt", excerpts[k]);
+    detail::append_plain(row, "excerpt", excerpts[k]);
     rows.emplace_back(std::move(row));
   }
-  response.append("sections", std::move(rows));
-  response.append("citations", ask_citations(sections().first(excerpts.size()), extra_));
+  detail::append_plain(response, "sections", std::move(rows));
+  detail::append_plain(response, "citations", ask_citations(sections().first(excerpts.size()), extra_));
   for (const auto& [key, value] : attachments_) {
     if (!value.is_null()) response.append(key, value);
   }
@@ -136,18 +136,18 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
   }
   ResponseDict response;
   response.reserve(11);
-  response.append("mode", std::move(mode_));
-  response.append("query", std::move(query_));
-  response.append("answer", std::move(answer_));
+  detail::append_plain(response, "mode", std::move(mode_));
+  detail::append_plain(response, "query", std::move(query_));
+  detail::append_plain(response, "answer", std::move(answer_));
   ResponseList rows;
   rows.reserve(n);
   for (std::size_t k = 0; k < n; ++k) {
     ResponseDict row = take_row_head(sections_[k]);
-    row.append("excerpt", std::move(excerpts[k]));
+    detail::append_plain(row, "excerpt", std::move(excerpts[k]));
     rows.emplace_back(std::move(row));
   }
-  response.append("sections", std::move(rows));
-  response.append("citations", std::move(citations));
+  detail::append_plain(response, "sections", std::move(rows));
+  detail::append_plain(response, "citations", std::move(citations));
   for (const std::string_view key : kAttachments) {
     ResponseValue& value = attachments_.at(key);
     if (!value.is_null()) response.append(std::string(key), std::move(value));

@@ -12,35 +12,39 @@ ResponseValue text_or_null(std::optional<std::string_view> s) { return s ? Respo
 ResponseDict build_table() {
   ResponseDict t;
   t.reserve(14);
-  t.append("status", ResponseDict{{"status", "not_initialized"},
-                                  {"health", "unknown"},
-                                  {"branch", nullptr},
-                                  {"progress", 0},
-                                  {"files_indexed", 0},
-                                  {"symbols_indexed", 0},
-                                  {"errors_count", 0}});
-  t.append("search", build_empty_paginated_response("symbols"));
-  t.append("symbol", ResponseDict{{"found", false}, {"message", kNotInitialized}});
-  t.append("file", ResponseDict{{"error", kNotInitialized}, {"symbols", ResponseList{}}});
-  t.append("files", build_empty_paginated_response("files"));
-  t.append("architecture", ResponseDict{{"components", ResponseList{}}});
-  t.append("git", ResponseDict{{"error", kNotInitialized},
-                               {"files", ResponseList{}},
-                               {"total_count", 0},
-                               {"truncated", false},
-                               {"has_more", false},
-                               {"offset", 0}});
-  t.append("quality", ResponseDict{{"dead_symbols", ResponseList{}},
-                                   {"total_count", 0},
-                                   {"truncated", false},
-                                   {"has_more", false},
-                                   {"offset", 0}});
-  t.append("context", ResponseDict{{"message", kNotInitialized}, {"status", "failed"}});
-  t.append("tests", ResponseDict{{"tests", ResponseList{}}, {"total_count", 0}});
-  t.append("explore", ResponseDict{{"error", kNotInitialized}, {"results", ResponseList{}}});
-  t.append("remember", ResponseDict{{"error", kNotInitialized}});
-  t.append("wiki", ResponseDict{{"built", false}, {"message", kNotInitialized}, {"pages", ResponseList{}}});
-  t.append("force_reindex", ResponseDict{{"message", kNotInitialized}, {"status", "failed"}});
+  detail::append_plain(t, "status",
+                       ResponseDict{{"status", "not_initialized"},
+                                    {"health", "unknown"},
+                                    {"branch", nullptr},
+                                    {"progress", 0},
+                                    {"files_indexed", 0},
+                                    {"symbols_indexed", 0},
+                                    {"errors_count", 0}});
+  detail::append_plain(t, "search", build_empty_paginated_response("symbols"));
+  detail::append_plain(t, "symbol", ResponseDict{{"found", false}, {"message", kNotInitialized}});
+  detail::append_plain(t, "file", ResponseDict{{"error", kNotInitialized}, {"symbols", ResponseList{}}});
+  detail::append_plain(t, "files", build_empty_paginated_response("files"));
+  detail::append_plain(t, "architecture", ResponseDict{{"components", ResponseList{}}});
+  detail::append_plain(t, "git",
+                       ResponseDict{{"error", kNotInitialized},
+                                    {"files", ResponseList{}},
+                                    {"total_count", 0},
+                                    {"truncated", false},
+                                    {"has_more", false},
+                                    {"offset", 0}});
+  detail::append_plain(t, "quality",
+                       ResponseDict{{"dead_symbols", ResponseList{}},
+                                    {"total_count", 0},
+                                    {"truncated", false},
+                                    {"has_more", false},
+                                    {"offset", 0}});
+  detail::append_plain(t, "context", ResponseDict{{"message", kNotInitialized}, {"status", "failed"}});
+  detail::append_plain(t, "tests", ResponseDict{{"tests", ResponseList{}}, {"total_count", 0}});
+  detail::append_plain(t, "explore", ResponseDict{{"error", kNotInitialized}, {"results", ResponseList{}}});
+  detail::append_plain(t, "remember", ResponseDict{{"error", kNotInitialized}});
+  detail::append_plain(t, "wiki",
+                       ResponseDict{{"built", false}, {"message", kNotInitialized}, {"pages", ResponseList{}}});
+  detail::append_plain(t, "force_reindex", ResponseDict{{"message", kNotInitialized}, {"status", "failed"}});
   return t;
 }
 
@@ -54,16 +58,16 @@ ResponseDict build_index_status_response(std::string_view status, std::string_vi
                                          std::optional<std::string_view> phase_detail) {
   ResponseDict response;
   response.reserve(10);
-  response.append("status", status);
-  response.append("health", health);
-  response.append("branch", text_or_null(branch));
-  response.append("progress", progress);
-  response.append("files_indexed", files_indexed);
-  response.append("symbols_indexed", symbols_indexed);
-  response.append("last_updated", text_or_null(last_updated));
-  response.append("errors_count", errors_count);
-  if (phase && !phase->empty()) response.append("phase", *phase);
-  if (phase_detail && !phase_detail->empty()) response.append("phase_detail", *phase_detail);
+  detail::append_plain(response, "status", status);
+  detail::append_plain(response, "health", health);
+  detail::append_plain(response, "branch", text_or_null(branch));
+  detail::append_plain(response, "progress", progress);
+  detail::append_plain(response, "files_indexed", files_indexed);
+  detail::append_plain(response, "symbols_indexed", symbols_indexed);
+  detail::append_plain(response, "last_updated", text_or_null(last_updated));
+  detail::append_plain(response, "errors_count", errors_count);
+  if (phase && !phase->empty()) detail::append_plain(response, "phase", *phase);
+  if (phase_detail && !phase_detail->empty()) detail::append_plain(response, "phase_detail", *phase_detail);
   return response;
 }
 

@@ -71,7 +71,7 @@ ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module) {
   }
   ResponseDict row;
   row.reserve(6);
-  row.append("name", name);
+  detail::append_plain(row, "name", name);
   detail::append_present(row, "kind", symbol.kind);
   detail::append_present(row, "line", symbol.start_line);
   if (symbol.end_line != symbol.start_line) detail::append_present(row, "end_line", symbol.end_line);

@@ -12,10 +12,10 @@ ResponseDict build_paginated_response(ResponseList items, std::int64_t total_cou
   ResponseDict response;
   response.reserve(6);  // room for the hint
   response.append(std::string(options.items_key), std::move(items));
-  response.append("total_count", total_count);
-  response.append("truncated", has_more);
-  response.append("has_more", has_more);
-  response.append("offset", offset);
+  detail::append_plain(response, "total_count", total_count);
+  detail::append_plain(response, "truncated", has_more);
+  detail::append_plain(response, "has_more", has_more);
+  detail::append_plain(response, "offset", offset);
   return utils::add_pagination_hint(std::move(response), count);
 }
 
@@ -23,10 +23,10 @@ ResponseDict build_empty_paginated_response(std::string_view items_key) {
   ResponseDict response;
   response.reserve(5);
   response.append(std::string(items_key), ResponseList{});
-  response.append("total_count", 0);
-  response.append("truncated", false);
-  response.append("has_more", false);
-  response.append("offset", 0);
+  detail::append_plain(response, "total_count", 0);
+  detail::append_plain(response, "truncated", false);
+  detail::append_plain(response, "has_more", false);
+  detail::append_plain(response, "offset", 0);
   return response;
 }
 

@@ -11,13 +11,13 @@
 namespace kestrune::mcp_responses::detail {
 
 template <class T>
-void append_present(ResponseDict& row, std::string key, const std::optional<T>& value) {
-  if (value) row.append(std::move(key), ResponseValue(*value));
+void append_present(ResponseDict& row, PlainKey key, const std::optional<T>& value) {
+  if (value) append_plain(row, key, ResponseValue(*value));
 }
 
 template <class T>
-void append_present(ResponseDict& row, std::string key, std::optional<T>&& value) {
-  if (value) row.append(std::move(key), ResponseValue(std::move(*value)));
+void append_present(ResponseDict& row, PlainKey key, std::optional<T>&& value) {
+  if (value) append_plain(row, key, ResponseValue(std::move(*value)));
 }
 
 }  // namespace kestrune::mcp_responses::detail

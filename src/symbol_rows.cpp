@@ -8,7 +8,7 @@ namespace kestrune::mcp_responses {
 ResponseDict build_symbol_search_result(const Symbol& symbol, std::optional<std::string_view> file_path) {
   ResponseDict row;
   row.reserve(7);
-  row.append("fqn", symbol.fqn);
+  detail::append_plain(row, "fqn", symbol.fqn);
   detail::append_present(row, "name", symbol.name);
   detail::append_present(row, "kind", symbol.kind);
   detail::append_present(row, "file", file_path);
@@ -21,17 +21,17 @@ ResponseDict build_symbol_search_result(const Symbol& symbol, std::optional<std:
 ResponseDict build_symbol_full_details(const Symbol& symbol, std::optional<std::string_view> file_path) {
   ResponseDict details;
   details.reserve(11);
-  details.append("found", true);
-  details.append("fqn", symbol.fqn);
-  details.append("name", symbol.name);
-  details.append("kind", symbol.kind);
-  details.append("file", file_path);
-  details.append("start_line", symbol.start_line);
-  details.append("end_line", symbol.end_line);
-  details.append("signature", symbol.signature);
-  details.append("is_export", symbol.is_export);
-  details.append("docstring", symbol.docstring);
-  details.append("docstring_truncated", symbol.docstring_truncated);
+  detail::append_plain(details, "found", true);
+  detail::append_plain(details, "fqn", symbol.fqn);
+  detail::append_plain(details, "name", symbol.name);
+  detail::append_plain(details, "kind", symbol.kind);
+  detail::append_plain(details, "file", file_path);
+  detail::append_plain(details, "start_line", symbol.start_line);
+  detail::append_plain(details, "end_line", symbol.end_line);
+  detail::append_plain(details, "signature", symbol.signature);
+  detail::append_plain(details, "is_export", symbol.is_export);
+  detail::append_plain(details, "docstring", symbol.docstring);
+  detail::append_plain(details, "docstring_truncated", symbol.docstring_truncated);
   return details;
 }
 

@@ -68,6 +68,12 @@ ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
   return entry.second;
 }
 
+ResponseValue& detail::append_plain(ResponseDict& dict, PlainKey key, ResponseValue value) {
+  ResponseDict::Entry& entry = dict.entries_.emplace_back(std::string(key.text), std::move(value));
+  dict.add_key_overhead(2);
+  return entry.second;
+}
+
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
   Entry& entry = entries_.emplace_back(std::string(key), ResponseValue());
@@ -83,11 +89,12 @@ bool ResponseDict::erase(std::string_view key) {
   return true;
 }
 
-void ResponseDict::count_key(std::string_view key) noexcept {
-  const std::size_t overhead = detail::string_overhead(key);
+void ResponseDict::add_key_overhead(std::size_t overhead) noexcept {
   constexpr std::size_t kNone = std::string_view::npos;
   keys_overhead_ = keys_overhead_ == kNone || overhead == kNone ? kNone : keys_overhead_ + overhead;
 }
+
+void ResponseDict::count_key(std::string_view key) noexcept { add_key_overhead(detail::string_overhead(key)); }
 
 void ResponseDict::recount_keys() noexcept {
   keys_overhead_ = 0;

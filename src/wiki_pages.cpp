@@ -17,17 +17,17 @@ ResponseList list_or_empty(std::optional<ResponseList>& list) {
 ResponseDict build_wiki_status_response(WikiStatusOptions options) {
   ResponseDict response;
   response.reserve(11);
-  response.append("built", options.built);
-  response.append("branch", std::move(options.branch));
-  response.append("enabled", options.enabled);
-  response.append("configured", options.configured);
-  response.append("pages", options.pages);
-  response.append("files_covered", options.files_covered);
-  response.append("total_sources", options.total_sources);
-  response.append("coverage_pct", options.coverage_pct);
-  response.append("last_built", std::move(options.last_built));
-  response.append("model", std::move(options.model));
-  response.append("stale_pages", list_or_empty(options.stale_pages));
+  detail::append_plain(response, "built", options.built);
+  detail::append_plain(response, "branch", std::move(options.branch));
+  detail::append_plain(response, "enabled", options.enabled);
+  detail::append_plain(response, "configured", options.configured);
+  detail::append_plain(response, "pages", options.pages);
+  detail::append_plain(response, "files_covered", options.files_covered);
+  detail::append_plain(response, "total_sources", options.total_sources);
+  detail::append_plain(response, "coverage_pct", options.coverage_pct);
+  detail::append_plain(response, "last_built", std::move(options.last_built));
+  detail::append_plain(response, "model", std::move(options.model));
+  detail::append_plain(response, "stale_pages", list_or_empty(options.stale_pages));
   return response;
 }
 
@@ -35,23 +35,23 @@ ResponseDict build_wiki_list_response(ResponseList pages, std::int64_t total, st
   const bool has_more = detail::has_more(offset, static_cast<std::int64_t>(pages.size()), total);
   ResponseDict response;
   response.reserve(5);
-  response.append("pages", std::move(pages));
-  response.append("total_count", total);
-  response.append("offset", offset);
-  response.append("truncated", truncated);
-  response.append("has_more", has_more);
+  detail::append_plain(response, "pages", std::move(pages));
+  detail::append_plain(response, "total_count", total);
+  detail::append_plain(response, "offset", offset);
+  detail::append_plain(response, "truncated", truncated);
+  detail::append_plain(response, "has_more", has_more);
   return response;
 }
 
 ResponseDict build_wiki_read_response(WikiReadOptions options) {
   ResponseDict response;
   response.reserve(6);
-  response.append("page_id", std::move(options.page_id));
-  response.append("title", std::move(options.title));
-  response.append("content", std::move(options.content));
-  response.append("citations", list_or_empty(options.citations));
-  response.append("source_files", list_or_empty(options.source_files));
-  response.append("related_pages", list_or_empty(options.related_pages));
+  detail::append_plain(response, "page_id", std::move(options.page_id));
+  detail::append_plain(response, "title", std::move(options.title));
+  detail::append_plain(response, "content", std::move(options.content));
+  detail::append_plain(response, "citations", list_or_empty(options.citations));
+  detail::append_plain(response, "source_files", list_or_empty(options.source_files));
+  detail::append_plain(response, "related_pages", list_or_empty(options.related_pages));
   return response;
 }
 

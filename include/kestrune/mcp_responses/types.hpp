@@ -36,6 +36,21 @@ namespace detail {
 /// well-formed UTF-8. Values and maps keep it for their strings and keys, so
 /// that measuring or writing a response does not scan its text again.
 [[nodiscard]] std::size_t string_overhead(std::string_view text) noexcept;
+/// PlainKey: a key written in the source that needs no escape, checked when
+/// compiling: its encoded size is its length and two quotes.
+struct PlainKey {
+  template <std::size_t N>
+  consteval PlainKey(const char (&key)[N]) : text(key, N - 1) {  // NOLINT(google-explicit-constructor)
+    for (const char c : text) {
+      if (c < 0x20 || c == '"' || c == '\\' || c == '\x7f' || static_cast<unsigned char>(c) >= 0x80) {
+        throw "a plain key is printable ASCII without quotes or backslashes";
+      }
+    }
+  }
+  std::string_view text;
+};
+/// append_plain: dict.append(key, value) for a key that needs no measuring.
+ResponseValue& append_plain(ResponseDict& dict, PlainKey key, ResponseValue value);
 /// stored_overhead: string_overhead of a string value, kept since it was
 /// made (0 for other kinds).
 [[nodiscard]] std::size_t stored_overhead(const ResponseValue& value) noexcept;
@@ -113,6 +128,9 @@ class ResponseDict {
   friend std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept;
 
  private:
+  friend ResponseValue& detail::append_plain(ResponseDict& dict, detail::PlainKey key, ResponseValue value);
+
+  void add_key_overhead(std::size_t overhead) noexcept;
   void count_key(std::string_view key) noexcept;
   void recount_keys() noexcept;
 
