@@ -266,15 +266,26 @@ std::size_t string_size(std::string_view s) noexcept {
   return string_size_after(s, s.size() - left);
 }
 
-std::size_t integer_size(std::int64_t i) noexcept {
-  std::size_t n = i < 0 ? 2 : 1;
-  // Work on the magnitude as unsigned so INT64_MIN does not overflow.
-  std::uint64_t m = i < 0 ? 0 - static_cast<std::uint64_t>(i) : static_cast<std::uint64_t>(i);
-  while (m >= 10) {
-    m /= 10;
-    ++n;
+// The digits of an integer, from its bit width: 1233/4096 is just above
+// log10(2), so t below is the number of digits or one less, and one
+// comparison with a power of ten settles which.
+constexpr std::array<std::uint64_t, 20> kPow10 = [] {
+  std::array<std::uint64_t, 20> t{};
+  std::uint64_t p = 1;
+  for (std::uint64_t& x : t) {
+    x = p;
+    p *= 10;  // wraps after the last entry is set; the wrapped value is never stored
   }
-  return n;
+  return t;
+}();
+
+std::size_t integer_size(std::int64_t i) noexcept {
+  // Work on the magnitude as unsigned so INT64_MIN does not overflow.
+  // Zero has one digit, as 1 has.
+  const std::uint64_t m = (i < 0 ? 0 - static_cast<std::uint64_t>(i) : static_cast<std::uint64_t>(i)) | 1;
+  const auto t = static_cast<std::size_t>((std::bit_width(m) * 1233) >> 12);
+  const std::size_t digits = t + (m >= kPow10[t] ? 1 : 0);
+  return digits + (i < 0 ? 1 : 0);
 }
 
 constexpr std::size_t kBad = detail::kIllFormed;

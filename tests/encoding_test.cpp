@@ -315,6 +315,17 @@ TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
   }
 }
 
+TEST(encoded_size, counts_integer_digits_at_every_power_of_ten) {
+  std::vector<std::int64_t> values{0, std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()};
+  for (std::int64_t p = 1; p <= std::numeric_limits<std::int64_t>::max() / 10; p *= 10) {
+    for (const std::int64_t v : {p - 1, p, p + 1, 10 * p - 1}) {
+      values.push_back(v);
+      values.push_back(-v);
+    }
+  }
+  for (const std::int64_t v : values) EXPECT_EQ(encoded_size(ResponseValue(v)), std::to_string(v).size()) << v;
+}
+
 TEST(encoded_size, kept_string_sizes_follow_every_change) {
   // Strings and keys keep their sizes from when they were made; each change
   // below must leave the tree measuring and writing as one made afresh.
