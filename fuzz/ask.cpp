@@ -111,7 +111,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const mr::ResponseDict result = mr::build_wiki_ask_response(std::move(options));
   FUZZ_CHECK(result == expected);
   const auto limit = static_cast<std::size_t>(budget < 0 ? 0 : budget) * 4;
+  // The sizes the result keeps for its strings are those of its text.
   const std::size_t result_size = mr::detail::encoded_size(result);
+  FUZZ_CHECK(result_size == mr::tool_result_text(result).size());
   if (budget >= 0 && mr::detail::encoded_size(mr::build_wiki_ask_response(std::move(bare))) <= limit) {
     FUZZ_CHECK(result_size <= limit);
   }
