@@ -316,7 +316,8 @@ TEST(encoded_size, equals_the_byte_length_of_the_text_for_random_trees) {
 }
 
 TEST(encoded_size, counts_integer_digits_at_every_power_of_ten) {
-  std::vector<std::int64_t> values{0, std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()};
+  std::vector<std::int64_t> values{0, std::numeric_limits<std::int64_t>::min(),
+                                   std::numeric_limits<std::int64_t>::max()};
   for (std::int64_t p = 1; p <= std::numeric_limits<std::int64_t>::max() / 10; p *= 10) {
     for (const std::int64_t v : {p - 1, p, p + 1, 10 * p - 1}) {
       values.push_back(v);

@@ -8,6 +8,10 @@
 //   row.insert_or_assign("kind", "function");  // appended last
 //   row.insert_or_assign("line", 13);          // keeps its place
 //
+// Strings never change in place: a string value and a map's keys keep the
+// size that encoding adds to them from when they were made, so measuring a
+// response reads no text. Replace a value to change it.
+//
 // The storage records (Symbol, Reference, ComponentInfo) are plain aggregates
 // whose unknown attributes are empty optionals.
 #pragma once
