@@ -56,14 +56,11 @@ std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
 
 constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
 
-}  // namespace
-
-std::string ask_excerpt(const ResponseValue& section) {
-  bool well_formed = false;
-  std::size_t count = 0;
-  return ask_excerpt(section, well_formed, count);
-}
-
+// The text a section's excerpt starts from: a string as it is, an empty
+// value as "", any other value as its compact text; then cut at a word
+// boundary to ASK_EXCERPT_CHARS. Sets `well_formed` when the result is known
+// to be well-formed UTF-8 (false: unknown) and `count` to its number of
+// characters when known (otherwise kUnknownCount).
 std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count) {
   well_formed = false;
   count = kUnknownCount;
@@ -74,6 +71,16 @@ std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::si
                            stored_overhead(excerpt) != kIllFormed);
   }
   return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed, count);
+}
+
+}  // namespace
+
+std::string AskAssembler::take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count) {
+  ResponseValue* excerpt = sections_[i].is_dict() ? sections_[i].as_dict().find("excerpt") : nullptr;
+  if (excerpt == nullptr || !excerpt->is_string()) return ask_excerpt(sections_[i], well_formed, count);
+  std::string text = std::move(*excerpt).as_string();
+  trim_in_place(text, ASK_EXCERPT_CHARS, well_formed, count, known_well_formed);
+  return text;
 }
 
 ExcerptSource excerpt_source(const ResponseValue& section) noexcept {

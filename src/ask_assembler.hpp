@@ -14,15 +14,6 @@
 
 namespace kestrune::mcp_responses::detail {
 
-/// ask_excerpt: the text a section's excerpt starts from: a string as it is,
-/// an empty value as "", any other value as its compact text; then cut at a
-/// word boundary to ASK_EXCERPT_CHARS.
-[[nodiscard]] std::string ask_excerpt(const ResponseValue& section);
-/// ask_excerpt: the same, setting `well_formed` when the result is known to
-/// be well-formed UTF-8 (false: unknown) and `count` to its number of
-/// characters when known (otherwise kUnknownCount).
-[[nodiscard]] std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count);
-
 /// ExcerptSource: what the value a section's excerpt is made from says about
 /// every excerpt cut from it.
 struct ExcerptSource {
@@ -54,6 +45,12 @@ class AskAssembler {
   /// take: the candidate of `excerpts` (string values), built by moving this
   /// object's parts into it; the assembler is spent afterwards.
   [[nodiscard]] ResponseDict take(std::vector<ResponseValue>&& excerpts) &&;
+
+  /// take_excerpt: ask_excerpt of section i, made from the section's own
+  /// string where it is one, which is moved out and cut in place; the
+  /// section's excerpt is spent afterwards. `known_well_formed`: the source
+  /// is known to be well-formed.
+  [[nodiscard]] std::string take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count);
 
   /// drop: leaves the attachment `key` out of every later candidate.
   void drop(std::string_view key);

@@ -233,13 +233,22 @@ std::string trimmed(std::string_view text, std::int64_t chars) {
   return trimmed_checked(text, chars, well_formed, count);
 }
 
-std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count,
-                            bool known_well_formed) {
+namespace {
+
+// Where trimmed() cuts a text: all of it, none of it, or its first `kept`
+// bytes followed by the ellipsis.
+struct TrimPlan {
+  enum Kind { kWhole, kNothing, kCut } kind;
+  std::size_t kept = 0;
+};
+
+TrimPlan plan_trim(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count,
+                   bool known_well_formed) {
   well_formed = known_well_formed;
   count = kUnknownCount;
   if (chars <= 1) {
-    if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return std::string(text);
-    return {};
+    if (chars >= 0 && byte_offset(text, static_cast<std::size_t>(chars)) == text.size()) return {TrimPlan::kWhole};
+    return {TrimPlan::kNothing};
   }
   const auto limit = static_cast<std::size_t>(chars);
   // The first limit - 1 characters; the text is kept whole when at most one
@@ -248,7 +257,7 @@ std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& wel
   const std::size_t head_size =
       known_well_formed ? well_formed_byte_offset(text, limit - 1) : byte_offset(text, limit - 1, &checked);
   const std::string_view head = text.substr(0, head_size);
-  if (fits_one_char(text.substr(head.size()))) return std::string(text);
+  if (fits_one_char(text.substr(head.size()))) return {TrimPlan::kWhole};
   // A cut keeps a prefix of the head, which the scan found well-formed.
   well_formed = checked;
   // The last space among those characters. A space byte always starts a
@@ -265,7 +274,39 @@ std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& wel
   }
   const std::string_view kept = strip_end(prefix);
   count = prefix_chars - char_count(prefix.substr(kept.size())) + 1;
-  return with_ellipsis_after(kept);
+  return {TrimPlan::kCut, kept.size()};
+}
+
+}  // namespace
+
+std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed, std::size_t& count,
+                            bool known_well_formed) {
+  const TrimPlan plan = plan_trim(text, chars, well_formed, count, known_well_formed);
+  switch (plan.kind) {
+    case TrimPlan::kWhole:
+      return std::string(text);
+    case TrimPlan::kNothing:
+      return {};
+    case TrimPlan::kCut:
+      break;
+  }
+  return with_ellipsis_after(text.substr(0, plan.kept));
+}
+
+void trim_in_place(std::string& text, std::int64_t chars, bool& well_formed, std::size_t& count,
+                   bool known_well_formed) {
+  const TrimPlan plan = plan_trim(text, chars, well_formed, count, known_well_formed);
+  switch (plan.kind) {
+    case TrimPlan::kWhole:
+      return;
+    case TrimPlan::kNothing:
+      text.clear();
+      return;
+    case TrimPlan::kCut:
+      break;
+  }
+  text.resize(plan.kept);
+  text.append(kEllipsis);
 }
 
 }  // namespace detail

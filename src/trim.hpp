@@ -19,5 +19,9 @@ inline constexpr std::size_t kUnknownCount = std::string_view::npos;
 /// `known_well_formed`, and the characters are then counted without checking.
 [[nodiscard]] std::string trimmed_checked(std::string_view text, std::int64_t chars, bool& well_formed,
                                           std::size_t& count, bool known_well_formed = false);
+/// trim_in_place: the same, changing `text` itself into the result, which
+/// reuses its storage.
+void trim_in_place(std::string& text, std::int64_t chars, bool& well_formed, std::size_t& count,
+                   bool known_well_formed = false);
 
 }  // namespace kestrune::mcp_responses::detail

@@ -46,6 +46,9 @@ class Excerpts {
   [[nodiscard]] const std::string& operator[](std::size_t i) const noexcept { return texts_[i]; }
   [[nodiscard]] std::span<const std::string> texts() const noexcept { return texts_; }
   [[nodiscard]] bool well_formed(std::size_t i) const noexcept { return sizes_[i] != detail::kIllFormed; }
+  // release: moves excerpt i out, to be set again.
+  [[nodiscard]] std::string release(std::size_t i) noexcept { return std::move(texts_[i]); }
+
   // take: the excerpts as string values, which keep the sizes found here.
   [[nodiscard]] std::vector<ResponseValue> take() && {
     std::vector<ResponseValue> values;
@@ -131,7 +134,11 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   if (!token_budget) {
     std::vector<ResponseValue> full;
     full.reserve(ask.section_count());
-    for (const ResponseValue& section : ask.sections()) full.emplace_back(detail::ask_excerpt(section));
+    for (std::size_t i = 0; i < ask.section_count(); ++i) {
+      bool well_formed = false;
+      std::size_t chars = 0;
+      full.emplace_back(ask.take_excerpt(i, detail::excerpt_source(ask.sections()[i]).well_formed, well_formed, chars));
+    }
     return std::move(ask).take(std::move(full));
   }
 
@@ -163,15 +170,15 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
     if (source.well_formed && checked(excerpts.size(ask), ask, excerpts.texts()) + reserve >= limit) continue;
     bool well_formed = false;
     std::size_t chars = 0;
-    std::string full = detail::ask_excerpt(ask.sections()[i], well_formed, chars);
+    std::string full = ask.take_excerpt(i, source.well_formed, well_formed, chars);
     excerpts.set(i, std::move(full), well_formed, chars, source.escape_free);
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve - limit;
     if (over > 0) {
       const auto room = static_cast<std::int64_t>(excerpts.chars(i)) - over - 8;
       // A cut of a well-formed excerpt is well-formed.
       const bool known = excerpts.well_formed(i);
-      std::string cut =
-          detail::trimmed_checked(excerpts[i], std::max<std::int64_t>(0, room), well_formed, chars, known);
+      std::string cut = excerpts.release(i);
+      detail::trim_in_place(cut, std::max<std::int64_t>(0, room), well_formed, chars, known);
       excerpts.set(i, std::move(cut), known, chars, source.escape_free);
     }
   }

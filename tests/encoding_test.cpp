@@ -346,6 +346,10 @@ TEST(encoded_size, kept_string_sizes_follow_every_change) {
          const ResponseValue taken = std::move(*d.find("escaped"));
          EXPECT_FALSE(taken.as_string().empty());
        }},
+      {"string moved out of its value",
+       [](ResponseDict& d, const std::string& e, const std::string&) {
+         EXPECT_EQ(std::move(*d.find("escaped")).as_string(), e);
+       }},
       {"string moved over by an assignment",
        [](ResponseDict& d, const std::string&, const std::string&) {
          ResponseValue& plain = *d.find("plain");

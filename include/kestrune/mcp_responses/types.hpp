@@ -211,7 +211,13 @@ class ResponseValue {
   [[nodiscard]] bool as_bool() const { return std::get<bool>(v_); }
   [[nodiscard]] std::int64_t as_integer() const { return std::get<std::int64_t>(v_); }
   [[nodiscard]] double as_number() const { return std::get<double>(v_); }
-  [[nodiscard]] const std::string& as_string() const { return std::get<std::string>(v_); }
+  [[nodiscard]] const std::string& as_string() const& { return std::get<std::string>(v_); }
+  /// as_string on an rvalue moves the string out: std::move(v).as_string().
+  [[nodiscard]] std::string as_string() && {
+    std::string s = std::move(std::get<std::string>(v_));
+    moved_from();
+    return s;
+  }
   [[nodiscard]] const ResponseList& as_list() const { return std::get<ResponseList>(v_); }
   [[nodiscard]] ResponseList& as_list() { return std::get<ResponseList>(v_); }
   [[nodiscard]] const ResponseDict& as_dict() const { return std::get<ResponseDict>(v_); }
