@@ -209,9 +209,6 @@ char* Writer::value(char* p, const ResponseValue& v) {
   return p;
 }
 
-// A first guess at the text's size; the writer grows past it when needed.
-constexpr std::size_t kFirstGuess = 1024;
-
 // Counting. A string costs its bytes, two quotes, and one extra byte per
 // two-character escape or five per \u00XX escape.
 
@@ -292,6 +289,26 @@ constexpr std::size_t kBad = detail::kIllFormed;
 
 std::size_t value_size(const ResponseValue& v) noexcept;
 
+// The size of an element or map value: strings, most of them, are added up
+// here without a call.
+std::size_t child_size(const ResponseValue& v) noexcept {
+  if (v.kind() == Kind::string) {
+    const std::size_t overhead = detail::stored_overhead(v);
+    return overhead == kBad ? kBad : std::get_if<std::string>(&v.storage())->size() + overhead;
+  }
+  return value_size(v);
+}
+
+std::size_t list_size(const ResponseList& l) noexcept {
+  std::size_t size = 2 + (l.empty() ? 0 : l.size() - 1);  // brackets and commas
+  for (const auto& e : l) {
+    const std::size_t x = child_size(e);
+    if (x == kBad) return kBad;
+    size += x;
+  }
+  return size;
+}
+
 // Strings and keys carry their overhead from when they were made, so
 // measuring walks the tree without reading any text.
 std::size_t dict_size(const ResponseDict& d) noexcept {
@@ -300,7 +317,7 @@ std::size_t dict_size(const ResponseDict& d) noexcept {
   // Braces, commas, colons and the keys' quotes and escapes.
   std::size_t size = 2 + (d.empty() ? 0 : d.size() - 1) + d.size() + keys;
   for (const auto& [key, value] : d) {
-    const std::size_t x = value_size(value);
+    const std::size_t x = child_size(value);
     if (x == kBad) return kBad;
     size += key.size() + x;
   }
@@ -324,20 +341,56 @@ std::size_t value_size(const ResponseValue& v) noexcept {
       const std::size_t overhead = detail::stored_overhead(v);
       return overhead == kBad ? kBad : std::get_if<std::string>(&s)->size() + overhead;
     }
-    case Kind::list: {
-      const auto& l = *std::get_if<ResponseList>(&s);
-      std::size_t size = 2 + (l.empty() ? 0 : l.size() - 1);
-      for (const auto& e : l) {
-        const std::size_t x = value_size(e);
-        if (x == kBad) return kBad;
-        size += x;
-      }
-      return size;
-    }
+    case Kind::list:
+      return list_size(*std::get_if<ResponseList>(&s));
     case Kind::dict:
       return dict_size(*std::get_if<ResponseDict>(&s));
   }
   return kBad;
+}
+
+// An upper bound of the text's size, so that the writer's buffer is made
+// once: growing it would copy and clear the text written so far. It is the
+// size, except that a double counts as its longest text (formatting it twice
+// would cost more than the spare bytes) and an ill-formed string as if each
+// byte took a six-byte escape. Strings' kept sizes make it a walk that reads
+// no text.
+std::size_t bound(const ResponseValue& v) noexcept;
+
+std::size_t bound(const ResponseList& l) noexcept {
+  std::size_t size = 2 + l.size();  // brackets and commas, one to spare
+  for (const auto& e : l) size += bound(e);
+  return size;
+}
+
+std::size_t bound(const ResponseDict& d) noexcept {
+  std::size_t size = 2 + 2 * d.size();  // braces, commas and colons
+  std::size_t key_bytes = 0;
+  for (const auto& [key, value] : d) {
+    key_bytes += key.size();
+    size += bound(value);
+  }
+  const std::size_t keys = detail::stored_keys_overhead(d);
+  return size + key_bytes + (keys == kBad ? 5 * key_bytes + 2 * d.size() : keys);
+}
+
+std::size_t bound(const ResponseValue& v) noexcept {
+  const auto& s = v.storage();
+  switch (v.kind()) {
+    case Kind::number:
+      return detail::kDoubleTextMax;
+    case Kind::string: {
+      const std::size_t bytes = std::get_if<std::string>(&s)->size();
+      const std::size_t overhead = detail::stored_overhead(v);
+      return bytes + (overhead == kBad ? 5 * bytes + 2 : overhead);
+    }
+    case Kind::list:
+      return bound(*std::get_if<ResponseList>(&s));
+    case Kind::dict:
+      return bound(*std::get_if<ResponseDict>(&s));
+    default:
+      return value_size(v);
+  }
 }
 
 // Finds the first ill-formed string in writing order, for the error message.
@@ -391,12 +444,12 @@ EncodingError::EncodingError(std::string where, std::size_t byte)
       byte_(byte) {}
 
 void append_tool_result_text(std::string& out, const ResponseValue& result) {
-  Writer w(out, kFirstGuess);
+  Writer w(out, bound(result));
   w.finish(w.value(w.start(), result));
 }
 
 void append_tool_result_text(std::string& out, const ResponseDict& result) {
-  Writer w(out, kFirstGuess);
+  Writer w(out, bound(result));
   w.finish(w.dict(w.start(), result));
 }
 
@@ -414,7 +467,7 @@ std::string tool_result_text(const ResponseDict& result) {
 
 std::string tool_result_text(const ResponseList& result) {
   std::string out;
-  Writer w(out, kFirstGuess);
+  Writer w(out, bound(result));
   w.finish(w.list(w.start(), result));
   return out;
 }

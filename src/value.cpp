@@ -1,5 +1,6 @@
 // ResponseDict lookup and update, and the emptiness test.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -10,10 +11,26 @@ namespace kestrune::mcp_responses {
 
 namespace {
 
-// Keys are short and mostly differ in length or first byte, which are
-// compared before the bytes.
+std::uint64_t load_word(const char* p, std::size_t n) noexcept {
+  std::uint64_t w = 0;
+  std::memcpy(&w, p, n);
+  return w;
+}
+
+// Keys are short: up to 16 bytes they are compared as two overlapping words
+// (or less), with no call; longer ones by memcmp.
 bool same_key(std::string_view a, std::string_view b) noexcept {
-  return a.size() == b.size() && (a.empty() || (a[0] == b[0] && std::memcmp(a.data(), b.data(), a.size()) == 0));
+  const std::size_t n = a.size();
+  if (n != b.size()) return false;
+  if (n >= 8 && n <= 16) {
+    return load_word(a.data(), 8) == load_word(b.data(), 8) &&
+           load_word(a.data() + n - 8, 8) == load_word(b.data() + n - 8, 8);
+  }
+  if (n >= 4 && n < 8) {
+    return load_word(a.data(), 4) == load_word(b.data(), 4) &&
+           load_word(a.data() + n - 4, 4) == load_word(b.data() + n - 4, 4);
+  }
+  return std::memcmp(a.data(), b.data(), n) == 0;
 }
 
 template <class Entries>

@@ -100,6 +100,28 @@ TEST(response_dict, keeps_first_insertion_order) {
   EXPECT_TRUE(d.empty());
 }
 
+TEST(response_dict, lookup_tells_keys_apart_in_any_byte) {
+  // Keys of every length up to past two words, differing in one byte each.
+  for (std::size_t n = 1; n <= 20; ++n) {
+    ResponseDict d;
+    const std::string base(n, 'k');
+    d.insert_or_assign(base, -1);
+    for (std::size_t k = 0; k < n; ++k) {
+      std::string other = base;
+      other[k] = 'x';
+      d.insert_or_assign(other, static_cast<std::int64_t>(k));
+    }
+    ASSERT_EQ(d.size(), n + 1) << n;
+    EXPECT_EQ(d.at(base), ResponseValue(-1)) << n;
+    for (std::size_t k = 0; k < n; ++k) {
+      std::string other = base;
+      other[k] = 'x';
+      EXPECT_EQ(d.at(other), ResponseValue(static_cast<std::int64_t>(k))) << n << " " << k;
+    }
+    EXPECT_FALSE(d.contains(base + "k"));
+  }
+}
+
 TEST(response_dict, lookup_of_missing_keys) {
   const ResponseDict d{{"a", nullptr}};
   EXPECT_TRUE(d.contains("a"));
