@@ -19,13 +19,13 @@ const ResponseValue& field(const ResponseValue& section, std::string_view key) n
   return section.is_dict() ? section.as_dict().get(key) : kNull;
 }
 
-constexpr std::string_view kCopied[] = {"page_id", "title", "heading", "similarity"};
+constexpr PlainKey kCopied[] = {"page_id", "title", "heading", "similarity"};
 
 // The five keys of a section row that do not depend on the budget, copied.
 ResponseDict row_head(const ResponseValue& section) {
   ResponseDict row;
   row.reserve(6);
-  for (const std::string_view key : kCopied) row.append(std::string(key), field(section, key));
+  for (const PlainKey key : kCopied) append_plain(row, key, field(section, key.text));
   detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
   return row;
 }
@@ -35,9 +35,9 @@ ResponseDict take_row_head(ResponseValue& section) {
   ResponseDict row;
   row.reserve(6);
   ResponseDict* dict = section.is_dict() ? &section.as_dict() : nullptr;
-  for (const std::string_view key : kCopied) {
-    ResponseValue* value = dict != nullptr ? dict->find(key) : nullptr;
-    row.append(std::string(key), value != nullptr ? std::move(*value) : ResponseValue());
+  for (const PlainKey key : kCopied) {
+    ResponseValue* value = dict != nullptr ? dict->find(key.text) : nullptr;
+    append_plain(row, key, value != nullptr ? std::move(*value) : ResponseValue());
   }
   detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
   return row;
@@ -48,13 +48,13 @@ ResponseDict take_row_head(ResponseValue& section) {
 std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
   std::size_t size = 2 + 5 + key_size("stale") + key_size("excerpt");
   size += is_empty(field(section, "stale")) ? 5 : 4;
-  for (const std::string_view key : kCopied) {
-    size = plus(size, plus(key_size(key), size_or_ill_formed(field(section, key))));
+  for (const PlainKey key : kCopied) {
+    size = plus(size, plus(key_size(key.text), size_or_ill_formed(field(section, key.text))));
   }
   return size;
 }
 
-constexpr std::string_view kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
+constexpr PlainKey kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
 
 // The text a section's excerpt starts from: a string as it is, an empty
 // value as "", any other value as its compact text; then cut at a word
@@ -155,9 +155,9 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
   }
   detail::append_plain(response, "sections", std::move(rows));
   detail::append_plain(response, "citations", std::move(citations));
-  for (const std::string_view key : kAttachments) {
-    ResponseValue& value = attachments_.at(key);
-    if (!value.is_null()) response.append(std::string(key), std::move(value));
+  for (const PlainKey key : kAttachments) {
+    ResponseValue& value = attachments_.at(key.text);
+    if (!value.is_null()) append_plain(response, key, std::move(value));
   }
   return response;
 }
@@ -172,8 +172,8 @@ std::size_t AskAssembler::fixed_size() const noexcept {
   // attachments, each after a comma, then `}`.
   std::size_t size =
       2 + 4 + key_size("mode") + key_size("query") + key_size("answer") + key_size("sections") + key_size("citations");
-  size = plus(size, string_size_or_ill_formed(mode_));
-  size = plus(size, string_size_or_ill_formed(query_));
+  size = plus(size, size_or_ill_formed(mode_));
+  size = plus(size, size_or_ill_formed(query_));
   size = plus(size, size_or_ill_formed(answer_));
   for (const auto& [key, value] : attachments_) {
     if (!value.is_null()) size = plus(size, plus(1 + key_size(key), size_or_ill_formed(value)));

@@ -68,8 +68,8 @@ class AskAssembler {
   // The size of everything but the values of `sections` and `citations`.
   [[nodiscard]] std::size_t fixed_size() const noexcept;
 
-  std::string mode_;
-  std::string query_;
+  ResponseValue mode_;  // strings, measured once
+  ResponseValue query_;
   ResponseValue answer_;
   ResponseList sections_;
   ResponseList extra_;
