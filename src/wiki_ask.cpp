@@ -148,9 +148,11 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   // Keep as many leading sections as leave room for a minimal excerpt each.
   std::size_t count = ask.section_count();
   {
-    const std::vector<std::string> empty(count);
     const auto size_with_empty = [&](std::size_t n) {
-      return checked(ask.size(n, 2 * n, 0), ask, std::span(empty).first(n));
+      const std::size_t size = ask.size(n, 2 * n, 0);
+      // Empty excerpts are made only to assemble a candidate that fails.
+      return size != detail::kIllFormed ? static_cast<std::int64_t>(size)
+                                        : checked(size, ask, std::vector<std::string>(n));
     };
     while (count > 0 && size_with_empty(count) + reserve_for(count) > limit) --count;
   }
