@@ -135,11 +135,19 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
       citations_ ? citations_->picks(n) : ask_citation_picks(sections().first(n), extra_);
   ResponseList citations;
   citations.reserve(picks.size());
+  // Picks come section by section: each section's list is looked up once.
+  std::size_t listed = kFromExtra;
+  ResponseList* list = nullptr;
   for (const CitationPick& p : picks) {
-    ResponseValue& citation = p.section == kFromExtra
-                                  ? extra_[p.index]
-                                  : sections_[p.section].as_dict().find("citations")->as_list()[p.index];
-    citations.push_back(std::move(citation));
+    if (p.section == kFromExtra) {
+      citations.push_back(std::move(extra_[p.index]));
+      continue;
+    }
+    if (p.section != listed) {
+      listed = p.section;
+      list = &sections_[p.section].as_dict().find("citations")->as_list();
+    }
+    citations.push_back(std::move((*list)[p.index]));
   }
   ResponseDict response;
   response.reserve(11);
