@@ -55,6 +55,7 @@ std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
 }
 
 constexpr PlainKey kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
+static_assert(std::size(kAttachments) == AskAssembler::kAttachmentCount);
 
 // The text a section's excerpt starts from: a string as it is, an empty
 // value as "", any other value as its compact text; then cut at a word
@@ -98,13 +99,9 @@ AskAssembler::AskAssembler(WikiAskOptions&& options)
       answer_(std::move(options.answer)),
       sections_(std::move(options.sections)) {
   if (options.citations) extra_ = std::move(*options.citations);
-  attachments_.reserve(6);
-  detail::append_plain(attachments_, "model", std::move(options.model));
-  detail::append_plain(attachments_, "tokens", std::move(options.tokens));
-  detail::append_plain(attachments_, "note", std::move(options.note));
-  detail::append_plain(attachments_, "decisions", std::move(options.decisions));
-  detail::append_plain(attachments_, "code", std::move(options.code));
-  detail::append_plain(attachments_, "memories", std::move(options.memories));
+  // In the order of kAttachments.
+  attachments_ = {std::move(options.model),     std::move(options.tokens), std::move(options.note),
+                  std::move(options.decisions), std::move(options.code),   std::move(options.memories)};
 }
 
 ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const {
@@ -122,8 +119,8 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   }
   detail::append_plain(response, "sections", std::move(rows));
   detail::append_plain(response, "citations", ask_citations(sections().first(excerpts.size()), extra_));
-  for (const auto& [key, value] : attachments_) {
-    if (!value.is_null()) response.append(key, value);
+  for (std::size_t a = 0; a < attachments_.size(); ++a) {
+    if (!attachments_[a].is_null()) append_plain(response, kAttachments[a], attachments_[a]);
   }
   return response;
 }
@@ -163,15 +160,16 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
   }
   detail::append_plain(response, "sections", std::move(rows));
   detail::append_plain(response, "citations", std::move(citations));
-  for (const PlainKey key : kAttachments) {
-    ResponseValue& value = attachments_.at(key.text);
-    if (!value.is_null()) append_plain(response, key, std::move(value));
+  for (std::size_t a = 0; a < attachments_.size(); ++a) {
+    if (!attachments_[a].is_null()) append_plain(response, kAttachments[a], std::move(attachments_[a]));
   }
   return response;
 }
 
 void AskAssembler::drop(std::string_view key) {
-  attachments_.at(key) = nullptr;
+  for (std::size_t a = 0; a < attachments_.size(); ++a) {
+    if (kAttachments[a].text == key) attachments_[a] = nullptr;
+  }
   fixed_size_ = fixed_size();
 }
 
@@ -183,8 +181,9 @@ std::size_t AskAssembler::fixed_size() const noexcept {
   size = plus(size, size_or_ill_formed(mode_));
   size = plus(size, size_or_ill_formed(query_));
   size = plus(size, size_or_ill_formed(answer_));
-  for (const auto& [key, value] : attachments_) {
-    if (!value.is_null()) size = plus(size, plus(1 + key_size(key), size_or_ill_formed(value)));
+  for (std::size_t a = 0; a < attachments_.size(); ++a) {
+    const ResponseValue& value = attachments_[a];
+    if (!value.is_null()) size = plus(size, plus(1 + key_size(kAttachments[a].text), size_or_ill_formed(value)));
   }
   return size;
 }
@@ -192,10 +191,12 @@ std::size_t AskAssembler::fixed_size() const noexcept {
 void AskAssembler::measure() {
   fixed_size_ = fixed_size();
 
-  row_sizes_.assign(1, 0);
-  ill_formed_rows_.assign(1, 0);
+  row_sizes_.clear();
+  ill_formed_rows_.clear();
   row_sizes_.reserve(sections_.size() + 1);
   ill_formed_rows_.reserve(sections_.size() + 1);
+  row_sizes_.push_back(0);
+  ill_formed_rows_.push_back(0);
   for (const ResponseValue& section : sections_) {
     const std::size_t row = row_size_without_excerpt(section);
     row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row));

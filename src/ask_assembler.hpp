@@ -1,6 +1,7 @@
 // Candidate responses of one wiki ask call, and their sizes from their parts.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -33,6 +34,10 @@ struct ExcerptSource {
 /// kIllFormed when the candidate holds text that is not well-formed UTF-8.
 class AskAssembler {
  public:
+  /// The attachments a response may carry: model, tokens, note, decisions,
+  /// code and memories, each left out when null.
+  static constexpr std::size_t kAttachmentCount = 6;
+
   /// Takes the fixed parts of `options`; `options.sections` is moved from.
   explicit AskAssembler(WikiAskOptions&& options);
 
@@ -73,7 +78,7 @@ class AskAssembler {
   ResponseValue answer_;
   ResponseList sections_;
   ResponseList extra_;
-  ResponseDict attachments_;  // model, tokens, note, decisions, code, memories; null ones left out
+  std::array<ResponseValue, kAttachmentCount> attachments_;  // model, tokens, note, decisions, code, memories
 
   // Sizes, from measure(): everything but the two lists' values, with the
   // attachments still present; the rows without their excerpts' text, summed

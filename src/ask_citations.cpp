@@ -227,6 +227,8 @@ CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const Resp
     std::size_t size;
   };
   std::vector<Candidate> extra_candidates;
+  extra_candidates.reserve(std::min(extra.size(), ASK_MAX_CITATIONS));
+  extra_.reserve(std::min(extra.size(), ASK_MAX_CITATIONS));
   {
     PlaceSet seen;
     seen.reserve(ASK_MAX_CITATIONS);
