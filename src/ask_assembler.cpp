@@ -14,42 +14,54 @@ namespace {
 // The bytes of `"key":` for the response's own keys, which need no escapes.
 constexpr std::size_t key_size(std::string_view key) noexcept { return key.size() + 3; }
 
-const ResponseValue& field(const ResponseValue& section, std::string_view key) noexcept {
-  static const ResponseValue kNull;
-  return section.is_dict() ? section.as_dict().get(key) : kNull;
+constexpr PlainKey kFields[] = {"page_id", "title", "heading", "similarity", "stale", "excerpt", "citations"};
+static_assert(std::size(kFields) == SectionFields::kCount);
+
+// The fields copied into a row as they are, in the row's order.
+constexpr SectionFields::Field kCopied[] = {SectionFields::kPageId, SectionFields::kTitle, SectionFields::kHeading,
+                                            SectionFields::kSimilarity};
+
+SectionFields fields_of(ResponseValue& section) noexcept {
+  SectionFields fields;
+  if (!section.is_dict()) return fields;
+  ResponseDict& dict = section.as_dict();
+  std::size_t i = 0;
+  for (const auto& entry : dict) {
+    for (std::size_t f = 0; f < SectionFields::kCount; ++f) {
+      if (entry.first == kFields[f].text) fields.at[f] = &dict.value_at(i);
+    }
+    ++i;
+  }
+  return fields;
 }
 
-constexpr PlainKey kCopied[] = {"page_id", "title", "heading", "similarity"};
-
 // The five keys of a section row that do not depend on the budget, copied.
-ResponseDict row_head(const ResponseValue& section) {
+ResponseDict row_head(const SectionFields& fields) {
   ResponseDict row;
   row.reserve(6);
-  for (const PlainKey key : kCopied) append_plain(row, key, field(section, key.text));
-  detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
+  for (const SectionFields::Field f : kCopied) append_plain(row, kFields[f], fields[f]);
+  append_plain(row, "stale", !is_empty(fields[SectionFields::kStale]));
   return row;
 }
 
-// The same, moved out of `section`, which is spent afterwards.
-ResponseDict take_row_head(ResponseValue& section) {
+// The same, moved out of the section, which is spent afterwards.
+ResponseDict take_row_head(const SectionFields& fields) {
   ResponseDict row;
   row.reserve(6);
-  ResponseDict* dict = section.is_dict() ? &section.as_dict() : nullptr;
-  for (const PlainKey key : kCopied) {
-    ResponseValue* value = dict != nullptr ? dict->find(key.text) : nullptr;
-    append_plain(row, key, value != nullptr ? std::move(*value) : ResponseValue());
+  for (const SectionFields::Field f : kCopied) {
+    append_plain(row, kFields[f], fields.at[f] != nullptr ? std::move(*fields.at[f]) : ResponseValue());
   }
-  detail::append_plain(row, "stale", !is_empty(field(section, "stale")));
+  append_plain(row, "stale", !is_empty(fields[SectionFields::kStale]));
   return row;
 }
 
 // The bytes of a row's text but its excerpt's: braces, five commas, the six
 // keys and the five values of its head.
-std::size_t row_size_without_excerpt(const ResponseValue& section) noexcept {
+std::size_t row_size_without_excerpt(const SectionFields& fields) noexcept {
   std::size_t size = 2 + 5 + key_size("stale") + key_size("excerpt");
-  size += is_empty(field(section, "stale")) ? 5 : 4;
-  for (const PlainKey key : kCopied) {
-    size = plus(size, plus(key_size(key.text), size_or_ill_formed(field(section, key.text))));
+  size += is_empty(fields[SectionFields::kStale]) ? 5 : 4;
+  for (const SectionFields::Field f : kCopied) {
+    size = plus(size, plus(key_size(kFields[f].text), size_or_ill_formed(fields[f])));
   }
   return size;
 }
@@ -62,10 +74,10 @@ static_assert(std::size(kAttachments) == AskAssembler::kAttachmentCount);
 // boundary to ASK_EXCERPT_CHARS. Sets `well_formed` when the result is known
 // to be well-formed UTF-8 (false: unknown) and `count` to its number of
 // characters when known (otherwise kUnknownCount).
-std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::size_t& count) {
+std::string ask_excerpt(const SectionFields& fields, bool& well_formed, std::size_t& count) {
   well_formed = false;
   count = kUnknownCount;
-  const ResponseValue& excerpt = field(section, "excerpt");
+  const ResponseValue& excerpt = fields[SectionFields::kExcerpt];
   if (is_empty(excerpt)) return {};
   if (excerpt.is_string()) {
     return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count,
@@ -76,16 +88,21 @@ std::string ask_excerpt(const ResponseValue& section, bool& well_formed, std::si
 
 }  // namespace
 
+const ResponseValue& SectionFields::operator[](Field f) const noexcept {
+  static const ResponseValue kNull;
+  return at[f] != nullptr ? *at[f] : kNull;
+}
+
 std::string AskAssembler::take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count) {
-  ResponseValue* excerpt = sections_[i].is_dict() ? sections_[i].as_dict().find("excerpt") : nullptr;
-  if (excerpt == nullptr || !excerpt->is_string()) return ask_excerpt(sections_[i], well_formed, count);
+  ResponseValue* excerpt = fields_[i].at[SectionFields::kExcerpt];
+  if (excerpt == nullptr || !excerpt->is_string()) return ask_excerpt(fields_[i], well_formed, count);
   std::string text = std::move(*excerpt).as_string();
   trim_in_place(text, ASK_EXCERPT_CHARS, well_formed, count, known_well_formed);
   return text;
 }
 
-ExcerptSource excerpt_source(const ResponseValue& section) noexcept {
-  const ResponseValue& excerpt = field(section, "excerpt");
+ExcerptSource AskAssembler::excerpt_source(std::size_t i) const noexcept {
+  const ResponseValue& excerpt = fields_[i][SectionFields::kExcerpt];
   if (is_empty(excerpt)) return {.well_formed = true, .escape_free = true};
   if (!excerpt.is_string()) return {.well_formed = false, .escape_free = false};
   // A cut keeps a prefix and adds "…", which needs no escape.
@@ -98,6 +115,8 @@ AskAssembler::AskAssembler(WikiAskOptions&& options)
       query_(std::move(options.query)),
       answer_(std::move(options.answer)),
       sections_(std::move(options.sections)) {
+  fields_.reserve(sections_.size());
+  for (ResponseValue& section : sections_) fields_.push_back(fields_of(section));
   if (options.citations) extra_ = std::move(*options.citations);
   // In the order of kAttachments.
   attachments_ = {std::move(options.model),     std::move(options.tokens), std::move(options.note),
@@ -113,7 +132,7 @@ ResponseDict AskAssembler::assemble(std::span<const std::string> excerpts) const
   ResponseList rows;
   rows.reserve(excerpts.size());
   for (std::size_t k = 0; k < excerpts.size(); ++k) {
-    ResponseDict row = row_head(sections_[k]);
+    ResponseDict row = row_head(fields_[k]);
     detail::append_plain(row, "excerpt", excerpts[k]);
     rows.emplace_back(std::move(row));
   }
@@ -142,7 +161,7 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
     }
     if (p.section != listed) {
       listed = p.section;
-      list = &sections_[p.section].as_dict().find("citations")->as_list();
+      list = &fields_[p.section].at[SectionFields::kCitations]->as_list();
     }
     citations.push_back(std::move((*list)[p.index]));
   }
@@ -154,7 +173,7 @@ ResponseDict AskAssembler::take(std::vector<ResponseValue>&& excerpts) && {
   ResponseList rows;
   rows.reserve(n);
   for (std::size_t k = 0; k < n; ++k) {
-    ResponseDict row = take_row_head(sections_[k]);
+    ResponseDict row = take_row_head(fields_[k]);
     detail::append_plain(row, "excerpt", std::move(excerpts[k]));
     rows.emplace_back(std::move(row));
   }
@@ -197,8 +216,8 @@ void AskAssembler::measure() {
   ill_formed_rows_.reserve(sections_.size() + 1);
   row_sizes_.push_back(0);
   ill_formed_rows_.push_back(0);
-  for (const ResponseValue& section : sections_) {
-    const std::size_t row = row_size_without_excerpt(section);
+  for (const SectionFields& fields : fields_) {
+    const std::size_t row = row_size_without_excerpt(fields);
     row_sizes_.push_back(row_sizes_.back() + (row == kIllFormed ? 0 : row));
     ill_formed_rows_.push_back(ill_formed_rows_.back() + (row == kIllFormed ? 1 : 0));
   }

@@ -21,7 +21,16 @@ struct ExcerptSource {
   bool well_formed;  // known to be well-formed UTF-8
   bool escape_free;  // and no character of it needs an escape
 };
-[[nodiscard]] ExcerptSource excerpt_source(const ResponseValue& section) noexcept;
+
+/// SectionFields: the values of a section that its row and excerpt are made
+/// from, found in one pass over the section; null where absent.
+struct SectionFields {
+  enum Field : std::size_t { kPageId, kTitle, kHeading, kSimilarity, kStale, kExcerpt, kCitations, kCount };
+  std::array<ResponseValue*, kCount> at{};
+
+  /// operator[]: the value of field `f`, or a null value when absent.
+  [[nodiscard]] const ResponseValue& operator[](Field f) const noexcept;
+};
 
 /// AskAssembler: everything of an ask response but its excerpts, fixed once
 /// per call, so that a candidate is assembled from a list of excerpts alone.
@@ -57,6 +66,9 @@ class AskAssembler {
   /// is known to be well-formed.
   [[nodiscard]] std::string take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count);
 
+  /// excerpt_source: what section i's excerpt source says of its excerpts.
+  [[nodiscard]] ExcerptSource excerpt_source(std::size_t i) const noexcept;
+
   /// drop: leaves the attachment `key` out of every later candidate.
   void drop(std::string_view key);
 
@@ -77,6 +89,7 @@ class AskAssembler {
   ResponseValue query_;
   ResponseValue answer_;
   ResponseList sections_;
+  std::vector<SectionFields> fields_;  // of each section, pointing into sections_
   ResponseList extra_;
   std::array<ResponseValue, kAttachmentCount> attachments_;  // model, tokens, note, decisions, code, memories
 

@@ -137,7 +137,7 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
     for (std::size_t i = 0; i < ask.section_count(); ++i) {
       bool well_formed = false;
       std::size_t chars = 0;
-      full.emplace_back(ask.take_excerpt(i, detail::excerpt_source(ask.sections()[i]).well_formed, well_formed, chars));
+      full.emplace_back(ask.take_excerpt(i, ask.excerpt_source(i).well_formed, well_formed, chars));
     }
     return std::move(ask).take(std::move(full));
   }
@@ -164,7 +164,7 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   // the sections kept.
   Excerpts excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {
-    const detail::ExcerptSource source = detail::excerpt_source(ask.sections()[i]);
+    const detail::ExcerptSource source = ask.excerpt_source(i);
     const std::int64_t reserve = reserve_for(count - i - 1);
     // When the candidate overshoots with this excerpt still empty, the cut
     // below leaves nothing of any excerpt: one known to be well-formed (so

@@ -90,6 +90,9 @@ TEST(response_dict, keeps_first_insertion_order) {
   d.insert_or_assign("b", 5);
   EXPECT_EQ(keys(d), "bac");
   EXPECT_EQ(d.at("b"), ResponseValue(5));
+  EXPECT_EQ(d.value_at(2), ResponseValue(4));  // by position, in insertion order
+  d.value_at(1) = 20;
+  EXPECT_EQ(d.at("a"), ResponseValue(20));
 
   EXPECT_TRUE(d.erase("b"));
   EXPECT_FALSE(d.erase("b"));

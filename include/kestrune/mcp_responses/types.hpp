@@ -112,6 +112,9 @@ class ResponseDict {
   [[nodiscard]] ResponseValue& at(std::string_view key);
   /// get: the value under `key`, or a null value when absent.
   [[nodiscard]] const ResponseValue& get(std::string_view key) const noexcept;
+  /// value_at: the value of entry `i` (< size()) in insertion order.
+  [[nodiscard]] const ResponseValue& value_at(std::size_t i) const noexcept;
+  [[nodiscard]] ResponseValue& value_at(std::size_t i) noexcept;
 
   /// insert_or_assign: sets `key` to `value`; a new key goes last, an
   /// existing one keeps its place. Returns the stored value.
@@ -293,6 +296,8 @@ inline bool ResponseDict::empty() const noexcept { return entries_.empty(); }
 inline void ResponseDict::reserve(std::size_t n) { entries_.reserve(n); }
 inline ResponseDict::const_iterator ResponseDict::begin() const noexcept { return entries_.begin(); }
 inline ResponseDict::const_iterator ResponseDict::end() const noexcept { return entries_.end(); }
+inline const ResponseValue& ResponseDict::value_at(std::size_t i) const noexcept { return entries_[i].second; }
+inline ResponseValue& ResponseDict::value_at(std::size_t i) noexcept { return entries_[i].second; }
 
 template <class Pred>
 std::size_t ResponseDict::erase_if(Pred pred) {
