@@ -19,6 +19,10 @@ TEST(answer_request, answers_with_the_mcp_text_of_the_result) {
       {R"({"call":"tool_result_text","args":{"result":{"z":1,"a":2,"z":3}}})", R"({"z":3,"a":2})"},
       {R"({"call":"tool_result_text","args":{"result":[9223372036854775807,-9223372036854775808,1E2,2e-5]}})",
        R"([9223372036854775807,-9223372036854775808,100.0,2e-05])"},
+      // Doubles read to the nearest value: zero with an exponent, the last
+      // digit of a long literal, subnormals, and literals below the range.
+      {R"({"call":"tool_result_text","args":{"result":[0e-45,-0E+7,0.30000000000000004,9007199254740993.0,4.9e-324,1e-400]}})",
+       R"([0.0,-0.0,0.30000000000000004,9007199254740992.0,5e-324,0.0])"},
       {R"({"args":{"result":{"a":"é"}},"call":"encoded_size"})", "10"},
       {R"(  {"call":"get_empty_response","args":{"tool_name":"nope"}}  )", R"({"error":"Repository not initialized"})"},
       {R"({"call":"build_empty_paginated_response"})",

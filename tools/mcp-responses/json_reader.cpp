@@ -4,6 +4,11 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
 
+#include <charconv>
+#include <cmath>
+#include <string_view>
+#include <system_error>
+
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -52,6 +57,16 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
     // RapidJSON reports integers too large for 64 bits as doubles; an
     // integer literal must stay an integer, so it is refused instead.
     if (number_literal_is_integer()) return fail("integer out of the 64-bit signed range");
+    // RapidJSON's quick conversion is only close, and its precise one
+    // misreads a zero with an exponent (0e-45); the literal is read again
+    // here to the nearest double. A literal below the smallest double keeps
+    // RapidJSON's zero.
+    if (std::isfinite(d)) {
+      const std::string_view literal = number_literal();
+      double exact = 0;
+      const auto [end, ec] = std::from_chars(literal.data(), literal.data() + literal.size(), exact);
+      if (ec == std::errc() && end == literal.data() + literal.size()) d = exact;
+    }
     return add(ResponseValue(d));
   }
   bool String(const char* s, rapidjson::SizeType n, bool /*copy*/) {
@@ -123,22 +138,22 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
     return true;
   }
 
-  // The number just read ends where the stream now stands; it is an integer
-  // literal when it has no fraction, no exponent and is not NaN/Infinity.
-  [[nodiscard]] bool number_literal_is_integer() const {
+  // The number just read ends where the stream now stands, and begins after
+  // the last character that no number holds (a comma, colon, bracket or
+  // space: no token before a number ends in one of these).
+  [[nodiscard]] std::string_view number_literal() const {
     const char* end = stream_.src_;
     const char* p = end;
-    while (p != stream_.head_) {
-      const char c = p[-1];
-      if ((c >= '0' && c <= '9') || c == '-') {
-        --p;
-        continue;
-      }
-      break;
-    }
-    const char before = p == stream_.head_ ? '\0' : p[-1];
-    // A digit run preceded by '.', 'e', '+' etc. belongs to a fraction or exponent.
-    return p != end && before != '.' && before != 'e' && before != 'E' && before != '+' && before != '-';
+    while (p != stream_.head_ && std::string_view("0123456789+-.eE").find(p[-1]) != std::string_view::npos) --p;
+    return {p, static_cast<std::size_t>(end - p)};
+  }
+
+  // Whether the number just read is an integer literal: no fraction, no
+  // exponent, not NaN or Infinity.
+  [[nodiscard]] bool number_literal_is_integer() const {
+    const std::string_view literal = number_literal();
+    return !literal.empty() && literal.find_first_of(".eE+") == std::string_view::npos &&
+           literal.find('-', 1) == std::string_view::npos;
   }
 
   const RequestStream& stream_;
@@ -161,8 +176,9 @@ mcp_responses::ResponseValue parse_json(std::string_view text) {
   RequestStream stream(copy.c_str());
   Builder builder(stream);
   rapidjson::Reader reader;
-  constexpr unsigned kFlags =
-      rapidjson::kParseNanAndInfFlag | rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
+  // Doubles are read again exactly by the handler, so RapidJSON's quick
+  // conversion serves.
+  constexpr unsigned kFlags = rapidjson::kParseNanAndInfFlag | rapidjson::kParseIterativeFlag;
   const rapidjson::ParseResult ok = reader.Parse<kFlags>(stream, builder);
   if (!ok) {
     if (!builder.error().empty()) throw RequestError("not accepted: " + builder.error());
