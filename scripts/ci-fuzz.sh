@@ -11,6 +11,8 @@ seed=${FUZZ_SEED:-20261123}
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -j"$(nproc)"
+# Inputs left by an earlier run would be taken for this run's findings.
+rm -rf build/fuzz/crashes
 mkdir -p build/fuzz/crashes
 for target in encoder text request ask; do
   bin=build/fuzz/fuzz/fuzz_$target
