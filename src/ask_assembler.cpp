@@ -69,23 +69,6 @@ std::size_t row_size_without_excerpt(const SectionFields& fields) noexcept {
 constexpr PlainKey kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
 static_assert(std::size(kAttachments) == AskAssembler::kAttachmentCount);
 
-// The text a section's excerpt starts from: a string as it is, an empty
-// value as "", any other value as its compact text; then cut at a word
-// boundary to ASK_EXCERPT_CHARS. Sets `well_formed` when the result is known
-// to be well-formed UTF-8 (false: unknown) and `count` to its number of
-// characters when known (otherwise kUnknownCount).
-std::string ask_excerpt(const SectionFields& fields, bool& well_formed, std::size_t& count) {
-  well_formed = false;
-  count = kUnknownCount;
-  const ResponseValue& excerpt = fields[SectionFields::kExcerpt];
-  if (is_empty(excerpt)) return {};
-  if (excerpt.is_string()) {
-    return trimmed_checked(excerpt.as_string(), ASK_EXCERPT_CHARS, well_formed, count,
-                           stored_overhead(excerpt) != kIllFormed);
-  }
-  return trimmed_checked(tool_result_text(excerpt), ASK_EXCERPT_CHARS, well_formed, count);
-}
-
 }  // namespace
 
 const ResponseValue& SectionFields::operator[](Field f) const noexcept {
@@ -93,9 +76,15 @@ const ResponseValue& SectionFields::operator[](Field f) const noexcept {
   return at[f] != nullptr ? *at[f] : kNull;
 }
 
-std::string AskAssembler::take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count) {
+std::string AskAssembler::take_excerpt(std::size_t i, bool& well_formed, std::size_t& count) {
+  well_formed = false;
+  count = kUnknownCount;
   ResponseValue* excerpt = fields_[i].at[SectionFields::kExcerpt];
-  if (excerpt == nullptr || !excerpt->is_string()) return ask_excerpt(fields_[i], well_formed, count);
+  // An absent or empty value gives "", any other value but a string its
+  // compact text.
+  if (excerpt == nullptr || is_empty(*excerpt)) return {};
+  if (!excerpt->is_string()) return trimmed_checked(tool_result_text(*excerpt), ASK_EXCERPT_CHARS, well_formed, count);
+  const bool known_well_formed = stored_overhead(*excerpt) != kIllFormed;
   std::string text = std::move(*excerpt).as_string();
   trim_in_place(text, ASK_EXCERPT_CHARS, well_formed, count, known_well_formed);
   return text;

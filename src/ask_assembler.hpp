@@ -60,11 +60,14 @@ class AskAssembler {
   /// object's parts into it; the assembler is spent afterwards.
   [[nodiscard]] ResponseDict take(std::vector<ResponseValue>&& excerpts) &&;
 
-  /// take_excerpt: ask_excerpt of section i, made from the section's own
-  /// string where it is one, which is moved out and cut in place; the
-  /// section's excerpt is spent afterwards. `known_well_formed`: the source
-  /// is known to be well-formed.
-  [[nodiscard]] std::string take_excerpt(std::size_t i, bool known_well_formed, bool& well_formed, std::size_t& count);
+  /// take_excerpt: the text section i's excerpt starts from (a string as it
+  /// is, an empty value as "", any other value as its compact text), cut at a
+  /// word boundary to ASK_EXCERPT_CHARS. A string is moved out of the
+  /// section and cut in place; the section's excerpt is spent afterwards.
+  /// Sets `well_formed` when the result is known to be well-formed UTF-8
+  /// (false: unknown) and `count` to its number of characters when known
+  /// (otherwise kUnknownCount).
+  [[nodiscard]] std::string take_excerpt(std::size_t i, bool& well_formed, std::size_t& count);
 
   /// excerpt_source: what section i's excerpt source says of its excerpts.
   [[nodiscard]] ExcerptSource excerpt_source(std::size_t i) const noexcept;

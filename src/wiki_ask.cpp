@@ -137,7 +137,7 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
     for (std::size_t i = 0; i < ask.section_count(); ++i) {
       bool well_formed = false;
       std::size_t chars = 0;
-      full.emplace_back(ask.take_excerpt(i, ask.excerpt_source(i).well_formed, well_formed, chars));
+      full.emplace_back(ask.take_excerpt(i, well_formed, chars));
     }
     return std::move(ask).take(std::move(full));
   }
@@ -172,7 +172,7 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
     if (source.well_formed && checked(excerpts.size(ask), ask, excerpts.texts()) + reserve >= limit) continue;
     bool well_formed = false;
     std::size_t chars = 0;
-    std::string full = ask.take_excerpt(i, source.well_formed, well_formed, chars);
+    std::string full = ask.take_excerpt(i, well_formed, chars);
     excerpts.set(i, std::move(full), well_formed, chars, source.escape_free);
     const std::int64_t over = checked(excerpts.size(ask), ask, excerpts.texts()) + reserve - limit;
     if (over > 0) {
