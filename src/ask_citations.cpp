@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <span>
 #include <string>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "ask_citations.hpp"
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "measure.hpp"
 
@@ -50,12 +50,6 @@ bool same_value(const ResponseValue& a, const ResponseValue& b) noexcept {
           [](const auto& x, const auto& y) { return x.first == y.first && same_value(x.second, y.second); });
   }
   return false;
-}
-
-std::uint64_t load64(const char* p) noexcept {
-  std::uint64_t w;
-  std::memcpy(&w, p, 8);
-  return w;
 }
 
 // A quick hash of a path: a word at a time, multiplied and folded.

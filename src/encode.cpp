@@ -289,14 +289,16 @@ constexpr std::size_t kBad = detail::kIllFormed;
 
 std::size_t value_size(const ResponseValue& v) noexcept;
 
+// The size of a string value, from the overhead it keeps.
+std::size_t string_value_size(const ResponseValue& v) noexcept {
+  const std::size_t overhead = detail::stored_overhead(v);
+  return overhead == kBad ? kBad : std::get_if<std::string>(&v.storage())->size() + overhead;
+}
+
 // The size of an element or map value: strings, most of them, are added up
 // here without a call.
 std::size_t child_size(const ResponseValue& v) noexcept {
-  if (v.kind() == Kind::string) {
-    const std::size_t overhead = detail::stored_overhead(v);
-    return overhead == kBad ? kBad : std::get_if<std::string>(&v.storage())->size() + overhead;
-  }
-  return value_size(v);
+  return v.kind() == Kind::string ? string_value_size(v) : value_size(v);
 }
 
 std::size_t list_size(const ResponseList& l) noexcept {
@@ -337,10 +339,8 @@ std::size_t value_size(const ResponseValue& v) noexcept {
       char buf[detail::kDoubleTextMax];
       return detail::format_double(*std::get_if<double>(&s), buf);
     }
-    case Kind::string: {
-      const std::size_t overhead = detail::stored_overhead(v);
-      return overhead == kBad ? kBad : std::get_if<std::string>(&s)->size() + overhead;
-    }
+    case Kind::string:
+      return string_value_size(v);
     case Kind::list:
       return list_size(*std::get_if<ResponseList>(&s));
     case Kind::dict:

@@ -5,30 +5,25 @@
 #include <stdexcept>
 #include <string>
 
+#include "escape_scan.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 
 namespace kestrune::mcp_responses {
 
 namespace {
 
-std::uint64_t load_word(const char* p, std::size_t n) noexcept {
-  std::uint64_t w = 0;
-  std::memcpy(&w, p, n);
-  return w;
-}
-
 // Keys are short: up to 16 bytes they are compared as two overlapping words
 // (or less), with no call; longer ones by memcmp.
 bool same_key(std::string_view a, std::string_view b) noexcept {
   const std::size_t n = a.size();
   if (n != b.size()) return false;
+  using detail::load32;
+  using detail::load64;
   if (n >= 8 && n <= 16) {
-    return load_word(a.data(), 8) == load_word(b.data(), 8) &&
-           load_word(a.data() + n - 8, 8) == load_word(b.data() + n - 8, 8);
+    return load64(a.data()) == load64(b.data()) && load64(a.data() + n - 8) == load64(b.data() + n - 8);
   }
   if (n >= 4 && n < 8) {
-    return load_word(a.data(), 4) == load_word(b.data(), 4) &&
-           load_word(a.data() + n - 4, 4) == load_word(b.data() + n - 4, 4);
+    return load32(a.data()) == load32(b.data()) && load32(a.data() + n - 4) == load32(b.data() + n - 4);
   }
   return std::memcmp(a.data(), b.data(), n) == 0;
 }
@@ -74,12 +69,14 @@ ResponseValue& ResponseDict::insert_or_assign(std::string_view key, ResponseValu
     *v = std::move(value);
     return *v;
   }
-  Entry& entry = entries_.emplace_back(std::string(key), std::move(value));
-  count_key(entry.first);
-  return entry.second;
+  return push(std::string(key), std::move(value));
 }
 
 ResponseValue& ResponseDict::append(std::string key, ResponseValue value) {
+  return push(std::move(key), std::move(value));
+}
+
+ResponseValue& ResponseDict::push(std::string&& key, ResponseValue&& value) {
   Entry& entry = entries_.emplace_back(std::move(key), std::move(value));
   count_key(entry.first);
   return entry.second;
@@ -93,9 +90,7 @@ ResponseValue& detail::append_plain(ResponseDict& dict, PlainKey key, ResponseVa
 
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
-  Entry& entry = entries_.emplace_back(std::string(key), ResponseValue());
-  count_key(entry.first);
-  return entry.second;
+  return push(std::string(key), ResponseValue());
 }
 
 bool ResponseDict::erase(std::string_view key) {

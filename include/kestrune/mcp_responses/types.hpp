@@ -137,6 +137,8 @@ class ResponseDict {
  private:
   friend ResponseValue& detail::append_plain(ResponseDict& dict, detail::PlainKey key, ResponseValue value);
 
+  // push: appends an entry and counts its key.
+  ResponseValue& push(std::string&& key, ResponseValue&& value);
   void add_key_overhead(std::size_t overhead) noexcept;
   void count_key(std::string_view key) noexcept;
   void recount_keys() noexcept;
