@@ -128,32 +128,93 @@ std::string with_ellipsis(std::string_view prefix) {
 // A sentence ends at a space that follows one of these marks.
 constexpr bool ends_sentence(char c) noexcept { return c == '.' || c == '!' || c == '?'; }
 
-// The length of the longest prefix of `text`, at most `limit` bytes, that
-// collapsing leaves as it is and that holds no sentence end: printable ASCII
-// words separated by single spaces, none of which follows a sentence mark.
-// The prefix never ends in a space. Most docstrings begin with such a run, so
-// their first sentence is found 16 bytes at a time.
-std::size_t collapsed_prefix(std::string_view text, std::size_t limit) noexcept {
-  const std::size_t n = std::min(text.size(), limit);
-  std::size_t end = n;
+// Lead bytes of the whitespace characters beyond ASCII: C2 (U+0085, U+00A0),
+// E1 (U+1680), E2 (U+2000..U+205F) and E3 (U+3000).
+unsigned space_lead_mask(const detail::Block& b) noexcept {
+  return detail::equal_mask(b, 0xC2) | detail::equal_mask(b, 0xE1) | detail::equal_mask(b, 0xE2) |
+         detail::equal_mask(b, 0xE3);
+}
+
+// A piece of a paragraph that collapsing leaves as it is.
+struct PlainRun {
+  std::size_t end = 0;    // byte offset just past it
+  std::size_t chars = 0;  // its characters
+  bool well_formed = false;
+};
+
+// The longest piece of `text` from `from`, a character that is not
+// whitespace, of at most `max_chars` characters, that collapsing leaves as it
+// is and that holds no sentence end: words of any characters but whitespace,
+// separated by single spaces, none of which follows a sentence mark. It never
+// ends in a space. Sixteen bytes at a time; ASCII controls stop it, and so
+// does a lead byte of a whitespace character beyond ASCII once decoding shows
+// it is one. Not well_formed (and empty) when the text up to where it stops
+// is found ill-formed: the caller then goes a character at a time.
+PlainRun plain_run(std::string_view text, std::size_t from, std::size_t max_chars) noexcept {
+  detail::Utf8Check utf8;
+  std::size_t chars = 0;
+  std::size_t end = text.size();
   unsigned space_before = 0;  // the byte before the block is a space
   unsigned mark_before = 0;   // ... or a sentence mark
-  for (std::size_t i = 0; i < n; i += detail::kBlock) {
-    const detail::Block b = detail::load_block(text.data() + i, text.size() - i);
+  for (std::size_t i = from; i < text.size(); i += detail::kBlock) {
+    const std::size_t left = text.size() - i;
+    const detail::Block b = detail::load_block(text.data() + i, left);
+    const unsigned high = detail::high_mask(b);
+    if (!utf8.block(b, high)) return {from, 0, false};
+    const unsigned valid = left >= detail::kBlock ? 0xFFFFu : (1u << left) - 1;
     const unsigned space = detail::equal_mask(b, ' ');
-    // Controls, whitespace and non-ASCII bytes: signed, they are below '!'.
-    const unsigned other = detail::below_mask(b, '!') & ~space;
+    // ASCII controls and whitespace other than the space: as signed bytes,
+    // they and the bytes beyond ASCII are below '!'.
+    const unsigned controls = detail::below_mask(b, '!') & ~high & ~space;
     const unsigned mark = detail::equal_mask(b, '.') | detail::equal_mask(b, '!') | detail::equal_mask(b, '?');
-    const unsigned stop = (other | (space & (space << 1 | space_before | mark << 1 | mark_before))) & 0xFFFFu;
+    unsigned stop = (controls | (space & (space << 1 | space_before | mark << 1 | mark_before))) & valid;
+    // A lead byte before the first stop stops the run when it begins whitespace.
+    const unsigned before_stop = stop != 0 ? (stop & (0u - stop)) - 1 : 0xFFFFu;
+    for (unsigned leads = space_lead_mask(b) & valid & before_stop; leads != 0; leads &= leads - 1) {
+      std::size_t len = 0;
+      const auto at = static_cast<unsigned>(std::countr_zero(leads));
+      if (whitespace_at(text, i + at, len)) {
+        stop = 1u << at;
+        break;
+      }
+    }
+    const unsigned starts = valid & ~continuation_mask(b);
+    const unsigned run_starts = stop != 0 ? starts & ((stop & (0u - stop)) - 1) : starts;
+    const auto here = static_cast<std::size_t>(detail::popcount16(run_starts));
+    if (chars + here > max_chars) {  // the limit comes first
+      end = i + nth_set_bit(run_starts, max_chars - chars);
+      chars = max_chars;
+      break;
+    }
+    chars += here;
     if (stop != 0) {
-      end = std::min(n, i + static_cast<std::size_t>(std::countr_zero(stop)));
+      end = i + static_cast<std::size_t>(std::countr_zero(stop));
       break;
     }
     space_before = space >> (detail::kBlock - 1);
     mark_before = mark >> (detail::kBlock - 1);
   }
-  if (end > 0 && text[end - 1] == ' ') --end;
-  return end;
+  if (end == text.size() && !utf8.done()) return {from, 0, false};
+  if (end > from && text[end - 1] == ' ') {
+    --end;
+    --chars;
+  }
+  return {end, chars, true};
+}
+
+// The end of the whitespace at `i`; `paragraph` tells whether it holds two
+// line feeds in a row, which end the paragraph.
+std::size_t skip_whitespace(std::string_view text, std::size_t i, bool& paragraph) noexcept {
+  paragraph = false;
+  bool line_feed = false;
+  std::size_t len = 0;
+  while (i < text.size() && space_at(text, i, len)) {
+    const bool here = text[i] == '\n';
+    paragraph = paragraph || (here && line_feed);
+    line_feed = here;
+    i += len;
+  }
+  return i;
 }
 
 }  // namespace
@@ -312,52 +373,55 @@ void trim_in_place(std::string& text, std::int64_t chars, bool& well_formed, std
 }  // namespace detail
 
 std::optional<std::string> first_sentence(std::optional<std::string_view> docstring) {
-  if (!docstring || docstring->empty()) return std::nullopt;
-  std::string_view text = detail::strip(*docstring);
-  if (const std::size_t para = text.find("\n\n"); para != std::string_view::npos) {
-    text = text.substr(0, para);
-  }
-  if (text.empty()) return std::nullopt;
-  // Collapse whitespace runs to single spaces and stop at the first sentence
-  // end. Past SUMMARY_CHARS + 1 characters the cut result no longer changes,
-  // so long paragraphs are not collapsed to their end. The prefix that needs
-  // no collapsing is taken whole; after it, runs of characters between
-  // whitespace are copied whole.
+  if (!docstring) return std::nullopt;
+  const std::string_view text = *docstring;
+  // Stripping, cutting the first paragraph and collapsing its whitespace
+  // happen in one pass that stops at the sentence's end, or once the sentence
+  // has more characters than a cut keeps: a long docstring is never read to
+  // its end. Pieces that need no collapsing are taken whole, and while the
+  // sentence is a slice of the docstring it is copied once, at the end.
+  constexpr std::size_t kLimit = SUMMARY_CHARS + 1;
   std::size_t len = 0;
-  const std::size_t plain = collapsed_prefix(text, SUMMARY_CHARS + 1);
-  if (plain == text.size() || (plain > 0 && ends_sentence(text[plain - 1]) && space_at(text, plain, len))) {
-    // The prefix is the sentence; ASCII, so its bytes are its characters.
-    if (plain <= SUMMARY_CHARS) return std::string(text.substr(0, plain));
-    return detail::cut(text.substr(0, plain), SUMMARY_CHARS);
-  }
-  std::string sentence;
-  sentence.reserve(std::min(text.size(), 4 * (SUMMARY_CHARS + 1)));
-  sentence.append(text.substr(0, plain));
-  std::size_t chars = plain;
-  bool pending_space = false;
-  std::size_t i = plain;
-  while (i < text.size() && chars <= SUMMARY_CHARS) {
-    if (space_at(text, i, len)) {
-      pending_space = !sentence.empty();
-      i += len;
-      continue;
-    }
-    if (pending_space) {
-      if (ends_sentence(sentence.back())) break;
-      sentence.push_back(' ');
-      ++chars;
-      pending_space = false;
-    }
-    const std::size_t run = i;
-    do {
+  std::size_t i = 0;
+  while (i < text.size() && space_at(text, i, len)) i += len;
+  const std::size_t start = i;
+  std::string collapsed;  // the sentence, once it is no longer a slice
+  bool slice = true;
+  bool blocks = true;  // false once the text is found ill-formed
+  std::size_t chars = 0;
+  while (i < text.size()) {
+    // A piece of words, then the whitespace after it.
+    const std::size_t from = i;
+    const PlainRun run = blocks ? plain_run(text, i, kLimit - chars) : PlainRun{};
+    blocks = run.well_formed;
+    if (run.well_formed && run.end > from) {
+      i = run.end;
+      chars += run.chars;
+    } else {  // a character the run stopped at, or ill-formed text
+      space_at(text, i, len);
       i += len;
       ++chars;
-    } while (i < text.size() && chars <= SUMMARY_CHARS && !space_at(text, i, len));
-    sentence.append(text.substr(run, i - run));
+    }
+    if (!slice) collapsed.append(text.substr(from, i - from));
+    if (chars > SUMMARY_CHARS || i == text.size()) break;
+    if (!space_at(text, i, len)) continue;
+    bool paragraph = false;
+    const std::size_t next = skip_whitespace(text, i, paragraph);
+    if (next == text.size() || paragraph || ends_sentence(text[i - 1])) break;
+    if (slice && (next != i + 1 || text[i] != ' ')) {
+      slice = false;
+      collapsed.reserve(std::min(text.size() - start, 4 * kLimit));
+      collapsed.assign(text.substr(start, i - start));
+    }
+    if (!slice) collapsed.push_back(' ');
+    ++chars;
+    i = next;
   }
+  const std::string_view sentence = slice ? text.substr(start, i - start) : std::string_view(collapsed);
   if (sentence.empty()) return std::nullopt;
-  if (chars <= SUMMARY_CHARS) return sentence;  // within the limit: no cut
-  return detail::cut(sentence, SUMMARY_CHARS);
+  if (chars > SUMMARY_CHARS) return detail::cut(sentence, SUMMARY_CHARS);
+  if (slice) return std::string(sentence);
+  return collapsed;
 }
 
 ResponseDict without_nulls(const ResponseDict& row) {

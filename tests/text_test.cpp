@@ -319,15 +319,36 @@ std::optional<std::string> plain_first_sentence(std::string_view doc) {
 }
 
 TEST(first_sentence, copies_runs_like_a_character_at_a_time) {
-  static const std::string_view kPieces[] = {"Word", " ",      "  ",   ". ",   "! ",   "?",    "\n",   "\n\n",
-                                             "\t",   "\u2003", "é",    "\xff", "x.y",  "end.", "漢字", "\u00a0",
-                                             "abc ", "\x7f",   "\x1c", "a",    "Why?", " ! "};
+  // Lead bytes that may begin whitespace (C2, E1, E2, E3) both do and do
+  // not; controls that are and are not whitespace; ill-formed and truncated
+  // sequences; paragraph breaks and what only looks like one.
+  static const std::string_view kPieces[] = {"Word",    " ",
+                                             "  ",      ". ",
+                                             "! ",      "?",
+                                             "\n",      "\n\n",
+                                             "\t",      "\u2003",
+                                             "é",       "\xff",
+                                             "x.y",     "end.",
+                                             "漢字",    "\u00a0",
+                                             "abc ",    "\x7f",
+                                             "\x1c",    "a",
+                                             "Why?",    " ! ",
+                                             "\x01",    "\u201cq\u201d",
+                                             "\u2192",  "\u1680",
+                                             "\u2028",  ".\u3000",
+                                             "\u0085",  "\xe2\x80",
+                                             "\xc2",    "\r\n",
+                                             "\n \n",   "\u00e9t\u00e9 ",
+                                             "\u00c2b", "\u1e9e",
+                                             "\u3001",  "\xe3\x80\x80"};
   std::mt19937_64 rng(17);
   for (int i = 0; i < 20000; ++i) {
     std::string s;
-    // Sentence ends are rare enough that many sentences pass the limit.
+    // Sentence ends are rare enough that many sentences pass the limit;
+    // some texts are mostly words beyond ASCII.
+    const std::string_view filler = i % 4 == 0 ? "\u00fcber\u65e5 " : "word ";
     for (std::uint64_t k = rng() % 160; k > 0; --k) {
-      s += rng() % 3 == 0 ? kPieces[rng() % std::size(kPieces)] : std::string_view("word ");
+      s += rng() % 3 == 0 ? kPieces[rng() % std::size(kPieces)] : filler;
     }
     ASSERT_EQ(first_sentence(s), plain_first_sentence(s)) << testing::PrintToString(s);
   }
