@@ -12,12 +12,12 @@ namespace kestrune::mcp_responses::detail {
 
 template <class T>
 void append_present(ResponseDict& row, PlainKey key, const std::optional<T>& value) {
-  if (value) append_plain(row, key, ResponseValue(*value));
+  if (value) append_plain(row, key, *value);
 }
 
 template <class T>
 void append_present(ResponseDict& row, PlainKey key, std::optional<T>&& value) {
-  if (value) append_plain(row, key, ResponseValue(std::move(*value)));
+  if (value) append_plain(row, key, std::move(*value));
 }
 
 }  // namespace kestrune::mcp_responses::detail

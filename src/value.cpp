@@ -82,12 +82,6 @@ ResponseValue& ResponseDict::push(std::string&& key, ResponseValue&& value) {
   return entry.second;
 }
 
-ResponseValue& detail::append_plain(ResponseDict& dict, PlainKey key, ResponseValue value) {
-  ResponseDict::Entry& entry = dict.entries_.emplace_back(std::string(key.text), std::move(value));
-  dict.add_key_overhead(2);
-  return entry.second;
-}
-
 ResponseValue& ResponseDict::operator[](std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
   return push(std::string(key), ResponseValue());

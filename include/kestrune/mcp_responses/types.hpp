@@ -53,8 +53,11 @@ struct PlainKey {
   }
   std::string_view text;
 };
-/// append_plain: dict.append(key, value) for a key that needs no measuring.
-ResponseValue& append_plain(ResponseDict& dict, PlainKey key, ResponseValue value);
+/// append_plain: dict.append(key, value) for a key that needs no measuring;
+/// the value is made in its place from `value` (anything a ResponseValue is
+/// made from).
+template <class T>
+ResponseValue& append_plain(ResponseDict& dict, PlainKey key, T&& value);
 /// stored_overhead: string_overhead of a string value, kept since it was
 /// made (0 for other kinds).
 [[nodiscard]] std::size_t stored_overhead(const ResponseValue& value) noexcept;
@@ -135,7 +138,8 @@ class ResponseDict {
   friend std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept;
 
  private:
-  friend ResponseValue& detail::append_plain(ResponseDict& dict, detail::PlainKey key, ResponseValue value);
+  template <class T>
+  friend ResponseValue& detail::append_plain(ResponseDict& dict, detail::PlainKey key, T&& value);
 
   // push: appends an entry and counts its key.
   ResponseValue& push(std::string&& key, ResponseValue&& value);
@@ -181,7 +185,8 @@ class ResponseValue {
 
   ResponseValue(const char* s) : v_(std::in_place_type<std::string>, s) { measure(); }
   ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s) { measure(); }
-  ResponseValue(std::string s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) { measure(); }
+  ResponseValue(const std::string& s) : v_(std::in_place_type<std::string>, s) { measure(); }
+  ResponseValue(std::string&& s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) { measure(); }
   ResponseValue(ResponseList l) noexcept : v_(std::in_place_type<ResponseList>, std::move(l)) {}
   ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
 
@@ -272,6 +277,9 @@ struct ResponseDict::Entry {
   Entry() = default;
   Entry(std::string&& key, ResponseValue&& value) noexcept : first(std::move(key)), second(std::move(value)) {}
   Entry(const std::string& key, const ResponseValue& value) : first(key), second(value) {}
+  /// Makes the value in its place from `value`.
+  template <class T>
+  Entry(std::in_place_t /*unused*/, std::string_view key, T&& value) : first(key), second(std::forward<T>(value)) {}
 
   std::string first;
   ResponseValue second;
@@ -323,6 +331,12 @@ inline ResponseValue detail::measured_string(std::string&& text, std::size_t ove
   return value;
 }
 inline std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept { return dict.keys_overhead_; }
+template <class T>
+ResponseValue& detail::append_plain(ResponseDict& dict, PlainKey key, T&& value) {
+  ResponseDict::Entry& entry = dict.entries_.emplace_back(std::in_place, key.text, std::forward<T>(value));
+  dict.add_key_overhead(2);
+  return entry.second;
+}
 
 /// Symbol: one code symbol from storage. `fqn` is always known; every other
 /// attribute is empty when unknown.
