@@ -183,9 +183,11 @@ class ResponseValue {
   template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
   ResponseValue(T d) noexcept : v_(std::in_place_type<double>, static_cast<double>(d)) {}
 
-  ResponseValue(const char* s) : v_(std::in_place_type<std::string>, s) { measure(); }
-  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s) { measure(); }
-  ResponseValue(const std::string& s) : v_(std::in_place_type<std::string>, s) { measure(); }
+  // A copied string is measured in its source: reading the copy right after
+  // writing it would stall on loads that span the copy's stores.
+  ResponseValue(const char* s) : ResponseValue(std::string_view(s)) {}
+  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s), overhead_(detail::string_overhead(s)) {}
+  ResponseValue(const std::string& s) : ResponseValue(std::string_view(s)) {}
   ResponseValue(std::string&& s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) { measure(); }
   ResponseValue(ResponseList l) noexcept : v_(std::in_place_type<ResponseList>, std::move(l)) {}
   ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
