@@ -135,6 +135,9 @@ unsigned space_lead_mask(const detail::Block& b) noexcept {
          detail::equal_mask(b, 0xE3);
 }
 
+// The bits of a block mask below its lowest set bit; all of them for none.
+constexpr unsigned below_first(unsigned mask) noexcept { return mask != 0 ? (mask & (0u - mask)) - 1 : 0xFFFFu; }
+
 // A piece of a paragraph that collapsing leaves as it is.
 struct PlainRun {
   std::size_t end = 0;    // byte offset just past it
@@ -169,8 +172,7 @@ PlainRun plain_run(std::string_view text, std::size_t from, std::size_t max_char
     const unsigned mark = detail::equal_mask(b, '.') | detail::equal_mask(b, '!') | detail::equal_mask(b, '?');
     unsigned stop = (controls | (space & (space << 1 | space_before | mark << 1 | mark_before))) & valid;
     // A lead byte before the first stop stops the run when it begins whitespace.
-    const unsigned before_stop = stop != 0 ? (stop & (0u - stop)) - 1 : 0xFFFFu;
-    for (unsigned leads = space_lead_mask(b) & valid & before_stop; leads != 0; leads &= leads - 1) {
+    for (unsigned leads = space_lead_mask(b) & valid & below_first(stop); leads != 0; leads &= leads - 1) {
       std::size_t len = 0;
       const auto at = static_cast<unsigned>(std::countr_zero(leads));
       if (whitespace_at(text, i + at, len)) {
@@ -178,8 +180,7 @@ PlainRun plain_run(std::string_view text, std::size_t from, std::size_t max_char
         break;
       }
     }
-    const unsigned starts = valid & ~continuation_mask(b);
-    const unsigned run_starts = stop != 0 ? starts & ((stop & (0u - stop)) - 1) : starts;
+    const unsigned run_starts = valid & ~continuation_mask(b) & below_first(stop);
     const auto here = static_cast<std::size_t>(detail::popcount16(run_starts));
     if (chars + here > max_chars) {  // the limit comes first
       end = i + nth_set_bit(run_starts, max_chars - chars);
