@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "kestrune/mcp_responses/code_lines.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 
 namespace {

@@ -268,8 +268,15 @@ std::vector<Response> mix() {
   out.push_back({"ask_answer", true, mr::build_wiki_ask_response(ask_inputs(10, 13))});
   out.push_back({"doubles", false, doubles(g)});
   out.push_back({"status", false,
-                 mr::build_index_status_response("indexing", "healthy", "main", 42, 1234, 56789, "2024-05-01T12:00:00Z",
-                                                 0, "symbols", "parsing src/kestrune/indexer/worker.py")});
+                 mr::build_index_status_response({.status = "indexing",
+                                                  .health = "healthy",
+                                                  .branch = "main",
+                                                  .progress = 42,
+                                                  .files_indexed = 1234,
+                                                  .symbols_indexed = 56789,
+                                                  .last_updated = "2024-05-01T12:00:00Z",
+                                                  .phase = "symbols",
+                                                  .phase_detail = "parsing src/kestrune/indexer/worker.py"})});
   return out;
 }
 

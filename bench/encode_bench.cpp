@@ -1,7 +1,7 @@
 // Encoding benchmarks: tool_result_text and encoded_size on the response mix,
 // RapidJSON's Writer and nlohmann's ordered_json::dump() on the same trees,
 // memcpy of as many bytes as the physical bound; the budgeted ask; building a
-// symbol page. Ends with a table of ratios from the medians of this one run.
+// symbol page; its MCP line and fitting it to a size. Ends with a table of ratios from the medians of this one run.
 //
 //   build/release/bench/kestrune_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
@@ -18,7 +18,9 @@
 #include <vector>
 
 #include "corpus.hpp"
+#include "encoding/encoded_size.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "kestrune/mcp_responses/mcp.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "peers.hpp"
 
@@ -154,6 +156,39 @@ void register_symbol_page() {
   });
 }
 
+// The MCP line of the symbol page, and fitting the page's rows to a budget
+// that keeps half of them, each against tool_result_text of what it sends.
+void register_mcp() {
+  static const mr::ResponseDict page = kb::symbol_page(kb::symbol_hits(50, 11));
+  benchmark::RegisterBenchmark("tool_call_line/symbol_page", [](benchmark::State& state) {
+    for (auto _ : state) {
+      std::string line = mr::tool_call_line(7, page);
+      benchmark::DoNotOptimize(line.data());
+    }
+  });
+  static const mr::ResponseList rows = page.at("symbols").as_list();
+  static const std::int64_t total = page.at("total_count").as_integer();
+  static const mr::ResponseDict half = mr::build_paginated_response(mr::ResponseList(rows.begin(), rows.begin() + 25),
+                                                                    total, 0, {.items_key = "symbols"});
+  static const std::size_t budget = mr::detail::encoded_size(half);
+  benchmark::RegisterBenchmark("fit_paginated_response/half", [](benchmark::State& state) {
+    for (auto _ : state) {
+      mr::ResponseList copy = rows;  // the caller's rows, not timed
+      const auto start = std::chrono::steady_clock::now();
+      mr::ResponseDict fitted = mr::fit_paginated_response(std::move(copy), total, 0, budget, {.items_key = "symbols"});
+      const auto stop = std::chrono::steady_clock::now();
+      benchmark::DoNotOptimize(fitted);
+      state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
+    }
+  })->UseManualTime();
+  benchmark::RegisterBenchmark("tool_result_text/half", [](benchmark::State& state) {
+    for (auto _ : state) {
+      std::string text = mr::tool_result_text(half);
+      benchmark::DoNotOptimize(text.data());
+    }
+  });
+}
+
 // "2.31x", or "-" when either side did not run.
 std::string ratio(double numerator, double denominator) {
   if (numerator <= 0 || denominator <= 0) return "-";
@@ -219,6 +254,10 @@ void print_table(const std::vector<kb::Response>& mix, const RecordingReporter& 
   }
   std::printf("| 50-row symbol page: build + encode / encode alone | %s |\n",
               ratio(time_of("symbol_page_build_and_encode"), time_of("tool_result_text/symbol_page")).c_str());
+  std::printf("| 50-row symbol page: tool_call_line / tool_result_text | %s |\n",
+              ratio(time_of("tool_call_line/symbol_page"), time_of("tool_result_text/symbol_page")).c_str());
+  std::printf("| fit_paginated_response keeping 25 of 50 rows / tool_result_text of its result | %s |\n",
+              ratio(time_of("fit_paginated_response/half"), time_of("tool_result_text/half")).c_str());
   std::printf("\ncompiler: %s %s\n",
 #if defined(__clang__)
               "clang++",
@@ -238,6 +277,7 @@ int main(int argc, char** argv) {
   register_ask(10);
   register_ask(50);
   register_symbol_page();
+  register_mcp();
   RecordingReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   print_table(mix, reporter);

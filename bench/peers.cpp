@@ -11,7 +11,7 @@ namespace mr = kestrune::mcp_responses;
 
 // Sets `out` to the value of `v`; strings are copied into the document.
 void fill(rapidjson::Value& out, const mr::ResponseValue& v, rapidjson::Document::AllocatorType& a) {
-  const auto size = [](const std::string& s) { return static_cast<rapidjson::SizeType>(s.size()); };
+  const auto size = [](std::string_view s) { return static_cast<rapidjson::SizeType>(s.size()); };
   switch (v.kind()) {
     case mr::Kind::null:
       out.SetNull();
@@ -22,8 +22,8 @@ void fill(rapidjson::Value& out, const mr::ResponseValue& v, rapidjson::Document
     case mr::Kind::integer:
       out.SetInt64(v.as_integer());
       return;
-    case mr::Kind::number:
-      out.SetDouble(v.as_number());
+    case mr::Kind::double_:
+      out.SetDouble(v.as_double());
       return;
     case mr::Kind::string:
       out.SetString(v.as_string().data(), size(v.as_string()), a);
@@ -64,10 +64,10 @@ nlohmann::ordered_json to_nlohmann(const mcp_responses::ResponseValue& value) {
       return value.as_bool();
     case mr::Kind::integer:
       return value.as_integer();
-    case mr::Kind::number:
-      return value.as_number();
+    case mr::Kind::double_:
+      return value.as_double();
     case mr::Kind::string:
-      return value.as_string();
+      return std::string(value.as_string());
     case mr::Kind::list: {
       nlohmann::ordered_json list = nlohmann::ordered_json::array();
       for (const auto& e : value.as_list()) list.push_back(to_nlohmann(e));

@@ -1,134 +1,88 @@
 // The encoder: encoded_size equals the text's byte length, or fails exactly
-// when the tree holds ill-formed UTF-8; the text reads back to an equal tree.
+// when the tree holds ill-formed UTF-8; the text reads back to the same tree;
+// strings are escaped as a byte at a time would; every double is written in
+// its shortest digits (the nearest such) and reads back to itself.
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "bytes.hpp"
 #include "check.hpp"
+#include "encoding/encoded_size.hpp"
 #include "json_reader.hpp"
-#include "kestrune/mcp_responses/detail/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "support/oracles.hpp"
+#include "trees.hpp"
 
 namespace mr = kestrune::mcp_responses;
 
 namespace {
 
-// Turns fuzz bytes into a tree; running out of bytes ends every level.
-class TreeReader {
- public:
-  TreeReader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
+bool ill_formed(std::string_view s) { return mr::detail::first_ill_formed(s) != std::string_view::npos; }
 
-  mr::ResponseValue value(int depth) {
-    switch (byte() % (depth >= 40 ? 5 : 7)) {
-      case 0:
-        return nullptr;
-      case 1:
-        return (byte() & 1) != 0;
-      case 2:
-        return static_cast<std::int64_t>(word());
-      case 3: {
-        double d = 0;
-        const std::uint64_t w = word();
-        std::memcpy(&d, &w, sizeof d);
-        return d;
-      }
-      case 4:
-        return text();
-      case 5: {
-        mr::ResponseList list;
-        for (int n = byte() % 6; n > 0 && !done(); --n) list.push_back(value(depth + 1));
-        return list;
-      }
-      default: {
-        mr::ResponseDict dict;
-        for (int n = byte() % 6; n > 0 && !done(); --n) {
-          std::string key = text();
-          dict.insert_or_assign(key, value(depth + 1));
-        }
-        return dict;
-      }
+// Checks every string and double of `v`; returns whether it holds ill-formed text.
+bool check_parts(const mr::ResponseValue& v) {
+  if (v.is_string()) {
+    FUZZ_CHECK(mr::tool_result_text(v) == kestrune::oracle::escaped(v.as_string()));
+    return ill_formed(v.as_string());
+  }
+  if (v.is_double() && std::isfinite(v.as_double()) && v.as_double() != 0.0) {
+    const double d = v.as_double();
+    const std::string text = mr::tool_result_text(v);
+    FUZZ_CHECK(std::strtod(text.c_str(), nullptr) == d);
+    // The digits: as many as the text has, the correctly rounded ones when
+    // those read back (at a power of two they may not), and no fewer would
+    // read back.
+    std::string digits;
+    for (const char c : text.substr(0, text.find('e'))) {
+      if (c >= '0' && c <= '9' && !(digits.empty() && c == '0')) digits += c;
+    }
+    while (!digits.empty() && digits.back() == '0') digits.pop_back();
+    const auto n = static_cast<int>(digits.size());
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.*e", n - 1, std::fabs(d));
+    std::string rounded;
+    for (const char c : std::string_view(buf).substr(0, std::string_view(buf).find('e'))) {
+      if (c != '.') rounded += c;
+    }
+    while (rounded.size() > 1 && rounded.back() == '0') rounded.pop_back();
+    if (std::strtod(buf, nullptr) == std::fabs(d)) FUZZ_CHECK(rounded == digits);
+    if (n > 1) {
+      std::snprintf(buf, sizeof buf, "%.*e", n - 2, d);
+      FUZZ_CHECK(std::strtod(buf, nullptr) != d);
     }
   }
-
- private:
-  [[nodiscard]] bool done() const { return pos_ >= size_; }
-  std::uint8_t byte() { return done() ? 0 : data_[pos_++]; }
-  std::uint64_t word() {
-    std::uint64_t w = 0;
-    for (int i = 0; i < 8; ++i) w = (w << 8) | byte();
-    return w;
-  }
-  std::string text() {
-    std::string s;
-    for (int n = byte() % 24; n > 0 && !done(); --n) s.push_back(static_cast<char>(byte()));
-    return s;
-  }
-
-  const std::uint8_t* data_;
-  std::size_t size_;
-  std::size_t pos_ = 0;
-};
-
-bool holds_ill_formed(const mr::ResponseValue& v) {
-  const auto bad = [](std::string_view s) { return mr::detail::first_ill_formed(s) != std::string_view::npos; };
-  if (v.is_string()) return bad(v.as_string());
+  bool bad = false;
   if (v.is_list()) {
-    for (const auto& e : v.as_list()) {
-      if (holds_ill_formed(e)) return true;
-    }
+    for (const auto& e : v.as_list()) bad = check_parts(e) || bad;
   }
   if (v.is_dict()) {
-    for (const auto& [key, value] : v.as_dict()) {
-      if (bad(key) || holds_ill_formed(value)) return true;
-    }
+    for (const auto& [key, value] : v.as_dict()) bad = check_parts(value) || ill_formed(key) || bad;
   }
-  return false;
-}
-
-// Equality in which NaN equals NaN, since NaN is written and read back.
-bool same(const mr::ResponseValue& a, const mr::ResponseValue& b) {
-  if (a.kind() != b.kind()) return false;
-  if (a.is_number()) {
-    const double x = a.as_number();
-    const double y = b.as_number();
-    return (std::isnan(x) && std::isnan(y)) || (x == y && std::signbit(x) == std::signbit(y));
-  }
-  if (a.is_list()) {
-    const auto& x = a.as_list();
-    const auto& y = b.as_list();
-    if (x.size() != y.size()) return false;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      if (!same(x[i], y[i])) return false;
-    }
-    return true;
-  }
-  if (a.is_dict()) {
-    const auto& x = a.as_dict();
-    const auto& y = b.as_dict();
-    if (x.size() != y.size()) return false;
-    for (auto i = x.begin(), j = y.begin(); i != x.end(); ++i, ++j) {
-      if (i->first != j->first || !same(i->second, j->second)) return false;
-    }
-    return true;
-  }
-  return a == b;
+  return bad;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  TreeReader reader(data, size);
-  const mr::ResponseValue tree = reader.value(0);
-  const std::string text = mr::tool_result_text(tree);
-  const bool ill_formed = holds_ill_formed(tree);
+  kestrune::fuzz::Bytes in(data, size);
+  // Strings and keys of raw bytes: ill-formed UTF-8 included.
+  const mr::ResponseValue value =
+      kestrune::fuzz::tree(in, 0, [](kestrune::fuzz::Bytes& b, std::size_t max) { return b.raw(max); });
+  const std::string text = mr::tool_result_text(value);
+  const bool bad = check_parts(value);
   bool threw = false;
   try {
-    FUZZ_CHECK(mr::detail::encoded_size(tree) == text.size());
+    FUZZ_CHECK(mr::detail::encoded_size(value) == text.size());
   } catch (const mr::EncodingError&) {
     threw = true;
   }
-  FUZZ_CHECK(threw == ill_formed);
-  if (!ill_formed) FUZZ_CHECK(same(kestrune::tool::parse_json(text), tree));
+  FUZZ_CHECK(threw == bad);
+  // The text reads back to the same tree: the encoding tells every tree
+  // apart (3 and 3.0, 0.0 and -0.0, key order), so the same text will do.
+  if (!bad) FUZZ_CHECK(mr::tool_result_text(kestrune::tool::parse_json(text)) == text);
   return 0;
 }

@@ -1,63 +1,98 @@
-// Text shaping: cuts keep to their limit, never split a character, and
-// return either the text itself or a stripped prefix plus the ellipsis.
+// Text shaping against a character at a time: cut, trimmed, first_sentence,
+// char_count and strip_end give what the plain versions give, whatever the
+// block boundaries, for text of any characters, ill-formed bytes included.
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "bytes.hpp"
 #include "check.hpp"
-#include "kestrune/mcp_responses/detail/utf8.hpp"
-#include "kestrune/mcp_responses/encoding.hpp"
+#include "internal/chars.hpp"
+#include "kestrune/mcp_responses/text.hpp"
+#include "support/oracles.hpp"
+#include "text/cut.hpp"
+#include "text/strip.hpp"
 
 namespace mr = kestrune::mcp_responses;
+namespace oracle = kestrune::oracle;
 
 namespace {
 
-constexpr std::string_view kEllipsis = "\u2026";
-
-bool at_char_boundary(std::string_view text, std::size_t pos) {
-  std::size_t i = 0;
-  while (i < pos) i += mr::detail::char_length(text, i);
-  return i == pos;
-}
-
-// `result` is `text` unchanged, or (when `text` is longer than `limit`) a
-// prefix ending at a character boundary, end stripped, plus the ellipsis.
-void check_cut(std::string_view text, const std::string& result, std::int64_t limit, bool empty_below_two) {
-  const std::size_t chars = mr::detail::char_count(text);
-  if (limit >= 0 && chars <= static_cast<std::size_t>(limit)) {
-    FUZZ_CHECK(result == text);
-    return;
-  }
-  if (empty_below_two && limit <= 1) {
-    FUZZ_CHECK(result.empty());
-    return;
-  }
-  FUZZ_CHECK(std::string_view(result).ends_with(kEllipsis));
-  const std::string_view prefix = std::string_view(result).substr(0, result.size() - kEllipsis.size());
-  FUZZ_CHECK(text.starts_with(prefix));
-  FUZZ_CHECK(at_char_boundary(text, prefix.size()));
-  FUZZ_CHECK(mr::detail::strip_end(prefix) == prefix);
-  FUZZ_CHECK(mr::detail::char_count(result) <= static_cast<std::size_t>(limit));
-}
+// Whitespace of every width, lead bytes that do and do not begin whitespace
+// (C2, E1, E2, E3), sentence ends, paragraph breaks and what only looks like
+// one, and runs of words; then ill-formed and truncated sequences, which an
+// input takes or leaves as a whole, so that long well-formed texts come up.
+constexpr std::string_view kPieces[] = {"Word",
+                                        " ",
+                                        "  ",
+                                        ". ",
+                                        "! ",
+                                        "?",
+                                        "\n",
+                                        "\n\n",
+                                        "\t",
+                                        "\u2003",
+                                        "é",
+                                        "x.y",
+                                        "end.",
+                                        "漢字",
+                                        "\u00a0",
+                                        "abc ",
+                                        "\x7f",
+                                        "\x1c",
+                                        "a",
+                                        "Why?",
+                                        " ! ",
+                                        "\x01",
+                                        "\u2192",
+                                        "\u1680",
+                                        "\u2028",
+                                        ".\u3000",
+                                        "\u0085",
+                                        "\u201cq\u201d",
+                                        "\r\n",
+                                        "\n \n",
+                                        "\u00c2b",
+                                        "\u1e9e",
+                                        "\u3001",
+                                        "word ",
+                                        "\U0001F600",
+                                        "\u00e9t\u00e9 ",
+                                        "\u00fcber\u65e5 ",
+                                        "\xe3\x80\x80",
+                                        "\xff",
+                                        "\xe2\x80",
+                                        "\xc2",
+                                        "\x80",
+                                        "\xc3"};
+constexpr std::size_t kWellFormedPieces = std::size(kPieces) - 5;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 2) return 0;
-  const auto raw = static_cast<std::int64_t>(data[0] | (data[1] << 8));
-  const std::string_view text(reinterpret_cast<const char*>(data + 2), size - 2);
+  kestrune::fuzz::Bytes in(data, size);
+  const auto raw = static_cast<std::int64_t>(in.next() | (in.next() << 8));
+  const std::uint8_t mode = in.next();
+  const std::span<const std::string_view> pieces(kPieces, mode % 2 == 0 ? kWellFormedPieces : std::size(kPieces));
+  const std::string text = mode % 5 == 0 ? in.rest() : in.text(pieces, 120);
+  const oracle::Chars chars = oracle::chars_of(text);
 
-  const std::int64_t cut_limit = raw % 260 + 1;  // cut takes limits of at least 1
-  check_cut(text, mr::detail::cut(text, static_cast<std::size_t>(cut_limit)), cut_limit, false);
-
+  FUZZ_CHECK(mr::detail::char_count(text) == chars.space.size());
+  FUZZ_CHECK(mr::detail::strip_end(text) == oracle::plain_strip_end(text));
+  const auto cut_limit = static_cast<std::size_t>(raw % 260 + 1);  // cut takes limits of at least 1
+  FUZZ_CHECK(mr::detail::cut(text, cut_limit) == oracle::plain_cut(text, cut_limit));
   const std::int64_t trim_limit = raw % 270 - 5;  // trimmed also sees zero and negatives
-  check_cut(text, mr::detail::trimmed(text, trim_limit), trim_limit, true);
+  const std::string trimmed = mr::detail::trimmed(text, trim_limit);
+  FUZZ_CHECK(trimmed == oracle::plain_trimmed(text, trim_limit));
+  FUZZ_CHECK(mr::first_sentence(text) == oracle::plain_first_sentence(text));
 
-  if (const auto summary = mr::first_sentence(text)) {
-    const std::size_t chars = mr::detail::char_count(*summary);
-    FUZZ_CHECK(chars >= 1 && chars <= mr::SUMMARY_CHARS);
-    FUZZ_CHECK(mr::detail::strip(*summary) == *summary);
-    FUZZ_CHECK(summary->find("  ") == std::string::npos);
+  // Text known to be well-formed is counted without checking.
+  if (kestrune::mcp_responses::detail::first_ill_formed(text) == std::string_view::npos) {
+    FUZZ_CHECK(mr::detail::char_count(text, mr::detail::Utf8::well_formed) == chars.space.size());
+    const mr::detail::Trim plan = mr::detail::plan_trimmed(text, trim_limit, mr::detail::Utf8::well_formed);
+    FUZZ_CHECK(mr::detail::trimmed_text(text, plan) == trimmed);
+    FUZZ_CHECK(plan.chars == mr::detail::kUnknownChars || plan.chars == oracle::chars_of(trimmed).space.size());
   }
   return 0;
 }

@@ -3,8 +3,8 @@
 #   scripts/install-deps.sh [core|all]   (default: all)
 set -euo pipefail
 
-core=(cmake g++ make libgtest-dev rapidjson-dev)
-extra=(libbenchmark-dev nlohmann-json3-dev clang clang-format clang-tidy libclang-rt-14-dev)
+core=(cmake g++ make libgtest-dev rapidjson-dev nlohmann-json3-dev)
+extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc)
 want=("${core[@]}")
 [ "${1:-all}" = all ] && want+=("${extra[@]}")
 

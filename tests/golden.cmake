@@ -1,6 +1,11 @@
-# Runs TOOL on INPUT and compares standard output and exit status with
-# EXPECTED and EXIT_CODE.
-execute_process(COMMAND ${TOOL} ${INPUT} OUTPUT_VARIABLE out RESULT_VARIABLE status)
+# Runs TOOL (with ARGS, and STDIN as its standard input when given) on INPUT
+# and compares standard output and exit status with EXPECTED and EXIT_CODE.
+if(DEFINED STDIN)
+  execute_process(COMMAND ${TOOL} ${ARGS} INPUT_FILE ${STDIN} OUTPUT_VARIABLE out RESULT_VARIABLE status)
+  set(INPUT ${STDIN})
+else()
+  execute_process(COMMAND ${TOOL} ${INPUT} OUTPUT_VARIABLE out RESULT_VARIABLE status)
+endif()
 file(READ ${EXPECTED} want)
 if(NOT out STREQUAL want)
   file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/golden-actual.txt "${out}")

@@ -8,8 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "encoding/encoded_size.hpp"
+#include "internal/chars.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "text/cut.hpp"
+#include "wiki/ask_citations.hpp"
 
 namespace kestrune::mcp_responses::oracle {
 
@@ -26,7 +30,7 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
     return section.is_dict() ? section.as_dict().get(key) : kNull;
   };
   std::vector<std::string> full;
-  for (const ResponseValue& section : o.sections) {
+  for (const ResponseValue& section : *o.sections) {
     const ResponseValue& e = get(section, "excerpt");
     full.push_back(is_empty(e) ? std::string() : trimmed(e.is_string() ? e.as_string() : tool_result_text(e), 1200));
   }
@@ -36,7 +40,7 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
   const auto assemble = [&](const std::vector<std::string>& excerpts) {
     ResponseList rows;
     for (std::size_t k = 0; k < excerpts.size(); ++k) {
-      const ResponseValue& s = o.sections[k];
+      const ResponseValue& s = (*o.sections)[k];
       rows.emplace_back(ResponseDict{{"page_id", get(s, "page_id")},
                                      {"title", get(s, "title")},
                                      {"heading", get(s, "heading")},
@@ -44,11 +48,11 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
                                      {"stale", !is_empty(get(s, "stale"))},
                                      {"excerpt", excerpts[k]}});
     }
-    ResponseDict r{{"mode", o.mode},
-                   {"query", o.query},
-                   {"answer", o.answer},
+    ResponseDict r{{"mode", *o.mode},
+                   {"query", *o.query},
+                   {"answer", *o.answer},
                    {"sections", std::move(rows)},
-                   {"citations", detail::ask_citations(std::span(o.sections).first(excerpts.size()), extra)}};
+                   {"citations", detail::ask_citations(std::span(*o.sections).first(excerpts.size()), extra)}};
     for (const auto& [key, value] : optional) {
       if (!value.is_null()) r.insert_or_assign(key, value);
     }
@@ -59,7 +63,7 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
     return static_cast<std::int64_t>(encoded_size(assemble(excerpts)));
   };
   const std::int64_t limit = std::clamp(*o.token_budget, -(std::int64_t{1} << 60), std::int64_t{1} << 60) * 4;
-  std::size_t count = o.sections.size();
+  std::size_t count = o.sections->size();
   while (count > 0 && size(std::vector<std::string>(count)) + static_cast<std::int64_t>(count) * 200 > limit) --count;
   std::vector<std::string> excerpts(count);
   for (std::size_t i = 0; i < count; ++i) {

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "encoding/encoded_size.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 

@@ -1,5 +1,7 @@
 #include "args.hpp"
 
+#include <type_traits>
+
 namespace kestrune::tool {
 
 using mcp_responses::Kind;
@@ -11,10 +13,23 @@ namespace {
 
 std::string arg(std::string_view name) { return "argument \"" + std::string(name) + "\""; }
 
+// The value of `v`, which must be of `kind`, moved out.
 template <class T>
-T expect(std::string_view name, const ResponseValue& v, Kind kind, std::string_view expected) {
+T expect(std::string_view name, ResponseValue& v, Kind kind, std::string_view expected) {
   if (v.kind() != kind) throw wrong_kind(arg(name), expected, v);
-  return std::get<T>(v.storage());
+  if constexpr (std::is_same_v<T, bool>) {
+    return v.as_bool();
+  } else if constexpr (std::is_same_v<T, std::int64_t>) {
+    return v.as_integer();
+  } else if constexpr (std::is_same_v<T, double>) {
+    return v.as_double();
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return std::string(v.as_string());
+  } else if constexpr (std::is_same_v<T, ResponseList>) {
+    return std::move(v.as_list());
+  } else {
+    return std::move(v.as_dict());
+  }
 }
 
 }  // namespace
@@ -27,7 +42,7 @@ std::string_view kind_name(const ResponseValue& v) {
       return "a boolean";
     case Kind::integer:
       return "an integer";
-    case Kind::number:
+    case Kind::double_:
       return "a floating-point number";
     case Kind::string:
       return "a string";
@@ -43,83 +58,83 @@ RequestError wrong_kind(std::string_view what, std::string_view expected, const 
   return RequestError(std::string(what) + " must be " + std::string(expected) + ", not " + std::string(kind_name(v)));
 }
 
-const ResponseValue* Args::lookup(std::string_view name, bool required) const {
+ResponseValue* Args::lookup(std::string_view name, bool required) {
   read_.emplace(name);
-  const ResponseValue* v = args_.find(name);
+  ResponseValue* v = args_.find(name);
   if (v == nullptr && required) throw RequestError("missing required " + arg(name));
   return v;
 }
 
-ResponseValue Args::value(std::string_view name, bool required) const {
-  const ResponseValue* v = lookup(name, required);
-  return v != nullptr ? *v : ResponseValue();
+ResponseValue Args::value(std::string_view name, bool required) {
+  ResponseValue* v = lookup(name, required);
+  return v != nullptr ? std::move(*v) : ResponseValue();
 }
 
-std::string Args::string(std::string_view name) const {
+std::string Args::string(std::string_view name) {
   return expect<std::string>(name, *lookup(name, true), Kind::string, "a string");
 }
 
-std::optional<std::string> Args::nullable_string(std::string_view name) const {
-  const ResponseValue* v = lookup(name, false);
+std::optional<std::string> Args::nullable_string(std::string_view name) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr || v->is_null()) return std::nullopt;
   return expect<std::string>(name, *v, Kind::string, "a string or null");
 }
 
-std::string Args::string_or(std::string_view name, std::string_view fallback) const {
-  const ResponseValue* v = lookup(name, false);
+std::string Args::string_or(std::string_view name, std::string_view fallback) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr) return std::string(fallback);
   return expect<std::string>(name, *v, Kind::string, "a string");
 }
 
-std::int64_t Args::integer(std::string_view name) const {
+std::int64_t Args::integer(std::string_view name) {
   return expect<std::int64_t>(name, *lookup(name, true), Kind::integer, "an integer");
 }
 
-std::int64_t Args::integer_or(std::string_view name, std::int64_t fallback) const {
-  const ResponseValue* v = lookup(name, false);
+std::int64_t Args::integer_or(std::string_view name, std::int64_t fallback) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr) return fallback;
   return expect<std::int64_t>(name, *v, Kind::integer, "an integer");
 }
 
-std::optional<std::int64_t> Args::nullable_integer(std::string_view name) const {
-  const ResponseValue* v = lookup(name, false);
+std::optional<std::int64_t> Args::nullable_integer(std::string_view name) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr || v->is_null()) return std::nullopt;
   return expect<std::int64_t>(name, *v, Kind::integer, "an integer or null");
 }
 
-double Args::number_or(std::string_view name, double fallback) const {
-  const ResponseValue* v = lookup(name, false);
+double Args::number_or(std::string_view name, double fallback) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr) return fallback;
   if (v->is_integer()) return static_cast<double>(v->as_integer());
-  return expect<double>(name, *v, Kind::number, "a number");
+  return expect<double>(name, *v, Kind::double_, "a number");
 }
 
-bool Args::boolean(std::string_view name) const {
+bool Args::boolean(std::string_view name) {
   return expect<bool>(name, *lookup(name, true), Kind::boolean, "a boolean");
 }
 
-bool Args::boolean_or(std::string_view name, bool fallback) const {
-  const ResponseValue* v = lookup(name, false);
+bool Args::boolean_or(std::string_view name, bool fallback) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr) return fallback;
   return expect<bool>(name, *v, Kind::boolean, "a boolean");
 }
 
-ResponseList Args::list(std::string_view name) const {
+ResponseList Args::list(std::string_view name) {
   return expect<ResponseList>(name, *lookup(name, true), Kind::list, "a list");
 }
 
-std::optional<ResponseList> Args::nullable_list(std::string_view name) const {
-  const ResponseValue* v = lookup(name, false);
+std::optional<ResponseList> Args::nullable_list(std::string_view name) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr || v->is_null()) return std::nullopt;
   return expect<ResponseList>(name, *v, Kind::list, "a list or null");
 }
 
-ResponseDict Args::dict(std::string_view name) const {
+ResponseDict Args::dict(std::string_view name) {
   return expect<ResponseDict>(name, *lookup(name, true), Kind::dict, "an object");
 }
 
-std::optional<ResponseDict> Args::nullable_dict(std::string_view name) const {
-  const ResponseValue* v = lookup(name, false);
+std::optional<ResponseDict> Args::nullable_dict(std::string_view name) {
+  ResponseValue* v = lookup(name, false);
   if (v == nullptr || v->is_null()) return std::nullopt;
   return expect<ResponseDict>(name, *v, Kind::dict, "an object or null");
 }

@@ -15,15 +15,16 @@ namespace kestrune::tool {
 /// is tool_result_text of what `run` returns.
 struct Call {
   std::string_view name;
-  mcp_responses::ResponseValue (*run)(const Args& args);
+  mcp_responses::ResponseValue (*run)(Args& args);
 };
 
 [[nodiscard]] std::span<const Call> encoding_calls();  // encoding, text shaping, code lines
 [[nodiscard]] std::span<const Call> index_calls();     // code-index builders
 [[nodiscard]] std::span<const Call> wiki_calls();      // wiki builders
+[[nodiscard]] std::span<const Call> mcp_calls();       // MCP messages
 
 /// call_tables: every table, in the order --help lists them.
-[[nodiscard]] std::array<std::span<const Call>, 3> call_tables();
+[[nodiscard]] std::array<std::span<const Call>, 4> call_tables();
 
 /// find_call: the call named `name`, or nullptr.
 [[nodiscard]] const Call* find_call(std::string_view name);

@@ -4,7 +4,11 @@
 #include <vector>
 
 #include "calls.hpp"
+#include "encoding/encoded_size.hpp"
+#include "kestrune/mcp_responses/code_lines.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "kestrune/mcp_responses/text.hpp"
+#include "text/cut.hpp"
 
 namespace kestrune::tool {
 
@@ -13,26 +17,30 @@ namespace mr = mcp_responses;
 namespace {
 
 // The answer line is the MCP text of the result, which is this call's own output.
-mr::ResponseValue tool_result_text(const Args& a) { return a.value("result"); }
+mr::ResponseValue tool_result_text(Args& a) { return a.value("result"); }
 
-mr::ResponseValue encoded_size(const Args& a) { return mr::detail::encoded_size(a.value("result")); }
+mr::ResponseValue encoded_size(Args& a) { return mr::detail::encoded_size(a.value("result")); }
 
-mr::ResponseValue first_sentence(const Args& a) { return mr::first_sentence(a.nullable_string("docstring")); }
+mr::ResponseValue first_sentence(Args& a) { return mr::first_sentence(a.nullable_string("docstring")); }
 
-mr::ResponseValue cut(const Args& a) {
+mr::ResponseValue cut(Args& a) {
   const std::int64_t chars = a.integer("chars");
   if (chars < 1) throw RequestError("argument \"chars\" of cut must be at least 1");
   return mr::detail::cut(a.string("text"), static_cast<std::size_t>(chars));
 }
 
-mr::ResponseValue trimmed(const Args& a) { return mr::detail::trimmed(a.string("text"), a.integer("chars")); }
+mr::ResponseValue trimmed(Args& a) {
+  // Read last to first, as the other calls of several arguments.
+  const std::int64_t chars = a.integer("chars");
+  return mr::detail::trimmed(a.string("text"), chars);
+}
 
-mr::ResponseValue without_nulls(const Args& a) { return mr::without_nulls(a.dict("row")); }
+mr::ResponseValue without_nulls(Args& a) { return mr::without_nulls(a.dict("row")); }
 
 // `places` is a list of [path, line] pairs. The answer lists [path, line,
 // text] for each line found: paths in order of first appearance, lines
 // ascending. Files that cannot be read are logged on standard error.
-mr::ResponseValue code_lines(const Args& a) {
+mr::ResponseValue code_lines(Args& a) {
   const std::optional<std::string> root = a.nullable_string("root");
   const mr::ResponseList given = a.list("places");
   std::vector<mr::Place> places;

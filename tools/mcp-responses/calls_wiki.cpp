@@ -1,6 +1,7 @@
 // Calls of the wiki builders.
 #include "calls.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "wiki/ask_citations.hpp"
 
 namespace kestrune::tool {
 
@@ -9,14 +10,14 @@ namespace mr = mcp_responses;
 namespace {
 
 // A parameter that must be given but may be null.
-std::optional<std::string> required_nullable_string(const Args& a, std::string_view name) {
+std::optional<std::string> required_nullable_string(Args& a, std::string_view name) {
   const mr::ResponseValue v = a.value(name);
   if (v.is_null()) return std::nullopt;
   if (!v.is_string()) throw wrong_kind("argument \"" + std::string(name) + "\"", "a string or null", v);
-  return v.as_string();
+  return std::string(v.as_string());
 }
 
-mr::ResponseValue build_wiki_status_response(const Args& a) {
+mr::ResponseValue build_wiki_status_response(Args& a) {
   return mr::build_wiki_status_response({.built = a.boolean("built"),
                                          .branch = a.string("branch"),
                                          .pages = a.integer_or("pages", 0),
@@ -30,12 +31,15 @@ mr::ResponseValue build_wiki_status_response(const Args& a) {
                                          .configured = a.boolean_or("configured", false)});
 }
 
-mr::ResponseValue build_wiki_list_response(const Args& a) {
-  return mr::build_wiki_list_response(a.list("pages"), a.integer("total"), a.integer_or("offset", 0),
-                                      a.boolean_or("truncated", false));
+mr::ResponseValue build_wiki_list_response(Args& a) {
+  // Read last to first, as the other calls of several arguments.
+  const bool truncated = a.boolean_or("truncated", false);
+  const std::int64_t offset = a.integer_or("offset", 0);
+  const std::int64_t total = a.integer("total");
+  return mr::build_wiki_list_response(a.list("pages"), total, offset, truncated);
 }
 
-mr::ResponseValue build_wiki_read_response(const Args& a) {
+mr::ResponseValue build_wiki_read_response(Args& a) {
   return mr::build_wiki_read_response({.page_id = a.string("page_id"),
                                        .title = a.string("title"),
                                        .content = a.string("content"),
@@ -44,12 +48,12 @@ mr::ResponseValue build_wiki_read_response(const Args& a) {
                                        .related_pages = a.nullable_list("related_pages")});
 }
 
-mr::ResponseValue ask_citations(const Args& a) {
+mr::ResponseValue ask_citations(Args& a) {
   const mr::ResponseList sections = a.list("sections");
   return mr::detail::ask_citations(sections, a.list("extra"));
 }
 
-mr::ResponseValue build_wiki_ask_response(const Args& a) {
+mr::ResponseValue build_wiki_ask_response(Args& a) {
   return mr::build_wiki_ask_response({.mode = a.string("mode"),
                                       .query = a.string("query"),
                                       .answer = required_nullable_string(a, "answer"),

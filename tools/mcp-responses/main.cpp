@@ -18,24 +18,35 @@ request to standard output; blank lines are skipped.
 A request:   {"call": NAME, "args": {PARAM: VALUE, ...}}
 
   NAME    a builder or helper of the response layer, e.g. tool_result_text,
-          encoded_size, build_paginated_response, get_empty_response, cut,
-          trimmed, build_wiki_ask_response (private helpers lose their
-          leading underscore).
+          build_paginated_response, get_empty_response or
+          build_wiki_ask_response; also the library's detail helpers, by
+          their names: encoded_size, cut, trimmed and ask_citations.
   PARAM   the function's argument names; an optional argument left out takes
           its default. Storage records (symbol, reference, component) are
           objects keyed by attribute name; a missing attribute is null.
 
 The answer is the compact MCP text of what the call returns (a string as a
 JSON string, an integer as its digits, null as null); for tool_result_text
-it is the text itself. Input JSON keeps key order and the integer/double
+it is the text itself, and the MCP lines (tool_call_line, jsonrpc_result_line,
+jsonrpc_error_line) are JSON strings holding the line, "\n" included. The
+options of call_tool_result and tool_call_line are arguments of their own:
+structured and is_error. Input JSON keeps key order and the integer/double
 distinction (3 is an integer, 3.0 a double) and reads NaN, Infinity and
--Infinity. An integer argument given a double is an error; a double argument
-given an integer takes its value.
+-Infinity, the words the encoder writes (not Inf or -NaN). A number is read
+to the nearest double; one beyond the largest double (1e400, and also
+1.7976931348623159e308) is refused like an integer beyond 64 bits, since it
+would silently become Infinity, and one below the smallest reads as zero.
+An integer argument given a double is an error; a double argument given an
+integer takes its value.
 
 A request that is not JSON (including ill-formed UTF-8 and lone surrogate
 escapes), is nested deeper than 256 levels, is longer than 16 MiB, names an
 unknown call or argument, lacks a required argument or has one of the wrong
-kind is answered {"error":"..."}, and the next line is served.
+kind is answered {"error":"..."}, and the next line is served. So is one
+whose values would take more than 9 times its size in memory (64 MiB at
+least): with the request and its answer, no request needs much more than ten
+times its size. Only pathological shapes reach that, such as millions of
+one-element lists.
 
 Exit status: 0 when every request succeeded, 1 when any failed, 2 when an
 input cannot be read.

@@ -1,6 +1,7 @@
 #include "records.hpp"
 
 #include <string>
+#include <type_traits>
 
 namespace kestrune::tool {
 
@@ -13,7 +14,7 @@ namespace {
 // One attribute of a record object, checked for its kind; null when absent.
 class Record {
  public:
-  Record(const Args& args, std::string_view name) : name_(name), fields_(args.dict(name)) {}
+  Record(Args& args, std::string_view name) : name_(name), fields_(args.dict(name)) {}
 
   template <class T>
   std::optional<T> get(std::string_view attribute, Kind kind, std::string_view expected) const {
@@ -23,7 +24,15 @@ class Record {
       throw wrong_kind("attribute \"" + std::string(attribute) + "\" of argument \"" + std::string(name_) + "\"",
                        expected, v);
     }
-    return std::get<T>(v.storage());
+    if constexpr (std::is_same_v<T, bool>) {
+      return v.as_bool();
+    } else if constexpr (std::is_same_v<T, std::int64_t>) {
+      return v.as_integer();
+    } else if constexpr (std::is_same_v<T, std::string>) {
+      return std::string(v.as_string());
+    } else {
+      return v.as_dict();
+    }
   }
   std::optional<std::string> text(std::string_view attribute) const {
     return get<std::string>(attribute, Kind::string, "a string or null");
@@ -45,7 +54,7 @@ class Record {
 
 }  // namespace
 
-mcp_responses::Symbol symbol_arg(const Args& args, std::string_view name) {
+mcp_responses::Symbol symbol_arg(Args& args, std::string_view name) {
   const Record r(args, name);
   auto fqn = r.text("fqn");
   if (!fqn) throw RequestError("argument \"" + std::string(name) + "\" needs its attribute \"fqn\", a string");
@@ -60,7 +69,7 @@ mcp_responses::Symbol symbol_arg(const Args& args, std::string_view name) {
           .docstring_truncated = r.boolean("docstring_truncated")};
 }
 
-mcp_responses::Reference reference_arg(const Args& args, std::string_view name) {
+mcp_responses::Reference reference_arg(Args& args, std::string_view name) {
   const Record r(args, name);
   return {.file_path = r.text("file_path"),
           .line = r.integer("line"),
@@ -68,7 +77,7 @@ mcp_responses::Reference reference_arg(const Args& args, std::string_view name) 
           .usage_type = r.text("usage_type")};
 }
 
-mcp_responses::ComponentInfo component_arg(const Args& args, std::string_view name) {
+mcp_responses::ComponentInfo component_arg(Args& args, std::string_view name) {
   const Record r(args, name);
   return {.name = r.text("name"),
           .layer = r.text("layer"),

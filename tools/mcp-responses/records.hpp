@@ -9,8 +9,8 @@
 
 namespace kestrune::tool {
 
-[[nodiscard]] mcp_responses::Symbol symbol_arg(const Args& args, std::string_view name);
-[[nodiscard]] mcp_responses::Reference reference_arg(const Args& args, std::string_view name);
-[[nodiscard]] mcp_responses::ComponentInfo component_arg(const Args& args, std::string_view name);
+[[nodiscard]] mcp_responses::Symbol symbol_arg(Args& args, std::string_view name);
+[[nodiscard]] mcp_responses::Reference reference_arg(Args& args, std::string_view name);
+[[nodiscard]] mcp_responses::ComponentInfo component_arg(Args& args, std::string_view name);
 
 }  // namespace kestrune::tool

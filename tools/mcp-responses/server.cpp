@@ -12,7 +12,9 @@ namespace kestrune::tool {
 
 namespace mr = mcp_responses;
 
-std::array<std::span<const Call>, 3> call_tables() { return {encoding_calls(), index_calls(), wiki_calls()}; }
+std::array<std::span<const Call>, 4> call_tables() {
+  return {encoding_calls(), index_calls(), wiki_calls(), mcp_calls()};
+}
 
 const Call* find_call(std::string_view name) {
   for (const auto table : call_tables()) {
@@ -28,8 +30,10 @@ Answer error_answer(std::string_view message) {
   return {mr::tool_result_text(mr::ResponseDict{{"error", message}}), false};
 }
 
-mr::ResponseValue run_request(std::string_view line) {
-  mr::ResponseValue request = parse_json(line);
+// A line's buffer is kept for the next line unless it is large.
+constexpr std::size_t kKeptLineBytes = std::size_t{1} << 20;
+
+mr::ResponseValue run_request(mr::ResponseValue request) {
   if (!request.is_dict()) throw RequestError("a request must be a JSON object, not " + std::string(kind_name(request)));
   mr::ResponseDict& fields = request.as_dict();
   for (const auto& [key, value] : fields) {
@@ -38,14 +42,14 @@ mr::ResponseValue run_request(std::string_view line) {
   const mr::ResponseValue* name = fields.find("call");
   if (name == nullptr || !name->is_string()) throw RequestError("a request needs \"call\", a string");
   const Call* call = find_call(name->as_string());
-  if (call == nullptr) throw RequestError("unknown call \"" + name->as_string() + "\"");
+  if (call == nullptr) throw RequestError("unknown call \"" + std::string(name->as_string()) + "\"");
 
   mr::ResponseDict args;
   if (mr::ResponseValue* given = fields.find("args")) {
     if (!given->is_dict()) throw wrong_kind("\"args\"", "an object", *given);
     args = std::move(given->as_dict());
   }
-  const Args reader(std::move(args));
+  Args reader(std::move(args));
   mr::ResponseValue result = call->run(reader);
   reader.check_all_read(call->name);
   return result;
@@ -65,26 +69,37 @@ bool read_line(std::istream& in, std::string& line, bool& too_long) {
       return any;
     }
     any = true;
-    if (c == '\n') return true;
+    if (c == '\n') break;
     if (line.size() < kMaxLineBytes) {
       line.push_back(static_cast<char>(c));
     } else {
       too_long = true;
     }
   }
+  // Growth may have left the buffer twice the line's size, for as long as
+  // the line's tree is being built.
+  if (line.capacity() - line.size() > kKeptLineBytes) line.shrink_to_fit();
+  return true;
 }
 
 bool blank(std::string_view line) { return line.find_first_not_of(" \t\r") == std::string_view::npos; }
 
-}  // namespace
-
-Answer answer_request(std::string_view line) {
+// The answer to `line`. `buffer`, when given, holds the line and is released
+// once the line is read, so that a large request is not held twice over
+// while its call runs.
+Answer answer(std::string_view line, std::string* buffer) {
   try {
-    return {mr::tool_result_text(run_request(line)), true};
+    mr::ResponseValue request = parse_json(line);
+    if (buffer != nullptr && buffer->capacity() > kKeptLineBytes) std::string().swap(*buffer);
+    return {mr::tool_result_text(run_request(std::move(request))), true};
   } catch (const std::exception& e) {
     return error_answer(e.what());
   }
 }
+
+}  // namespace
+
+Answer answer_request(std::string_view line) { return answer(line, nullptr); }
 
 bool serve(std::istream& in, std::ostream& out) {
   bool all_ok = true;
@@ -97,9 +112,9 @@ bool serve(std::istream& in, std::ostream& out) {
       continue;
     }
     if (blank(line)) continue;
-    const Answer answer = answer_request(line);
-    all_ok = all_ok && answer.ok;
-    out << answer.text << '\n';
+    const Answer reply = answer(line, &line);
+    all_ok = all_ok && reply.ok;
+    out << reply.text << '\n';
   }
   out.flush();
   return all_ok;

@@ -31,10 +31,17 @@ struct PaginatedOptions {
 
 /// build_paginated_response: `items` (moved in, not copied) under the items
 /// key, then `total_count`, `truncated`, `has_more` (both true exactly when
-/// offset + rows < total_count) and `offset`; passed through
-/// kestrune::utils::add_pagination_hint, whose result is returned.
+/// offset + rows < total_count) and `offset`, passed through
+/// add_pagination_hint.
 [[nodiscard]] ResponseDict build_paginated_response(ResponseList items, std::int64_t total_count, std::int64_t offset,
                                                     PaginatedOptions options = {});
+
+/// add_pagination_hint: `response` with the key `hint` appended when its
+/// `truncated` is true, telling the model how to get the next page:
+///   "Showing C of T results. Call again with offset=N for more."
+/// where C is `count` (the rows in the page), T the response's `total_count`
+/// and N its `offset` plus C. Any other response is returned unchanged.
+[[nodiscard]] ResponseDict add_pagination_hint(ResponseDict response, std::int64_t count);
 
 /// build_empty_paginated_response: the paginated shape with a new empty list,
 /// total 0, no more pages, offset 0, and no pagination hint.
@@ -42,25 +49,37 @@ struct PaginatedOptions {
 
 // ---- Index status and not-initialized responses --------------------------
 
-/// build_index_status_response: the IndexStatusResponse. Its first eight keys
-/// are always present (null included); `phase` and `phase_detail` follow only
-/// when they are non-empty. Values are not checked.
-[[nodiscard]] ResponseDict build_index_status_response(std::string_view status, std::string_view health,
-                                                       std::optional<std::string_view> branch, std::int64_t progress,
-                                                       std::int64_t files_indexed = 0, std::int64_t symbols_indexed = 0,
-                                                       std::optional<std::string_view> last_updated = std::nullopt,
-                                                       std::int64_t errors_count = 0,
-                                                       std::optional<std::string_view> phase = std::nullopt,
-                                                       std::optional<std::string_view> phase_detail = std::nullopt);
+/// Arguments of build_index_status_response: the first four must be set
+/// (`branch` may be null), the rest default as shown.
+struct IndexStatusOptions {
+  Required<std::string_view> status;                 ///< "ready", "indexing", "error", "stopped", ...
+  Required<std::string_view> health;                 ///< "healthy", "degraded", "unhealthy", "unknown"
+  Required<std::optional<std::string_view>> branch;  ///< the current git branch, or null
+  Required<std::int64_t> progress;                   ///< 0 to 100
+  std::int64_t files_indexed = 0;
+  std::int64_t symbols_indexed = 0;
+  std::optional<std::string_view> last_updated{};  ///< a timestamp, as the caller writes it
+  std::int64_t errors_count = 0;
+  std::optional<std::string_view> phase{};         ///< e.g. "resolving references"
+  std::optional<std::string_view> phase_detail{};  ///< e.g. "1234/5000"
+};
 
-namespace detail {
-/// The table behind EMPTY_TOOL_RESPONSES, built on first use (thread-safe).
+/// build_index_status_response: the IndexStatusResponse: `status`, `health`,
+/// `branch`, `progress`, `files_indexed`, `symbols_indexed`, `last_updated`
+/// and `errors_count`, always (null included), then `phase` and
+/// `phase_detail`, each only when non-empty. Values are not checked.
+///
+///   build_index_status_response({.status = "ready", .health = "healthy", .branch = "main", .progress = 100});
+[[nodiscard]] ResponseDict build_index_status_response(const IndexStatusOptions& options);
+
+/// empty_tool_responses: tool name -> the tool's response for a repository
+/// that is not initialized, 14 entries in a fixed order, built on first use
+/// (thread-safe) and never changed.
 [[nodiscard]] const ResponseDict& empty_tool_responses() noexcept;
-}  // namespace detail
 
-/// EMPTY_TOOL_RESPONSES: tool name -> the tool's response for a repository
-/// that is not initialized, 14 entries in a fixed order. Read-only.
-inline const ResponseDict& EMPTY_TOOL_RESPONSES = detail::empty_tool_responses();
+/// EMPTY_TOOL_RESPONSES: the same table. Read it through
+/// empty_tool_responses() from code that runs before main().
+inline const ResponseDict& EMPTY_TOOL_RESPONSES = empty_tool_responses();
 
 /// get_empty_response: a copy of the table's entry for `tool_name` (exact,
 /// case-sensitive), or {"error": "Repository not initialized"} for a name not

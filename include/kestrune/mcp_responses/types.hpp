@@ -8,9 +8,11 @@
 //   row.insert_or_assign("kind", "function");  // appended last
 //   row.insert_or_assign("line", 13);          // keeps its place
 //
-// Strings never change in place: a string value and a map's keys keep the
-// size that encoding adds to them from when they were made, so measuring a
-// response reads no text. Replace a value to change it.
+// A value takes 16 bytes: scalars and strings of up to 14 bytes are held in
+// place, longer strings, lists and maps on the heap (an empty list or map
+// allocates nothing). Strings never change in place; replace a value to
+// change it. Each string and key keeps the bytes that encoding adds to it
+// from when it was made, so measuring a response reads no text.
 //
 // The storage records (Symbol, Reference, ComponentInfo) are plain aggregates
 // whose unknown attributes are empty optionals.
@@ -18,8 +20,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -35,45 +39,40 @@ class ResponseValue;
 class ResponseDict;
 
 namespace detail {
-/// string_overhead: the bytes that the compact text adds to a string's own:
-/// its two quotes and the extra bytes of its escapes; npos when `text` is not
-/// well-formed UTF-8. Values and maps keep it for their strings and keys, so
-/// that measuring or writing a response does not scan its text again.
-[[nodiscard]] std::size_t string_overhead(std::string_view text) noexcept;
-/// PlainKey: a key written in the source that needs no escape, checked when
-/// compiling: its encoded size is its length and two quotes.
-struct PlainKey {
-  template <std::size_t N>
-  consteval PlainKey(const char (&key)[N]) : text(key, N - 1) {  // NOLINT(google-explicit-constructor)
-    for (const char c : text) {
-      if (c < 0x20 || c == '"' || c == '\\' || c == '\x7f' || static_cast<unsigned char>(c) >= 0x80) {
-        throw "a plain key is printable ASCII without quotes or backslashes";
-      }
-    }
-  }
-  std::string_view text;
-};
-/// append_plain: dict.append(key, value) for a key that needs no measuring;
-/// the value is made in its place from `value` (anything a ResponseValue is
-/// made from).
-template <class T>
-ResponseValue& append_plain(ResponseDict& dict, PlainKey key, T&& value);
-/// stored_overhead: string_overhead of a string value, kept since it was
-/// made (0 for other kinds).
-[[nodiscard]] std::size_t stored_overhead(const ResponseValue& value) noexcept;
-/// stored_keys_overhead: the sum of string_overhead over a map's keys, or
-/// npos when one of them is not well-formed UTF-8.
-[[nodiscard]] std::size_t stored_keys_overhead(const ResponseDict& dict) noexcept;
-/// measured_string: the string value `text`, whose string_overhead the
-/// caller already knows to be `overhead`, without scanning it again.
-[[nodiscard]] ResponseValue measured_string(std::string&& text, std::size_t overhead) noexcept;
+struct ValueAccess;  // the library's own access to what values keep
 }  // namespace detail
 
 /// A list of values; lists are plain vectors.
 using ResponseList = std::vector<ResponseValue>;
 
-/// The kind of a ResponseValue, in the order of the variant's alternatives.
-enum class Kind : std::uint8_t { null, boolean, integer, number, string, list, dict };
+/// The kind of a ResponseValue. `double_` is a floating-point number (a
+/// double); `integer` a 64-bit signed integer.
+enum class Kind : std::uint8_t { null, boolean, integer, double_, string, list, dict };
+
+/// Required<T>: a member of an options struct that the caller must set. A
+/// designated initializer that leaves it out does not compile, since a
+/// Required has no default:
+///
+///   build_wiki_status_response({.built = true, .branch = "main"});  // ok
+///   build_wiki_status_response({.built = true});  // error: branch not set
+///
+/// It converts from anything its T is made from; * and -> reach the value.
+template <class T>
+class Required {
+ public:
+  template <class U, std::enable_if_t<
+                         !std::is_same_v<std::remove_cvref_t<U>, Required> && std::is_constructible_v<T, U&&>, int> = 0>
+  Required(U&& value) : value_(std::forward<U>(value)) {}  // NOLINT(google-explicit-constructor)
+
+  [[nodiscard]] T& operator*() & noexcept { return value_; }
+  [[nodiscard]] const T& operator*() const& noexcept { return value_; }
+  [[nodiscard]] T&& operator*() && noexcept { return std::move(value_); }
+  [[nodiscard]] T* operator->() noexcept { return &value_; }
+  [[nodiscard]] const T* operator->() const noexcept { return &value_; }
+
+ private:
+  T value_;
+};
 
 /// ResponseDict: a map from string keys to values that keeps the order in
 /// which keys were first inserted. Replacing a value keeps the key's place;
@@ -135,11 +134,9 @@ class ResponseDict {
   std::size_t erase_if(Pred pred);
 
   friend bool operator==(const ResponseDict& a, const ResponseDict& b);
-  friend std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept;
 
  private:
-  template <class T>
-  friend ResponseValue& detail::append_plain(ResponseDict& dict, detail::PlainKey key, T&& value);
+  friend struct detail::ValueAccess;
 
   // push: appends an entry and counts its key.
   ResponseValue& push(std::string&& key, ResponseValue&& value);
@@ -148,7 +145,7 @@ class ResponseDict {
   void recount_keys() noexcept;
 
   std::vector<value_type> entries_;
-  std::size_t keys_overhead_ = 0;  // string_overhead summed over the keys, or npos
+  std::size_t keys_overhead_ = 0;  // what encoding adds to the keys, summed; npos when one is ill-formed
 };
 
 namespace detail {
@@ -162,96 +159,183 @@ inline constexpr bool is_integer_v =
 /// from the C++ type: string literals, std::string and std::string_view are
 /// strings; integral types are integers; floating-point types are doubles;
 /// bool is a boolean; nullptr and std::nullopt are null; an optional is its
-/// value or null.
+/// value or null. Typed access (as_bool, as_string, ...) throws
+/// std::bad_variant_access on the wrong kind.
 class ResponseValue {
  public:
-  using Storage = std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, ResponseList, ResponseDict>;
-
-  ResponseValue() noexcept : v_(nullptr) {}
-  ResponseValue(std::nullptr_t) noexcept : v_(nullptr) {}
-  ResponseValue(std::nullopt_t) noexcept : v_(nullptr) {}
+  ResponseValue() noexcept { tag_ = static_cast<std::uint8_t>(Kind::null); }
+  ResponseValue(std::nullptr_t) noexcept : ResponseValue() {}
+  ResponseValue(std::nullopt_t) noexcept : ResponseValue() {}
 
   // Only a real bool is a boolean: pointers and other types never convert.
   template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
-  ResponseValue(T b) noexcept : v_(std::in_place_type<bool>, b) {}
+  ResponseValue(T b) noexcept {
+    set_scalar(Kind::boolean, b);
+  }
 
   /// Integers: an unsigned value above INT64_MAX throws std::overflow_error
   /// rather than wrapping around to a negative number.
   template <class T, std::enable_if_t<detail::is_integer_v<T>, int> = 0>
-  ResponseValue(T i) : v_(std::in_place_type<std::int64_t>, checked_integer(i)) {}
+  ResponseValue(T i) {
+    set_scalar(Kind::integer, checked_integer(i));
+  }
 
   template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
-  ResponseValue(T d) noexcept : v_(std::in_place_type<double>, static_cast<double>(d)) {}
+  ResponseValue(T d) noexcept {
+    set_scalar(Kind::double_, static_cast<double>(d));
+  }
 
-  // A copied string is measured in its source: reading the copy right after
-  // writing it would stall on loads that span the copy's stores.
   ResponseValue(const char* s) : ResponseValue(std::string_view(s)) {}
-  ResponseValue(std::string_view s) : v_(std::in_place_type<std::string>, s), overhead_(detail::string_overhead(s)) {}
+  ResponseValue(std::string_view s);
   ResponseValue(const std::string& s) : ResponseValue(std::string_view(s)) {}
-  ResponseValue(std::string&& s) noexcept : v_(std::in_place_type<std::string>, std::move(s)) { measure(); }
-  ResponseValue(ResponseList l) noexcept : v_(std::in_place_type<ResponseList>, std::move(l)) {}
-  ResponseValue(ResponseDict d) noexcept : v_(std::in_place_type<ResponseDict>, std::move(d)) {}
+  ResponseValue(std::string&& s) : ResponseValue(std::string_view(s)) {}
+  /// Lists and maps are moved in; their elements are not copied.
+  ResponseValue(ResponseList l);
+  ResponseValue(ResponseDict d);
 
   template <class T>
   ResponseValue(const std::optional<T>& o) : ResponseValue(o ? ResponseValue(*o) : ResponseValue()) {}
   template <class T>
   ResponseValue(std::optional<T>&& o) : ResponseValue(o ? ResponseValue(std::move(*o)) : ResponseValue()) {}
 
-  ResponseValue(const ResponseValue&) = default;
-  ResponseValue& operator=(const ResponseValue&) = default;
-  ResponseValue(ResponseValue&& other) noexcept : v_(std::move(other.v_)), overhead_(other.overhead_) {
-    other.moved_from();
+  ResponseValue(const ResponseValue& other) {
+    if (other.owns_heap()) {
+      copy_heap(other);
+    } else {
+      copy_bits(other);
+    }
   }
-  ResponseValue& operator=(ResponseValue&& other) noexcept {
-    v_ = std::move(other.v_);
-    overhead_ = other.overhead_;
-    other.moved_from();
+  ResponseValue(ResponseValue&& other) noexcept {
+    copy_bits(other);
+    other.leave_empty();
+  }
+  ResponseValue& operator=(const ResponseValue& other) {
+    if (this != &other) *this = ResponseValue(other);
     return *this;
   }
-  ~ResponseValue() = default;
+  ResponseValue& operator=(ResponseValue&& other) noexcept {
+    if (this != &other) {
+      if (owns_heap()) release_heap();
+      copy_bits(other);
+      other.leave_empty();
+    }
+    return *this;
+  }
+  ~ResponseValue() {
+    if (owns_heap()) release_heap();
+  }
 
-  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(v_.index()); }
+  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(tag_ & kKindMask); }
   [[nodiscard]] bool is_null() const noexcept { return kind() == Kind::null; }
   [[nodiscard]] bool is_bool() const noexcept { return kind() == Kind::boolean; }
   [[nodiscard]] bool is_integer() const noexcept { return kind() == Kind::integer; }
-  [[nodiscard]] bool is_number() const noexcept { return kind() == Kind::number; }
+  [[nodiscard]] bool is_double() const noexcept { return kind() == Kind::double_; }
   [[nodiscard]] bool is_string() const noexcept { return kind() == Kind::string; }
   [[nodiscard]] bool is_list() const noexcept { return kind() == Kind::list; }
   [[nodiscard]] bool is_dict() const noexcept { return kind() == Kind::dict; }
 
-  // Typed access; each throws std::bad_variant_access on the wrong kind.
-  [[nodiscard]] bool as_bool() const { return std::get<bool>(v_); }
-  [[nodiscard]] std::int64_t as_integer() const { return std::get<std::int64_t>(v_); }
-  [[nodiscard]] double as_number() const { return std::get<double>(v_); }
-  [[nodiscard]] const std::string& as_string() const& { return std::get<std::string>(v_); }
-  /// as_string on an rvalue moves the string out: std::move(v).as_string().
-  [[nodiscard]] std::string as_string() && {
-    std::string s = std::move(std::get<std::string>(v_));
-    moved_from();
-    return s;
+  [[nodiscard]] bool as_bool() const { return scalar<bool>(Kind::boolean); }
+  [[nodiscard]] std::int64_t as_integer() const { return scalar<std::int64_t>(Kind::integer); }
+  [[nodiscard]] double as_double() const { return scalar<double>(Kind::double_); }
+  /// as_string: the text, valid while this value lives and is not assigned.
+  [[nodiscard]] std::string_view as_string() const& {
+    expect(Kind::string);
+    return text();
   }
-  [[nodiscard]] const ResponseList& as_list() const { return std::get<ResponseList>(v_); }
-  [[nodiscard]] ResponseList& as_list() { return std::get<ResponseList>(v_); }
-  [[nodiscard]] const ResponseDict& as_dict() const { return std::get<ResponseDict>(v_); }
-  [[nodiscard]] ResponseDict& as_dict() { return std::get<ResponseDict>(v_); }
-
-  /// storage: the underlying variant, for std::visit.
-  [[nodiscard]] const Storage& storage() const noexcept { return v_; }
+  /// as_string on an rvalue gives an owned copy, so a temporary never
+  /// leaves a dangling view.
+  [[nodiscard]] std::string as_string() && { return std::string(as_string()); }
+  [[nodiscard]] const ResponseList& as_list() const;
+  /// as_list on a mutable value may be filled in place.
+  [[nodiscard]] ResponseList& as_list();
+  [[nodiscard]] const ResponseDict& as_dict() const;
+  [[nodiscard]] ResponseDict& as_dict();
 
   /// Equal when kinds and values are equal (doubles compare as IEEE numbers,
   /// so NaN is unequal to itself; 3 and 3.0 are different kinds).
-  friend bool operator==(const ResponseValue& a, const ResponseValue& b) { return a.v_ == b.v_; }
+  friend bool operator==(const ResponseValue& a, const ResponseValue& b);
 
  private:
-  friend std::size_t detail::stored_overhead(const ResponseValue& value) noexcept;
-  friend ResponseValue detail::measured_string(std::string&& text, std::size_t overhead) noexcept;
+  friend struct detail::ValueAccess;
 
-  // measure: records the string's overhead; strings never change in place.
-  void measure() noexcept { overhead_ = detail::string_overhead(*std::get_if<std::string>(&v_)); }
-  // moved_from: a moved-from string is valid but unspecified; measure what
-  // is left (nothing, in practice).
-  void moved_from() noexcept {
-    if (const auto* s = std::get_if<std::string>(&v_)) overhead_ = s->empty() ? 2 : detail::string_overhead(*s);
+  // The representation: 14 bytes of payload, then two bytes that say what
+  // the payload is. Every payload is read and written through memcpy.
+  //   null, boolean, integer, double: the scalar in the first bytes.
+  //   string of up to 14 bytes: its bytes; tag_ holds its length and aux_
+  //     the bytes encoding adds to it (kAuxIllFormed: not well-formed).
+  //   longer string: a pointer to a StringBlock, marked by kHeapString,
+  //     then its encoded size (bytes and overhead) in 48 bits, so that
+  //     measuring it reads no memory beyond the value (kSizeIllFormed: not
+  //     well-formed).
+  //   list, map: a pointer to the ResponseList or ResponseDict this value
+  //     owns, or null while it is empty.
+  static constexpr std::size_t kInlineMax = 14;
+  static constexpr std::uint8_t kKindMask = 0x07;
+  static constexpr std::uint8_t kHeapString = 0x08;
+  static constexpr unsigned kLengthShift = 4;
+  static constexpr std::uint8_t kAuxIllFormed = 0xFF;
+  static constexpr std::size_t kSizeBytes = 6;
+  static constexpr std::uint64_t kSizeIllFormed = (std::uint64_t{1} << 48) - 1;
+
+  // The heap form of a long string: this header, then its bytes.
+  struct StringBlock {
+    std::size_t size;
+    std::size_t overhead;  // the bytes encoding adds; npos when not well-formed
+  };
+
+  template <class T>
+  void set_scalar(Kind kind, T value) noexcept {
+    std::memcpy(bytes_, &value, sizeof value);
+    tag_ = static_cast<std::uint8_t>(kind);
+  }
+  template <class T>
+  [[nodiscard]] T scalar(Kind kind) const {
+    expect(kind);
+    T value;
+    std::memcpy(&value, bytes_, sizeof value);
+    return value;
+  }
+  [[nodiscard]] void* pointer() const noexcept {
+    void* p = nullptr;
+    std::memcpy(&p, bytes_, sizeof p);
+    return p;
+  }
+  void set_pointer(Kind kind, void* p) noexcept {
+    std::memcpy(bytes_, &p, sizeof p);
+    tag_ = static_cast<std::uint8_t>(kind);
+  }
+  [[nodiscard]] bool heap_string() const noexcept { return (tag_ & kHeapString) != 0; }
+  // Whether this value owns memory: a long string, or a list or map with entries.
+  [[nodiscard]] bool owns_heap() const noexcept {
+    return heap_string() || ((kind() == Kind::list || kind() == Kind::dict) && pointer() != nullptr);
+  }
+  [[nodiscard]] std::string_view text() const noexcept {
+    if (!heap_string()) return {bytes_, static_cast<std::size_t>(tag_ >> kLengthShift)};
+    const auto* block = static_cast<const StringBlock*>(pointer());
+    return {reinterpret_cast<const char*>(block + 1), block->size};
+  }
+  void expect(Kind kind) const {
+    if (this->kind() != kind) throw std::bad_variant_access();
+  }
+  void copy_bits(const ResponseValue& other) noexcept {
+    std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+    aux_ = other.aux_;
+    tag_ = other.tag_;
+  }
+  // Sets the string `s`, or `head` followed by `tail`, of which encoding
+  // adds `overhead` bytes.
+  void set_string(std::string_view s, std::size_t overhead);
+  void set_string(std::string_view head, std::string_view tail, std::size_t overhead);
+  void copy_heap(const ResponseValue& other);
+  void release_heap() noexcept;
+  // After a move: a string, list or map is left empty; a scalar keeps its value.
+  void leave_empty() noexcept {
+    if (kind() == Kind::string) {
+      tag_ = static_cast<std::uint8_t>(Kind::string);
+      aux_ = 2;
+    } else if (kind() == Kind::list || kind() == Kind::dict) {
+      set_pointer(kind(), nullptr);
+    }
   }
 
   template <class T>
@@ -264,9 +348,11 @@ class ResponseValue {
     return static_cast<std::int64_t>(i);
   }
 
-  Storage v_;
-  std::size_t overhead_ = 0;  // of a string: string_overhead, kept from when it was made
+  alignas(8) char bytes_[kInlineMax] = {};
+  std::uint8_t aux_ = 0;
+  std::uint8_t tag_;
 };
+static_assert(sizeof(ResponseValue) == 16);
 
 /// is_empty: the emptiness test that builders use for "non-empty": null,
 /// false, 0, 0.0, and an empty string, list or map are empty.
@@ -325,19 +411,42 @@ inline ResponseDict::ResponseDict(std::initializer_list<value_type> entries) {
 
 inline bool operator==(const ResponseDict& a, const ResponseDict& b) { return a.entries_ == b.entries_; }
 
-inline std::size_t detail::stored_overhead(const ResponseValue& value) noexcept { return value.overhead_; }
-inline ResponseValue detail::measured_string(std::string&& text, std::size_t overhead) noexcept {
-  ResponseValue value;
-  value.v_.emplace<std::string>(std::move(text));
-  value.overhead_ = overhead;
-  return value;
+// ResponseValue members that need a complete ResponseDict.
+
+// A list or map is owned through the pointer in the representation, made
+// here and deleted by release_heap().
+inline ResponseValue::ResponseValue(ResponseList l) {
+  set_pointer(Kind::list, l.empty() ? nullptr : std::make_unique<ResponseList>(std::move(l)).release());
 }
-inline std::size_t detail::stored_keys_overhead(const ResponseDict& dict) noexcept { return dict.keys_overhead_; }
-template <class T>
-ResponseValue& detail::append_plain(ResponseDict& dict, PlainKey key, T&& value) {
-  ResponseDict::Entry& entry = dict.entries_.emplace_back(std::in_place, key.text, std::forward<T>(value));
-  dict.add_key_overhead(2);
-  return entry.second;
+
+inline ResponseValue::ResponseValue(ResponseDict d) {
+  set_pointer(Kind::dict, d.empty() ? nullptr : std::make_unique<ResponseDict>(std::move(d)).release());
+}
+
+inline const ResponseList& ResponseValue::as_list() const {
+  expect(Kind::list);
+  static const ResponseList kEmpty;
+  const void* p = pointer();
+  return p != nullptr ? *static_cast<const ResponseList*>(p) : kEmpty;
+}
+
+inline ResponseList& ResponseValue::as_list() {
+  expect(Kind::list);
+  if (pointer() == nullptr) set_pointer(Kind::list, std::make_unique<ResponseList>().release());
+  return *static_cast<ResponseList*>(pointer());
+}
+
+inline const ResponseDict& ResponseValue::as_dict() const {
+  expect(Kind::dict);
+  static const ResponseDict kEmpty;
+  const void* p = pointer();
+  return p != nullptr ? *static_cast<const ResponseDict*>(p) : kEmpty;
+}
+
+inline ResponseDict& ResponseValue::as_dict() {
+  expect(Kind::dict);
+  if (pointer() == nullptr) set_pointer(Kind::dict, std::make_unique<ResponseDict>().release());
+  return *static_cast<ResponseDict*>(pointer());
 }
 
 /// Symbol: one code symbol from storage. `fqn` is always known; every other

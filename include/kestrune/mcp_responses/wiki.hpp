@@ -19,12 +19,11 @@
 
 namespace kestrune::mcp_responses {
 
-/// Arguments of build_wiki_status_response; `built` and `branch` are required.
-/// Members without an initializer are the required ones: leaving one out of a
-/// designated initializer draws a -Wmissing-field-initializers warning.
+/// Arguments of build_wiki_status_response: `built` and `branch` must be
+/// set, the rest default as shown.
 struct WikiStatusOptions {
-  bool built = false;
-  std::string branch;
+  Required<bool> built;
+  Required<std::string> branch;
   std::int64_t pages = 0;
   std::int64_t files_covered = 0;
   std::int64_t total_sources = 0;
@@ -46,11 +45,11 @@ struct WikiStatusOptions {
 [[nodiscard]] ResponseDict build_wiki_list_response(ResponseList pages, std::int64_t total, std::int64_t offset = 0,
                                                     bool truncated = false);
 
-/// Arguments of build_wiki_read_response; the three strings are required.
+/// Arguments of build_wiki_read_response: the three strings must be set.
 struct WikiReadOptions {
-  std::string page_id;
-  std::string title;
-  std::string content;
+  Required<std::string> page_id;
+  Required<std::string> title;
+  Required<std::string> content;
   std::optional<ResponseList> citations{};
   std::optional<ResponseList> source_files{};
   std::optional<ResponseList> related_pages{};
@@ -60,13 +59,13 @@ struct WikiReadOptions {
 /// `source_files` and `related_pages`, each a list (empty when null or empty).
 [[nodiscard]] ResponseDict build_wiki_read_response(WikiReadOptions options);
 
-/// Arguments of build_wiki_ask_response; `mode`, `query`, `answer` and
-/// `sections` are required (`answer` may be null), the rest default to null.
+/// Arguments of build_wiki_ask_response: `mode`, `query`, `answer` (which
+/// may be null) and `sections` must be set; the rest default to null.
 struct WikiAskOptions {
-  std::string mode;
-  std::string query;
-  std::optional<std::string> answer;  ///< null is written as null
-  ResponseList sections;              ///< section maps, best first
+  Required<std::string> mode;
+  Required<std::string> query;
+  Required<std::optional<std::string>> answer;  ///< null is written as null
+  Required<ResponseList> sections;              ///< section maps, best first
   std::optional<ResponseList> citations{};
   std::optional<std::string> model{};
   std::optional<ResponseDict> tokens{};
@@ -90,20 +89,4 @@ struct WikiAskOptions {
 /// well-formed UTF-8, since such a response cannot be measured.
 [[nodiscard]] ResponseDict build_wiki_ask_response(WikiAskOptions options);
 
-namespace detail {
-
-inline constexpr std::int64_t ASK_EXCERPT_CHARS = 1200;
-inline constexpr std::int64_t ASK_MIN_EXCERPT_CHARS = 200;
-inline constexpr std::size_t ASK_CITATIONS_PER_SECTION = 3;
-inline constexpr std::size_t ASK_MAX_CITATIONS = 24;
-inline constexpr std::int64_t BYTES_PER_TOKEN = 4;
-
-/// ask_citations: the first three citations of each section of `sections` in
-/// order (read from its "citations" list), then every citation of `extra`,
-/// each place (path, line_start, line_end) once, the first occurrence winning,
-/// at most 24. Place values compare by value: an integer equals a double of the
-/// same value, null (or a missing key) equals only null. Entries are copies.
-[[nodiscard]] ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra);
-
-}  // namespace detail
 }  // namespace kestrune::mcp_responses

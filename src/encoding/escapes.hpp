@@ -1,0 +1,33 @@
+// The escapes of the compact text, shared by the writer and the size counter.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace kestrune::mcp_responses::detail {
+
+/// kEscape: for each byte, 0 when it is written as itself, otherwise the
+/// second character of its escape ('u' for the six-byte \u00XX form).
+inline constexpr std::array<char, 256> kEscape = [] {
+  std::array<char, 256> t{};
+  for (int c = 0; c < 0x20; ++c) t[c] = 'u';
+  t['"'] = '"';
+  t['\\'] = '\\';
+  t['\b'] = 'b';
+  t['\t'] = 't';
+  t['\n'] = 'n';
+  t['\f'] = 'f';
+  t['\r'] = 'r';
+  return t;
+}();
+
+/// kEscapeExtra: for each byte, the bytes its escape adds to its own one.
+inline constexpr std::array<std::uint8_t, 256> kEscapeExtra = [] {
+  std::array<std::uint8_t, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) {
+    t[c] = kEscape[c] == 0 ? 0 : kEscape[c] == 'u' ? 5 : 1;
+  }
+  return t;
+}();
+
+}  // namespace kestrune::mcp_responses::detail
