@@ -14,7 +14,7 @@ cmake --build --preset fuzz -j"$(nproc)"
 # Inputs left by an earlier run would be taken for this run's findings.
 rm -rf build/fuzz/crashes
 mkdir -p build/fuzz/crashes
-for target in encoder text request ask lines mcp; do
+for target in encoder text request ask lines mcp mcp_server; do
   bin=build/fuzz/fuzz/fuzz_$target
   corpus=fuzz/corpus/$target
   work=build/fuzz/work/$target

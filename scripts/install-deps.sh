@@ -3,7 +3,7 @@
 #   scripts/install-deps.sh [core|all]   (default: all)
 set -euo pipefail
 
-core=(cmake g++ make libgtest-dev rapidjson-dev nlohmann-json3-dev)
+core=(cmake g++ make libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev)
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc)
 want=("${core[@]}")
 [ "${1:-all}" = all ] && want+=("${extra[@]}")
@@ -12,6 +12,8 @@ missing=()
 for p in "${want[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+# Node for the official MCP client's tests: Debian's unless one is installed.
+command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 echo "installing: ${missing[*]}" >&2

@@ -1,0 +1,111 @@
+// The repository index that the example server answers from: a SQLite
+// database opened read-only, queried with bound parameters only.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::example {
+
+namespace mr = mcp_responses;
+
+/// The indexer's state, as the status tool reports it.
+struct IndexState {
+  std::string status;
+  std::string health;
+  std::optional<std::string> branch;
+  std::int64_t progress = 0;
+  std::int64_t files_indexed = 0;
+  std::int64_t symbols_indexed = 0;
+  std::optional<std::string> last_updated;
+  std::int64_t errors_count = 0;
+  std::optional<std::string> phase;
+  std::optional<std::string> phase_detail;
+};
+
+/// A symbol with the path of its file, which the record itself leaves out.
+struct SymbolRow {
+  mr::Symbol symbol;
+  std::optional<std::string> file_path;
+};
+
+/// One page of rows and how many match in all.
+template <class Row>
+struct Page {
+  std::vector<Row> rows;
+  std::int64_t total = 0;
+};
+
+/// The wiki's own facts; the counts come from its pages.
+struct WikiState {
+  bool built = false;
+  std::string branch;
+  bool enabled = false;
+  bool configured = false;
+  std::int64_t pages = 0;
+  std::int64_t files_covered = 0;
+  std::int64_t total_sources = 0;
+  std::optional<std::string> last_built;
+  std::optional<std::string> model;
+  mr::ResponseList stale_pages{};
+};
+
+/// A wiki page with its citations, source files and related pages.
+struct WikiPage {
+  std::string page_id;
+  std::string title;
+  std::string content;
+  mr::ResponseList citations{};
+  mr::ResponseList source_files{};
+  mr::ResponseList related_pages{};
+};
+
+/// IndexDb: the index at a path, or none (a missing or empty database),
+/// which every query reads as not initialized. Queries throw
+/// std::runtime_error with SQLite's message when the database fails.
+class IndexDb {
+ public:
+  /// open: the database at `path`, read-only. A file that does not exist,
+  /// or holds no indexer state, gives an index that is not initialized.
+  [[nodiscard]] static IndexDb open(const std::string& path);
+
+  /// initialized: whether the index holds the indexer's state.
+  [[nodiscard]] bool initialized() const noexcept { return db_ != nullptr; }
+
+  [[nodiscard]] IndexState state() const;
+  /// search: symbols whose fqn or name contains `query` (any case), exact
+  /// names first, then by fqn.
+  [[nodiscard]] Page<SymbolRow> search(std::string_view query, std::int64_t offset, std::int64_t limit) const;
+  [[nodiscard]] std::optional<SymbolRow> symbol(std::string_view fqn) const;
+  /// file_symbols: the symbols of the file at `path`, by start line.
+  [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path) const;
+  /// references: the uses of the symbol `fqn`, by file and line.
+  [[nodiscard]] Page<mr::Reference> references(std::string_view fqn, std::int64_t offset, std::int64_t limit) const;
+  [[nodiscard]] std::vector<mr::ComponentInfo> components() const;
+
+  /// wiki_state: nullopt when the wiki was never set up.
+  [[nodiscard]] std::optional<WikiState> wiki_state() const;
+  /// wiki_pages: page rows (page_id, title, stale, sections) in wiki order.
+  [[nodiscard]] Page<mr::ResponseDict> wiki_pages(std::int64_t offset, std::int64_t limit) const;
+  [[nodiscard]] std::optional<WikiPage> wiki_page(std::string_view page_id) const;
+  /// wiki_sections: the sections that hold words of `query`, best first (at
+  /// most `limit`), as the wiki's ask takes them: page_id, title, heading,
+  /// similarity (1.0 for the best), stale, excerpt and citations.
+  [[nodiscard]] mr::ResponseList wiki_sections(std::string_view query, std::int64_t limit) const;
+
+ private:
+  struct Close {
+    void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
+  };
+  std::unique_ptr<sqlite3, Close> db_;
+};
+
+}  // namespace kestrune::example

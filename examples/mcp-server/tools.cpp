@@ -1,0 +1,255 @@
+// The tools: what each takes (its params, which are its input schema) and
+// how it answers from the index with the response layer's builders.
+#include "tools.hpp"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kestrune/mcp_responses.hpp"
+#include "tool_args.hpp"
+
+namespace kestrune::example {
+
+namespace {
+
+using Type = Param::Type;
+
+constexpr std::int64_t kDefaultLimit = 20;
+constexpr std::int64_t kMaxLimit = 100;
+constexpr std::int64_t kAskSections = 5;
+
+constexpr Param kOffset{"offset", Type::integer, false, "rows to skip: the offset a truncated page's hint names"};
+constexpr Param kLimit{"limit", Type::integer, false, "most rows in the page (default 20)", {}, 1, kMaxLimit};
+
+constexpr Param kSearchParams[] = {
+    {"query", Type::string, true, "text that the symbol's qualified name or name contains (any case)"},
+    kOffset,
+    kLimit,
+};
+constexpr Param kSymbolParams[] = {{"fqn", Type::string, true, "the symbol's fully qualified name"}};
+constexpr Param kFileParams[] = {{"path", Type::string, true, "the file's path in the repository"}};
+constexpr Param kReferencesParams[] = {
+    {"fqn", Type::string, true, "the fully qualified name of the symbol that is used"},
+    kOffset,
+    kLimit,
+};
+constexpr std::string_view kWikiActions[] = {"status", "list", "read", "ask"};
+constexpr Param kWikiParams[] = {
+    {"action", Type::string, true, "what to do: the wiki's status, a list of its pages, read a page, or ask",
+     kWikiActions},
+    {"page_id", Type::string, false, "read: the page to read"},
+    {"query", Type::string, false, "ask: the question"},
+    {"token_budget", Type::integer, false, "ask: most tokens of the answer (4 bytes each)", {}, 1},
+    kOffset,
+    kLimit,
+};
+
+// The canned answer of a tool when the repository is not initialized.
+mr::ResponseDict not_initialized(std::string_view tool) { return mr::get_empty_response(tool); }
+
+mr::ResponseDict status(const ToolsConfig& c, const Args& /*args*/) {
+  const IndexState s = c.index.state();
+  return mr::build_index_status_response({.status = s.status,
+                                          .health = s.health,
+                                          .branch = s.branch,
+                                          .progress = s.progress,
+                                          .files_indexed = s.files_indexed,
+                                          .symbols_indexed = s.symbols_indexed,
+                                          .last_updated = s.last_updated,
+                                          .errors_count = s.errors_count,
+                                          .phase = s.phase,
+                                          .phase_detail = s.phase_detail});
+}
+
+// A page of rows, cut to the server's byte budget: its hint names the offset
+// of the first row left out.
+mr::ResponseDict fitted_page(const ToolsConfig& c, mr::ResponseList rows, std::int64_t total, std::int64_t offset,
+                             std::string_view key) {
+  return mr::fit_paginated_response(std::move(rows), total, offset, c.page_bytes, {.items_key = key});
+}
+
+mr::ResponseDict search(const ToolsConfig& c, const Args& args) {
+  const std::int64_t offset = args.integer_or("offset", 0);
+  const Page<SymbolRow> hits = c.index.search(args.string("query"), offset, args.integer_or("limit", kDefaultLimit));
+  mr::ResponseList rows;
+  rows.reserve(hits.rows.size());
+  for (const SymbolRow& hit : hits.rows) rows.emplace_back(mr::build_symbol_search_result(hit.symbol, hit.file_path));
+  return fitted_page(c, std::move(rows), hits.total, offset, "symbols");
+}
+
+mr::ResponseDict symbol(const ToolsConfig& c, const Args& args) {
+  const std::string fqn = args.string("fqn");
+  const std::optional<SymbolRow> hit = c.index.symbol(fqn);
+  if (!hit) return {{"found", false}, {"message", "No symbol is named " + fqn + "."}};
+  return mr::build_symbol_full_details(hit->symbol, hit->file_path);
+}
+
+mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
+  const std::string path = args.string("path");
+  const std::vector<SymbolRow> symbols = c.index.file_symbols(path);
+  if (symbols.empty()) throw InputError("no indexed file at \"" + path + "\"");
+  std::vector<std::string_view> fqns;
+  fqns.reserve(symbols.size());
+  for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
+  const std::string module = mr::outline_module(fqns);
+  mr::ResponseList rows;
+  rows.reserve(symbols.size());
+  for (const SymbolRow& s : symbols) rows.emplace_back(mr::build_file_symbol(s.symbol, module));
+  return {{"file", path}, {"module", module}, {"symbols", std::move(rows)}};
+}
+
+mr::ResponseDict references(const ToolsConfig& c, const Args& args) {
+  const std::int64_t offset = args.integer_or("offset", 0);
+  const Page<mr::Reference> refs =
+      c.index.references(args.string("fqn"), offset, args.integer_or("limit", kDefaultLimit));
+  // One read of the work tree for the whole page.
+  std::vector<mr::Place> places;
+  for (const mr::Reference& r : refs.rows) {
+    if (r.file_path && r.line) places.push_back({*r.file_path, *r.line});
+  }
+  const mr::CodeLines code = mr::code_lines(c.root, places);
+  mr::ResponseList rows;
+  for (const mr::Reference& r : refs.rows) {
+    std::optional<std::string_view> line;
+    if (r.file_path && r.line) line = code.find(*r.file_path, *r.line);
+    rows.emplace_back(mr::build_reference(r, line));
+  }
+  return fitted_page(c, std::move(rows), refs.total, offset, "references");
+}
+
+mr::ResponseDict architecture(const ToolsConfig& c, const Args& /*args*/) {
+  mr::ResponseList rows;
+  for (const mr::ComponentInfo& component : c.index.components()) rows.emplace_back(mr::build_component(component));
+  return {{"components", std::move(rows)}};
+}
+
+mr::ResponseDict wiki_status(const ToolsConfig& c) {
+  std::optional<WikiState> s = c.index.wiki_state();
+  if (!s) return mr::build_wiki_status_response({.built = false, .branch = c.index.state().branch.value_or("")});
+  return mr::build_wiki_status_response(
+      {.built = s->built,
+       .branch = s->branch,
+       .pages = s->pages,
+       .files_covered = s->files_covered,
+       .total_sources = s->total_sources,
+       .coverage_pct = s->total_sources > 0
+                           ? 100.0 * static_cast<double>(s->files_covered) / static_cast<double>(s->total_sources)
+                           : 0.0,
+       .last_built = s->last_built,
+       .model = s->model,
+       .stale_pages = std::move(s->stale_pages),
+       .enabled = s->enabled,
+       .configured = s->configured});
+}
+
+mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
+  const std::string action = args.string("action");
+  if (action == "status") return wiki_status(c);
+  if (action == "list") {
+    const std::int64_t offset = args.integer_or("offset", 0);
+    Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
+    const auto count = static_cast<std::int64_t>(pages.rows.size());
+    mr::ResponseList rows(std::make_move_iterator(pages.rows.begin()), std::make_move_iterator(pages.rows.end()));
+    return mr::build_wiki_list_response(std::move(rows), pages.total, offset, offset + count < pages.total);
+  }
+  if (action == "read") {
+    const std::optional<std::string> id = args.optional_string("page_id");
+    if (!id) throw InputError("the read action needs \"page_id\"");
+    std::optional<WikiPage> page = c.index.wiki_page(*id);
+    if (!page) throw InputError("no wiki page \"" + *id + "\"");
+    return mr::build_wiki_read_response({.page_id = std::move(page->page_id),
+                                         .title = std::move(page->title),
+                                         .content = std::move(page->content),
+                                         .citations = std::move(page->citations),
+                                         .source_files = std::move(page->source_files),
+                                         .related_pages = std::move(page->related_pages)});
+  }
+  const std::optional<std::string> query = args.optional_string("query");
+  if (!query) throw InputError("the ask action needs \"query\"");
+  return mr::build_wiki_ask_response(
+      {.mode = "sections",
+       .query = *query,
+       .answer = std::nullopt,
+       .sections = c.index.wiki_sections(*query, kAskSections),
+       .note = "No answer model is configured: these are the wiki sections that match, best first.",
+       .token_budget = args.optional_integer("token_budget")});
+}
+
+struct Tool {
+  std::string_view name;
+  std::string_view description;
+  std::span<const Param> params;
+  mr::ResponseDict (*run)(const ToolsConfig&, const Args&);
+  bool structured = false;  // declares an output schema and sends structuredContent
+};
+
+const std::array kTools = {
+    Tool{"status", "The indexer's state: status, health, branch, progress and counts.", {}, status, true},
+    Tool{"search", "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
+         kSearchParams, search},
+    Tool{"symbol", "Everything known about one symbol, its whole docstring included.", kSymbolParams, symbol},
+    Tool{"file", "The outline of one file: its module and a row per symbol, named relative to the module.", kFileParams,
+         file},
+    Tool{"references", "Where a symbol is used, with the line of code at each place.", kReferencesParams, references},
+    Tool{"architecture", "The repository's components with their layers and counts.", {}, architecture},
+    Tool{"wiki", "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
+         kWikiParams, wiki},
+};
+
+const Tool* find_tool(std::string_view name) {
+  const auto it = std::find_if(kTools.begin(), kTools.end(), [&](const Tool& t) { return t.name == name; });
+  return it == kTools.end() ? nullptr : &*it;
+}
+
+// The status tool's output schema: the keys that every status answer has,
+// the canned one for a repository that is not initialized included.
+mr::ResponseDict status_output_schema() {
+  const mr::ResponseDict text{{"type", "string"}};
+  const mr::ResponseDict count{{"type", "integer"}};
+  const mr::ResponseDict text_or_null{{"type", mr::ResponseList{"string", "null"}}};
+  return {{"type", "object"},
+          {"properties", mr::ResponseDict{{"status", text},
+                                          {"health", text},
+                                          {"branch", text_or_null},
+                                          {"progress", count},
+                                          {"files_indexed", count},
+                                          {"symbols_indexed", count},
+                                          {"last_updated", text_or_null},
+                                          {"errors_count", count},
+                                          {"phase", text},
+                                          {"phase_detail", text}}},
+          {"required", mr::ResponseList{"status", "health", "branch", "progress", "files_indexed", "symbols_indexed",
+                                        "errors_count"}}};
+}
+
+}  // namespace
+
+mr::ResponseDict Tools::list() {
+  mr::ResponseList tools;
+  for (const Tool& t : kTools) {
+    mr::ResponseDict entry{{"name", t.name}, {"description", t.description}, {"inputSchema", input_schema(t.params)}};
+    if (t.structured) entry.insert_or_assign("outputSchema", status_output_schema());
+    tools.emplace_back(std::move(entry));
+  }
+  return {{"tools", std::move(tools)}};
+}
+
+bool Tools::exists(std::string_view name) { return find_tool(name) != nullptr; }
+
+ToolAnswer Tools::call(std::string_view name, const mr::ResponseDict& arguments) const {
+  const Tool* tool = find_tool(name);
+  if (tool == nullptr) throw std::out_of_range("no tool is named " + std::string(name));
+  const mr::CallToolOptions options{.structured = tool->structured};
+  try {
+    const Args args(arguments, tool->params);
+    if (!config_.index.initialized()) return {not_initialized(name), options};
+    return {tool->run(config_, args), options};
+  } catch (const InputError& e) {
+    return {{{"error", e.what()}}, {.is_error = true}};
+  }
+}
+
+}  // namespace kestrune::example
