@@ -107,6 +107,8 @@ std::optional<std::string> McpServer::answer(std::string_view line) const {
   } catch (const Json::parse_error& e) {
     return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR,
                                   "Parse error: not JSON at byte " + std::to_string(e.byte));
+  } catch (const Json::out_of_range&) {  // the parser's only other error: 1e400 and the like
+    return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR, "Parse error: a number overflows a double");
   }
   mr::ResponseValue id;  // null until the request's own is read
   try {
