@@ -31,25 +31,15 @@ bool same_value(const ResponseValue& a, const ResponseValue& b) noexcept {
   if (a.is_integer() && b.is_double()) return same_number(a.as_integer(), b.as_double());
   if (a.is_double() && b.is_integer()) return same_number(b.as_integer(), a.as_double());
   if (a.kind() != b.kind()) return false;
-  switch (a.kind()) {
-    case Kind::null:
-      return true;
-    case Kind::boolean:
-      return a.as_bool() == b.as_bool();
-    case Kind::integer:
-      return a.as_integer() == b.as_integer();
-    case Kind::double_:
-      return a.as_double() == b.as_double();
-    case Kind::string:
-      return a.as_string() == b.as_string();
-    case Kind::list:
-      return std::equal(a.as_list().begin(), a.as_list().end(), b.as_list().begin(), b.as_list().end(), same_value);
-    case Kind::dict:
-      return std::equal(
-          a.as_dict().begin(), a.as_dict().end(), b.as_dict().begin(), b.as_dict().end(),
-          [](const auto& x, const auto& y) { return x.first == y.first && same_value(x.second, y.second); });
+  if (a.is_list()) {
+    return std::equal(a.as_list().begin(), a.as_list().end(), b.as_list().begin(), b.as_list().end(), same_value);
   }
-  return false;
+  if (a.is_dict()) {
+    return std::equal(
+        a.as_dict().begin(), a.as_dict().end(), b.as_dict().begin(), b.as_dict().end(),
+        [](const auto& x, const auto& y) { return x.first == y.first && same_value(x.second, y.second); });
+  }
+  return a == b;  // scalars of one kind
 }
 
 // A quick hash of a path: a word at a time, multiplied and folded.
