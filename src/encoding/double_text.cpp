@@ -30,26 +30,10 @@ constexpr double kPow10 = 10000.0;
 char* copy_to(char* out, std::string_view text) noexcept { return std::copy(text.begin(), text.end(), out); }
 
 // Lays out the digits d1..dn at `out` (n of them, the last not zero), whose
-// value is 0.d1..dn x 10^point, in place; returns the end of the text.
+// value is 0.d1..dn x 10^point, in place; returns the end of the text. Only
+// short_text calls it, whose values (10^-4 <= a < 2^50 / 10^4) put the point
+// within -3..12: always the plain layout.
 char* lay_out(char* out, int n, int point) noexcept {
-  if (point < kPlainMinPoint || point > kPlainMaxPoint) {
-    // d1, then "." and the other digits if any, then "e", the exponent's
-    // sign and at least two of its digits.
-    char* o = out + 1;
-    if (n > 1) {
-      std::memmove(out + 2, out + 1, static_cast<std::size_t>(n - 1));
-      out[1] = '.';
-      o = out + n + 1;
-    }
-    const int exp10 = point - 1;
-    *o++ = 'e';
-    *o++ = exp10 < 0 ? '-' : '+';
-    const int mag = exp10 < 0 ? -exp10 : exp10;
-    if (mag >= 100) *o++ = static_cast<char>('0' + mag / 100);
-    *o++ = static_cast<char>('0' + mag / 10 % 10);
-    *o++ = static_cast<char>('0' + mag % 10);
-    return o;
-  }
   if (point <= 0) {
     // "0.", -point zeros, the digits.
     const auto shift = static_cast<std::size_t>(2 - point);
