@@ -47,9 +47,6 @@ constexpr Param kWikiParams[] = {
     kLimit,
 };
 
-// The canned answer of a tool when the repository is not initialized.
-mr::ResponseDict not_initialized(std::string_view tool) { return mr::get_empty_response(tool); }
-
 mr::ResponseDict status(const ToolsConfig& c, const Args& /*args*/) {
   const IndexState s = c.index.state();
   return mr::build_index_status_response({.status = s.status,
@@ -178,32 +175,6 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
        .token_budget = args.optional_integer("token_budget")});
 }
 
-struct Tool {
-  std::string_view name;
-  std::string_view description;
-  std::span<const Param> params;
-  mr::ResponseDict (*run)(const ToolsConfig&, const Args&);
-  bool structured = false;  // declares an output schema and sends structuredContent
-};
-
-const std::array kTools = {
-    Tool{"status", "The indexer's state: status, health, branch, progress and counts.", {}, status, true},
-    Tool{"search", "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
-         kSearchParams, search},
-    Tool{"symbol", "Everything known about one symbol, its whole docstring included.", kSymbolParams, symbol},
-    Tool{"file", "The outline of one file: its module and a row per symbol, named relative to the module.", kFileParams,
-         file},
-    Tool{"references", "Where a symbol is used, with the line of code at each place.", kReferencesParams, references},
-    Tool{"architecture", "The repository's components with their layers and counts.", {}, architecture},
-    Tool{"wiki", "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
-         kWikiParams, wiki},
-};
-
-const Tool* find_tool(std::string_view name) {
-  const auto it = std::find_if(kTools.begin(), kTools.end(), [&](const Tool& t) { return t.name == name; });
-  return it == kTools.end() ? nullptr : &*it;
-}
-
 // The status tool's output schema: the keys that every status answer has,
 // the canned one for a repository that is not initialized included.
 mr::ResponseDict status_output_schema() {
@@ -225,13 +196,44 @@ mr::ResponseDict status_output_schema() {
                                         "errors_count"}}};
 }
 
+struct Tool {
+  std::string_view name;
+  std::string_view description;
+  std::span<const Param> params;
+  mr::ResponseDict (*run)(const ToolsConfig&, const Args&);
+  // A tool with an output schema also sends its answers as structuredContent.
+  mr::ResponseDict (*output_schema)() = nullptr;
+};
+
+const std::array kTools = {
+    Tool{"status",
+         "The indexer's state: status, health, branch, progress and counts.",
+         {},
+         status,
+         status_output_schema},
+    Tool{"search", "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
+         kSearchParams, search},
+    Tool{"symbol", "Everything known about one symbol, its whole docstring included.", kSymbolParams, symbol},
+    Tool{"file", "The outline of one file: its module and a row per symbol, named relative to the module.", kFileParams,
+         file},
+    Tool{"references", "Where a symbol is used, with the line of code at each place.", kReferencesParams, references},
+    Tool{"architecture", "The repository's components with their layers and counts.", {}, architecture},
+    Tool{"wiki", "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
+         kWikiParams, wiki},
+};
+
+const Tool* find_tool(std::string_view name) {
+  const auto it = std::find_if(kTools.begin(), kTools.end(), [&](const Tool& t) { return t.name == name; });
+  return it == kTools.end() ? nullptr : &*it;
+}
+
 }  // namespace
 
 mr::ResponseDict Tools::list() {
   mr::ResponseList tools;
   for (const Tool& t : kTools) {
     mr::ResponseDict entry{{"name", t.name}, {"description", t.description}, {"inputSchema", input_schema(t.params)}};
-    if (t.structured) entry.insert_or_assign("outputSchema", status_output_schema());
+    if (t.output_schema != nullptr) entry.insert_or_assign("outputSchema", t.output_schema());
     tools.emplace_back(std::move(entry));
   }
   return {{"tools", std::move(tools)}};
@@ -242,10 +244,10 @@ bool Tools::exists(std::string_view name) { return find_tool(name) != nullptr; }
 ToolAnswer Tools::call(std::string_view name, const mr::ResponseDict& arguments) const {
   const Tool* tool = find_tool(name);
   if (tool == nullptr) throw std::out_of_range("no tool is named " + std::string(name));
-  const mr::CallToolOptions options{.structured = tool->structured};
+  const mr::CallToolOptions options{.structured = tool->output_schema != nullptr};
   try {
     const Args args(arguments, tool->params);
-    if (!config_.index.initialized()) return {not_initialized(name), options};
+    if (!config_.index.initialized()) return {mr::get_empty_response(name), options};
     return {tool->run(config_, args), options};
   } catch (const InputError& e) {
     return {{{"error", e.what()}}, {.is_error = true}};
