@@ -19,6 +19,7 @@
 
 #include "corpus.hpp"
 #include "encoding/encoded_size.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"

@@ -14,6 +14,7 @@
 #include "check.hpp"
 #include "encoding/encoded_size.hpp"
 #include "internal/utf8.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 #include "kestrune/mcp_responses/nlohmann.hpp"
@@ -52,7 +53,7 @@ mr::ResponseDict fit_by_encoding(const mr::ResponseList& items, std::int64_t tot
   for (std::size_t n = items.size();; --n) {
     mr::ResponseDict page =
         mr::build_paginated_response(mr::ResponseList(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(n)),
-                                     total, offset, {.items_key = key});
+                                     total, offset, {.items_key = std::string(key)});
     if (mr::detail::encoded_size(page) <= max_bytes || n == 0) return page;
   }
 }

@@ -10,15 +10,16 @@ namespace kestrune::mcp_responses {
 namespace {
 
 TEST(get_empty_response, gives_copies_that_share_nothing_with_the_table) {
-  ASSERT_EQ(EMPTY_TOOL_RESPONSES.size(), 14u);
-  EXPECT_EQ(&EMPTY_TOOL_RESPONSES, &empty_tool_responses());
+  ASSERT_EQ(EMPTY_TOOL_RESPONSES->size(), 14u);
+  const ResponseDict& table = EMPTY_TOOL_RESPONSES;
+  EXPECT_EQ(&table, &*EMPTY_TOOL_RESPONSES);
   ResponseDict search = get_empty_response("search");
   search.insert_or_assign("extra", 1);
   search.at("symbols").as_list().emplace_back("row");
   const ResponseDict again = get_empty_response("search");
   EXPECT_FALSE(again.contains("extra"));
   EXPECT_TRUE(again.at("symbols").as_list().empty());
-  EXPECT_TRUE(EMPTY_TOOL_RESPONSES.at("search").as_dict().at("symbols").as_list().empty());
+  EXPECT_TRUE(EMPTY_TOOL_RESPONSES->at("search").as_dict().at("symbols").as_list().empty());
 }
 
 TEST(builders, move_the_lists_they_are_given) {
@@ -58,6 +59,11 @@ constexpr bool sets_status_only = requires {
 static_assert(!sets_branch_only<WikiStatusOptions>);
 static_assert(!sets_mode_and_query_only<WikiAskOptions>);
 static_assert(!sets_status_only<IndexStatusOptions>);
+template <class Options>
+constexpr bool sets_test_file_only = requires {
+  Options{.test_file = "t"};
+};
+static_assert(!sets_test_file_only<TestCoverageOptions>);
 static_assert(requires {
   WikiAskOptions{.mode = "m", .query = "q", .answer = std::nullopt, .sections = ResponseList{}};
 });

@@ -68,7 +68,7 @@ TEST(calls, answer_as_the_data_files_say) {
     }
     settle();
   }
-  mcp_responses::reset_log_sink();
+  mcp_responses::set_log_sink({});
   EXPECT_GT(requests, 0u);
   for (const auto table : call_tables()) {
     for (const Call& call : table) EXPECT_TRUE(called.contains(call.name)) << "no data calls " << call.name;

@@ -48,7 +48,7 @@ class code_lines : public testing::Test {
     });
   }
   void TearDown() override {
-    mr::reset_log_sink();
+    mr::set_log_sink({});
     fs::remove_all(dir_);
   }
 
@@ -161,7 +161,7 @@ TEST_F(code_lines, a_link_swapped_in_never_leads_outside) {
 }
 
 TEST_F(code_lines, logs_to_standard_error_without_a_sink) {
-  mr::reset_log_sink();
+  mr::set_log_sink({});
   const std::vector<Place> places{{"missing.txt", 1}, {"bad\nname\x7f", 1}};
   testing::internal::CaptureStderr();
   EXPECT_TRUE(lines(places).empty());

@@ -67,7 +67,7 @@ TEST(concurrency, code_lines_and_the_logger_from_many_threads) {
   for (auto& w : workers) w.join();
   done = true;
   swapper.join();
-  reset_log_sink();
+  set_log_sink({});
   fs::remove_all(dir);
 
   EXPECT_EQ(mismatches, 0);

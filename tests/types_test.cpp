@@ -67,7 +67,7 @@ TEST(response_value, copies_moves_and_assignments_keep_values_of_every_size) {
     // Moved from: a string, list or map is left empty, a scalar as it was.
     EXPECT_EQ(copy.kind(), original.kind()) << text;
     if (original.is_string() || original.is_list() || original.is_dict()) {
-      EXPECT_TRUE(is_empty(copy)) << text;
+      EXPECT_TRUE(is_falsy(copy)) << text;
     } else {
       EXPECT_EQ(copy, original) << text;
     }

@@ -38,7 +38,7 @@ mr::ResponseValue id_of(const Json& id) {
   if (id.is_string() || id.is_number_integer()) {
     try {
       return mr::from_ordered_json(id);
-    } catch (const std::out_of_range&) {
+    } catch (const std::overflow_error&) {
       // an unsigned id beyond 64-bit signed integers: refused below
     }
   }
@@ -73,7 +73,7 @@ std::string call_tool(const Tools& tools, const mr::ResponseValue& id, const Jso
     if (!given->is_object()) throw Refusal{mr::JSONRPC_INVALID_PARAMS, "Invalid params: arguments must be an object"};
     try {
       arguments = given->get<mr::ResponseDict>();
-    } catch (const std::out_of_range&) {
+    } catch (const std::overflow_error&) {
       throw Refusal{mr::JSONRPC_INVALID_PARAMS, "Invalid params: an integer argument beyond 64 bits"};
     }
   }

@@ -65,7 +65,7 @@ mr::ResponseDict status(const ToolsConfig& c, const Args& /*args*/) {
 // of the first row left out.
 mr::ResponseDict fitted_page(const ToolsConfig& c, mr::ResponseList rows, std::int64_t total, std::int64_t offset,
                              std::string_view key) {
-  return mr::fit_paginated_response(std::move(rows), total, offset, c.page_bytes, {.items_key = key});
+  return mr::fit_paginated_response(std::move(rows), total, offset, c.page_bytes, {.items_key = std::string(key)});
 }
 
 mr::ResponseDict search(const ToolsConfig& c, const Args& args) {
@@ -150,7 +150,8 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
     Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
     const auto count = static_cast<std::int64_t>(pages.rows.size());
     mr::ResponseList rows(std::make_move_iterator(pages.rows.begin()), std::make_move_iterator(pages.rows.end()));
-    return mr::build_wiki_list_response(std::move(rows), pages.total, offset, offset + count < pages.total);
+    return mr::build_wiki_list_response(std::move(rows), pages.total, offset,
+                                        mr::Truncated{offset + count < pages.total});
   }
   if (action == "read") {
     const std::optional<std::string> id = args.optional_string("page_id");

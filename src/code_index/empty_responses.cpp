@@ -49,7 +49,7 @@ ResponseDict build_table() {
 
 }  // namespace
 
-const ResponseDict& empty_tool_responses() noexcept {
+const ResponseDict& EmptyToolResponses::operator*() const noexcept {
   static const ResponseDict table = build_table();
   return table;
 }
@@ -57,7 +57,7 @@ const ResponseDict& empty_tool_responses() noexcept {
 ResponseDict get_empty_response(std::string_view tool_name) {
   // The entries are copied whole, lists included, so a caller that fills a
   // list of its response never changes the table.
-  if (const ResponseValue* entry = empty_tool_responses().find(tool_name)) return entry->as_dict();
+  if (const ResponseValue* entry = EMPTY_TOOL_RESPONSES->find(tool_name)) return entry->as_dict();
   return ResponseDict{{"error", kNotInitialized}};
 }
 

@@ -8,11 +8,11 @@ namespace kestrune::mcp_responses {
 
 namespace detail {
 
-ResponseDict paging_facts(ResponseList items, std::string_view items_key, std::int64_t total_count, std::int64_t offset,
+ResponseDict paging_facts(ResponseList items, std::string items_key, std::int64_t total_count, std::int64_t offset,
                           bool has_more) {
   ResponseDict response;
   response.reserve(6);  // room for the hint
-  response.append(std::string(items_key), std::move(items));
+  response.append(std::move(items_key), std::move(items));
   append_plain(response, "total_count", total_count);
   append_plain(response, "truncated", has_more);
   append_plain(response, "has_more", has_more);
@@ -26,12 +26,12 @@ ResponseDict build_paginated_response(ResponseList items, std::int64_t total_cou
                                       PaginatedOptions options) {
   const auto count = static_cast<std::int64_t>(items.size());
   const bool has_more = detail::has_more(offset, count, total_count);
-  return add_pagination_hint(detail::paging_facts(std::move(items), options.items_key, total_count, offset, has_more),
-                             count);
+  return add_pagination_hint(
+      detail::paging_facts(std::move(items), std::move(options.items_key), total_count, offset, has_more), count);
 }
 
 ResponseDict build_empty_paginated_response(std::string_view items_key) {
-  return detail::paging_facts({}, items_key, 0, 0, false);
+  return detail::paging_facts({}, std::string(items_key), 0, 0, false);
 }
 
 }  // namespace kestrune::mcp_responses

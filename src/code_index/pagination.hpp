@@ -14,7 +14,7 @@ namespace kestrune::mcp_responses::detail {
 /// paging_facts: `items` under `items_key`, then `total_count`, `truncated`
 /// and `has_more` (both `has_more`), and `offset`: the paginated response
 /// before its hint.
-[[nodiscard]] ResponseDict paging_facts(ResponseList items, std::string_view items_key, std::int64_t total_count,
+[[nodiscard]] ResponseDict paging_facts(ResponseList items, std::string items_key, std::int64_t total_count,
                                         std::int64_t offset, bool has_more);
 
 /// pagination_hint_text: "Showing C of T results. Call again with offset=N

@@ -7,14 +7,13 @@
 
 namespace kestrune::mcp_responses {
 
-ResponseDict build_test_coverage(std::string_view test_file, std::string_view source_file,
-                                 std::optional<ResponseList> symbols_imported) {
+ResponseDict build_test_coverage(TestCoverageOptions options) {
   ResponseDict row;
   row.reserve(3);
-  detail::append_plain(row, "test_file", test_file);
-  detail::append_plain(row, "source_file", source_file);
-  if (symbols_imported && !symbols_imported->empty())
-    detail::append_plain(row, "symbols_imported", std::move(*symbols_imported));
+  detail::append_plain(row, "test_file", *std::move(options.test_file));
+  detail::append_plain(row, "source_file", *std::move(options.source_file));
+  if (options.symbols_imported && !options.symbols_imported->empty())
+    detail::append_plain(row, "symbols_imported", *std::move(options.symbols_imported));
   return row;
 }
 

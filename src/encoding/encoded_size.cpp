@@ -3,11 +3,15 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "encoding/double_text.hpp"
 #include "encoding/encoded_size.hpp"
 #include "encoding/escapes.hpp"
+#include "encoding/layout.hpp"
 #include "internal/blocks.hpp"
 #include "internal/utf8.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
@@ -65,151 +69,109 @@ std::size_t string_size(std::string_view s) noexcept {
   return string_size_after(s, s.size() - left);
 }
 
-// The digits of an integer, from its bit width: 1233/4096 is just above
-// log10(2), so t below is the number of digits or one less, and one
-// comparison with a power of ten settles which.
-constexpr std::array<std::uint64_t, 20> kPow10 = [] {
-  std::array<std::uint64_t, 20> t{};
-  std::uint64_t p = 1;
-  for (std::uint64_t& x : t) {
-    x = p;
-    p *= 10;  // wraps after the last entry is set; the wrapped value is never stored
-  }
-  return t;
-}();
-
-}  // namespace
-
-namespace detail {
-
-std::size_t integer_text_size(std::int64_t i) noexcept {
-  // Work on the magnitude as unsigned so INT64_MIN does not overflow.
-  // Zero has one digit, as 1 has.
-  const std::uint64_t m = (i < 0 ? 0 - static_cast<std::uint64_t>(i) : static_cast<std::uint64_t>(i)) | 1;
-  const auto t = static_cast<std::size_t>((std::bit_width(m) * 1233) >> 12);
-  const std::size_t digits = t + (m >= kPow10[t] ? 1 : 0);
-  return digits + (i < 0 ? 1 : 0);
-}
-
-}  // namespace detail
-
-namespace {
-
 constexpr std::size_t kBad = detail::kIllFormed;
 
-std::size_t value_size(const ResponseValue& v) noexcept;
+using detail::ValueAccess;
 
-// The size of a string value, from what it keeps.
-std::size_t string_value_size(const ResponseValue& v) noexcept { return detail::ValueAccess::encoded_size(v); }
+// The size of the compact text: the layout's visitor whose state is the
+// running count. Strings and keys carry their overhead from when they were
+// made, so measuring walks the tree without reading any text. A string that
+// is not well-formed sets `ill_formed` and counts nothing.
+struct Size : detail::Untracked {
+  static constexpr bool counts = true;
+  bool ill_formed = false;
 
-// The size of an element or map value: strings, most of them, are added up
-// here without a call.
-std::size_t child_size(const ResponseValue& v) noexcept {
-  return v.kind() == Kind::string ? string_value_size(v) : value_size(v);
-}
-
-std::size_t list_size(const ResponseList& l) noexcept {
-  std::size_t elements = 0;
-  for (const auto& e : l) {
-    const std::size_t x = child_size(e);
-    if (x == kBad) return kBad;
-    elements += x;
+  static std::size_t literal(std::size_t at, std::string_view text) noexcept { return at + text.size(); }
+  static std::size_t integer(std::size_t at, std::int64_t i) noexcept { return at + detail::integer_text_size(i); }
+  static std::size_t real(std::size_t at, double d) noexcept {
+    char buf[detail::kDoubleTextMax];
+    return at + detail::format_double(d, buf);
   }
-  return detail::list_size(elements, l.size());
-}
-
-// Strings and keys carry their overhead from when they were made, so
-// measuring walks the tree without reading any text.
-std::size_t dict_size(const ResponseDict& d) noexcept {
-  const std::size_t keys = detail::stored_keys_overhead(d);
-  if (keys == kBad) return kBad;
-  // Braces, commas, colons and the keys' quotes and escapes.
-  std::size_t size = 2 + (d.empty() ? 0 : d.size() - 1) + d.size() + keys;
-  for (const auto& [key, value] : d) {
-    const std::size_t x = child_size(value);
-    if (x == kBad) return kBad;
-    size += key.size() + x;
+  std::size_t string(std::size_t at, const ResponseValue& v) noexcept { return add(at, ValueAccess::encoded_size(v)); }
+  // The keys of a map whose keys are not all plain are measured one by one:
+  // only their sum is kept.
+  std::size_t key(std::size_t at, std::string_view key, bool plain, std::size_t /*index*/) noexcept {
+    return plain ? at + key.size() + 2 : add(at, string_size(key));
   }
-  return size;
-}
 
-std::size_t value_size(const ResponseValue& v) noexcept {
-  using detail::ValueAccess;
-  switch (v.kind()) {
-    case Kind::null:
-      return 4;
-    case Kind::boolean:
-      return ValueAccess::scalar<bool>(v) ? 4 : 5;
-    case Kind::integer:
-      return detail::integer_text_size(ValueAccess::scalar<std::int64_t>(v));
-    case Kind::double_: {
-      char buf[detail::kDoubleTextMax];
-      return detail::format_double(ValueAccess::scalar<double>(v), buf);
+ private:
+  std::size_t add(std::size_t at, std::size_t bytes) noexcept {
+    if (bytes == kBad) [[unlikely]] {
+      ill_formed = true;
+      return at;
     }
-    case Kind::string:
-      return string_value_size(v);
-    case Kind::list: {
-      const ResponseList* l = ValueAccess::list(v);
-      return l != nullptr ? list_size(*l) : detail::list_size(0, 0);
-    }
-    case Kind::dict: {
-      const ResponseDict* d = ValueAccess::dict(v);
-      return d != nullptr ? dict_size(*d) : 2;
-    }
+    return at + bytes;
   }
-  return kBad;
-}
-
-// Finds the first ill-formed string in writing order, for the error message.
-bool find_ill_formed(const ResponseValue& v, std::string& where, std::size_t& byte);
-
-bool find_ill_formed(const ResponseDict& d, std::string& where, std::size_t& byte) {
-  std::size_t index = 0;
-  for (const auto& [key, value] : d) {
-    byte = detail::first_ill_formed(key);
-    if (byte != std::string_view::npos) {
-      where.insert(0, "key #" + std::to_string(index) + " of ");
-      return true;
-    }
-    const std::size_t mark = where.size();
-    where += '.';
-    where += key;
-    if (find_ill_formed(value, where, byte)) return true;
-    where.resize(mark);
-    ++index;
-  }
-  return false;
-}
-
-bool find_ill_formed(const ResponseValue& v, std::string& where, std::size_t& byte) {
-  if (v.is_string()) {
-    byte = detail::first_ill_formed(v.as_string());
-    return byte != std::string_view::npos;
-  }
-  if (v.is_list()) {
-    const auto& l = v.as_list();
-    for (std::size_t i = 0; i < l.size(); ++i) {
-      const std::size_t mark = where.size();
-      where += '[' + std::to_string(i) + ']';
-      if (find_ill_formed(l[i], where, byte)) return true;
-      where.resize(mark);
-    }
-    return false;
-  }
-  return v.is_dict() && find_ill_formed(v.as_dict(), where, byte);
-}
+};
 
 template <class Value>
-[[noreturn]] void throw_ill_formed(const Value& v) {
-  std::optional<detail::IllFormedAt> at = detail::locate_ill_formed(v, "$");
-  throw EncodingError(std::move(at->where), at->byte);
+std::size_t size_of(const Value& value) noexcept {
+  Size size;
+  const std::size_t bytes = detail::walk(size, std::size_t{0}, value);
+  return size.ill_formed ? kBad : bytes;
 }
+
+// The first string or key that is not well-formed, in writing order, and
+// where it stands: the layout's visitor that tracks its place and stops when
+// it has found. Its state says whether it has.
+class FindIllFormed {
+ public:
+  static constexpr bool counts = false;
+
+  explicit FindIllFormed(std::string where) : where_(std::move(where)) {}
+
+  [[nodiscard]] std::optional<detail::IllFormedAt> result(bool found) && {
+    if (!found) return std::nullopt;
+    return detail::IllFormedAt{std::move(where_), byte_};
+  }
+
+  static bool literal(bool at, std::string_view /*text*/) noexcept { return at; }
+  static bool integer(bool at, std::int64_t /*i*/) noexcept { return at; }
+  static bool real(bool at, double /*d*/) noexcept { return at; }
+  bool string(bool /*at*/, const ResponseValue& v) noexcept { return check(ValueAccess::text(v)); }
+  bool key(bool /*at*/, std::string_view key, bool plain, std::size_t index) {
+    if (plain || !check(key)) return false;
+    where_.insert(0, "key #" + std::to_string(index) + " of ");
+    return true;
+  }
+  static bool open(bool at, char /*c*/) noexcept { return at; }
+  static bool close(bool at, char /*c*/) noexcept { return at; }
+  static bool separator(bool at, char /*c*/) noexcept { return at; }
+
+  bool enter(bool at, std::string_view key) {
+    marks_.push_back(where_.size());
+    where_ += '.';
+    detail::append_escaped(where_, key);
+    return at;
+  }
+  bool enter(bool at, std::size_t index) {
+    marks_.push_back(where_.size());
+    where_ += '[' + std::to_string(index) + ']';
+    return at;
+  }
+  bool leave(bool at) {
+    where_.resize(marks_.back());
+    marks_.pop_back();
+    return at;
+  }
+  static bool done(bool at) noexcept { return at; }
+
+ private:
+  bool check(std::string_view text) noexcept {
+    byte_ = detail::first_ill_formed(text);
+    return byte_ != std::string_view::npos;
+  }
+
+  std::string where_;
+  std::vector<std::size_t> marks_;
+  std::size_t byte_ = 0;
+};
 
 }  // namespace
 
 EncodingError::EncodingError(std::string where, std::size_t byte)
-    : std::runtime_error("encoded_size: the string at " + where + " is not well-formed UTF-8 (byte " +
-                         std::to_string(byte) + ")"),
+    : std::runtime_error("the response cannot be measured: the string at " + where +
+                         " is not well-formed UTF-8 (byte " + std::to_string(byte) + ")"),
       where_(std::move(where)),
       byte_(byte) {}
 
@@ -220,8 +182,9 @@ std::size_t string_overhead(std::string_view text) noexcept {
   return size == kBad ? kBad : size - text.size();
 }
 
-std::size_t size_or_ill_formed(const ResponseValue& value) noexcept { return value_size(value); }
-std::size_t size_or_ill_formed(const ResponseDict& value) noexcept { return dict_size(value); }
+std::size_t size_or_ill_formed(ResponseRef value) noexcept {
+  return value.visit([](const auto& v) { return size_of(v); });
+}
 std::size_t string_size_or_ill_formed(std::string_view text) noexcept { return string_size(text); }
 std::size_t well_formed_string_size(std::string_view text) noexcept {
   std::size_t size = text.size() + 2;
@@ -234,27 +197,18 @@ std::size_t well_formed_string_size(std::string_view text) noexcept {
   return size;
 }
 
-std::optional<IllFormedAt> locate_ill_formed(const ResponseValue& value, std::string where) {
-  std::size_t byte = 0;
-  if (!find_ill_formed(value, where, byte)) return std::nullopt;
-  return IllFormedAt{std::move(where), byte};
+std::optional<IllFormedAt> locate_ill_formed(ResponseRef value, std::string where) {
+  FindIllFormed find(std::move(where));
+  const bool found = value.visit([&](const auto& v) { return walk(find, false, v); });
+  return std::move(find).result(found);
 }
 
-std::optional<IllFormedAt> locate_ill_formed(const ResponseDict& value, std::string where) {
-  std::size_t byte = 0;
-  if (!find_ill_formed(value, where, byte)) return std::nullopt;
-  return IllFormedAt{std::move(where), byte};
-}
-
-std::size_t encoded_size(const ResponseValue& result) {
-  const std::size_t size = value_size(result);
-  if (size == kBad) throw_ill_formed(result);
-  return size;
-}
-
-std::size_t encoded_size(const ResponseDict& result) {
-  const std::size_t size = dict_size(result);
-  if (size == kBad) throw_ill_formed(result);
+std::size_t encoded_size(ResponseRef result) {
+  const std::size_t size = size_or_ill_formed(result);
+  if (size == kBad) {
+    std::optional<IllFormedAt> at = locate_ill_formed(result, "$");
+    throw EncodingError(std::move(at->where), at->byte);
+  }
   return size;
 }
 

@@ -2,6 +2,8 @@
 // library's own measure (the wiki ask's budget), exact to the byte.
 #pragma once
 
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,39 +18,54 @@ namespace kestrune::mcp_responses::detail {
 /// encoded_size: the byte length of tool_result_text(result), counted without
 /// building the text. Throws EncodingError when a string or key in `result`
 /// is not well-formed UTF-8.
-[[nodiscard]] std::size_t encoded_size(const ResponseValue& result);
-[[nodiscard]] std::size_t encoded_size(const ResponseDict& result);
+[[nodiscard]] std::size_t encoded_size(ResponseRef result);
 
 // The same sizes for callers that add up the sizes of a response's parts:
 // kIllFormed instead of an error.
 
 /// size_or_ill_formed: encoded_size of `value`, or kIllFormed.
-[[nodiscard]] std::size_t size_or_ill_formed(const ResponseValue& value) noexcept;
-[[nodiscard]] std::size_t size_or_ill_formed(const ResponseDict& value) noexcept;
+[[nodiscard]] std::size_t size_or_ill_formed(ResponseRef value) noexcept;
 /// string_size_or_ill_formed: the encoded size of `text` as a string, or kIllFormed.
 [[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text) noexcept;
 /// well_formed_string_size: the encoded size of `text` as a string, which
 /// must be well-formed UTF-8: only the escapes are looked for.
 [[nodiscard]] std::size_t well_formed_string_size(std::string_view text) noexcept;
 
-/// integer_text_size: the number of characters of `i` in decimal.
-[[nodiscard]] std::size_t integer_text_size(std::int64_t i) noexcept;
+/// kPow10: the powers of ten that fit 64 bits, 10^0 to 10^19.
+inline constexpr std::array<std::uint64_t, 20> kPow10 = [] {
+  std::array<std::uint64_t, 20> t{};
+  std::uint64_t p = 1;
+  for (std::uint64_t& x : t) {
+    x = p;
+    p *= 10;  // wraps after the last entry is set; the wrapped value is never stored
+  }
+  return t;
+}();
 
-/// list_size: the encoded size of a list whose `count` elements encode to
-/// `elements` bytes in all: theirs, the brackets and the commas between them.
-[[nodiscard]] constexpr std::size_t list_size(std::size_t elements, std::size_t count) noexcept {
-  return elements == kIllFormed ? kIllFormed : elements + 2 + (count > 0 ? count - 1 : 0);
+/// integer_text_size: the number of characters of `i` in decimal. The
+/// digits come from its bit width: 1233/4096 is just above log10(2), so t
+/// below is the number of digits or one less, and one comparison with a
+/// power of ten settles which.
+[[nodiscard]] constexpr std::size_t integer_text_size(std::int64_t i) noexcept {
+  // Work on the magnitude as unsigned so INT64_MIN does not overflow.
+  // Zero has one digit, as 1 has.
+  const std::uint64_t m = (i < 0 ? 0 - static_cast<std::uint64_t>(i) : static_cast<std::uint64_t>(i)) | 1;
+  const auto t = static_cast<std::size_t>((std::bit_width(m) * 1233) >> 12);
+  const std::size_t digits = t + (m >= kPow10[t] ? 1 : 0);
+  return digits + (i < 0 ? 1 : 0);
 }
 
-/// locate_ill_formed: where the first string (or key) of `value` that is not
-/// well-formed UTF-8 stands, in writing order, as EncodingError::where()
-/// gives it with `where` as the path of `value`; nullopt when all are.
+/// IllFormedAt: where the first string (or key) of a value that is not
+/// well-formed UTF-8 stands, as EncodingError::where() and byte() give it.
 struct IllFormedAt {
   std::string where;
   std::size_t byte;
 };
-[[nodiscard]] std::optional<IllFormedAt> locate_ill_formed(const ResponseValue& value, std::string where);
-[[nodiscard]] std::optional<IllFormedAt> locate_ill_formed(const ResponseDict& value, std::string where);
+
+/// locate_ill_formed: the first string or key of `value` that is not
+/// well-formed UTF-8, in writing order, with `where` as the path of `value`;
+/// nullopt when all are.
+[[nodiscard]] std::optional<IllFormedAt> locate_ill_formed(ResponseRef value, std::string where);
 
 /// plus: a + b, or kIllFormed when either is.
 [[nodiscard]] constexpr std::size_t plus(std::size_t a, std::size_t b) noexcept {

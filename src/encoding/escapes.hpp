@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace kestrune::mcp_responses::detail {
 
@@ -29,5 +31,11 @@ inline constexpr std::array<std::uint8_t, 256> kEscapeExtra = [] {
   }
   return t;
 }();
+
+/// append_escaped: appends `text` as it stands between the quotes of the
+/// compact text (each escape as the table above), except that a byte that is
+/// not part of well-formed UTF-8 is written \xNN: what messages quote stays
+/// well-formed, one line and whole.
+void append_escaped(std::string& out, std::string_view text);
 
 }  // namespace kestrune::mcp_responses::detail

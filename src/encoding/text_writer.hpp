@@ -2,6 +2,7 @@
 // JSON-RPC line around it need.
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "kestrune/mcp_responses/types.hpp"
@@ -18,8 +19,19 @@ namespace kestrune::mcp_responses::detail {
 enum class TextForm { compact, json, nested };
 
 /// append_text: appends `value` written in `form` to `out`.
-void append_text(std::string& out, const ResponseValue& value, TextForm form);
-void append_text(std::string& out, const ResponseDict& value, TextForm form);
-void append_text(std::string& out, const ResponseList& value, TextForm form);
+void append_text(std::string& out, ResponseRef value, TextForm form);
+
+/// Stand: a string value of a message's map that stands for a response,
+/// written in its place in `form` (a nested response between quotes), so
+/// that a message's layout is a map and its responses are never copied.
+struct Stand {
+  const ResponseValue* placeholder;
+  ResponseRef response;
+  TextForm form;
+};
+
+/// append_message: appends `message` written in the json form, each value
+/// that `stands` names replaced by its response.
+void append_message(std::string& out, const ResponseDict& message, std::span<const Stand> stands);
 
 }  // namespace kestrune::mcp_responses::detail

@@ -71,8 +71,6 @@ void set_log_sink(LogSink sink) {
   // `old` is destroyed here, outside the lock, in case its captures log.
 }
 
-void reset_log_sink() { set_log_sink({}); }
-
 namespace detail {
 
 void log(LogLevel level, std::string_view message) {

@@ -1,11 +1,13 @@
-// The JSON-RPC response line around a result, shared by the result lines
-// and the one-pass tool call line.
+// The JSON-RPC response line around a result or an error, shared by the
+// result and error lines and the one-pass tool call line.
 #pragma once
 
+#include <span>
 #include <string>
-#include <string_view>
 
+#include "encoding/text_writer.hpp"
 #include "kestrune/mcp_responses/types.hpp"
+#include "types/value_access.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
@@ -16,11 +18,11 @@ enum class IdRule { request, request_or_null };
 /// an integer, a string, a finite double, or null where `rule` allows it.
 void check_id(const ResponseValue& id, IdRule rule, std::string_view caller);
 
-/// append_line_head: `{"jsonrpc":"2.0","id":ID,"result":` (or `"error":`
-/// when `member` says so) for a checked id.
-void append_line_head(std::string& out, const ResponseValue& id, std::string_view member);
+/// envelope: the line's map, {"jsonrpc": "2.0", "id": id, member: value}.
+[[nodiscard]] ResponseDict envelope(const ResponseValue& id, PlainKey member, ResponseValue value);
 
-/// kLineEnd: what closes the line after the result or error.
-inline constexpr std::string_view kLineEnd = "}\n";
+/// append_line: appends `envelope` as one line, each value that `stands`
+/// names written as its response.
+void append_line(std::string& out, const ResponseDict& envelope, std::span<const Stand> stands = {});
 
 }  // namespace kestrune::mcp_responses::detail

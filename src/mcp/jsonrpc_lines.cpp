@@ -3,10 +3,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "encoding/text_writer.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 #include "mcp/jsonrpc_line.hpp"
-#include "types/value_access.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -20,57 +18,46 @@ void check_id(const ResponseValue& id, IdRule rule, std::string_view caller) {
                               (rule == IdRule::request_or_null ? ", or null" : ""));
 }
 
-void append_line_head(std::string& out, const ResponseValue& id, std::string_view member) {
-  out += R"({"jsonrpc":"2.0","id":)";
-  append_text(out, id, TextForm::json);
-  out += ",\"";
-  out += member;
-  out += "\":";
+ResponseDict envelope(const ResponseValue& id, PlainKey member, ResponseValue value) {
+  ResponseDict line;
+  line.reserve(3);
+  append_plain(line, "jsonrpc", "2.0");
+  append_plain(line, "id", id);
+  append_plain(line, member, std::move(value));
+  return line;
+}
+
+void append_line(std::string& out, const ResponseDict& envelope, std::span<const Stand> stands) {
+  append_message(out, envelope, stands);
+  out += '\n';
 }
 
 }  // namespace detail
 
-namespace {
-
-template <class Result>
-void append_result_line(std::string& out, const ResponseValue& id, const Result& result) {
+void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, ResponseRef result) {
   detail::check_id(id, detail::IdRule::request, "jsonrpc_result_line");
-  detail::append_line_head(out, id, "result");
-  detail::append_text(out, result, detail::TextForm::json);
-  out += detail::kLineEnd;
+  const ResponseDict line = detail::envelope(id, "result", "");
+  const detail::Stand stand{&line.value_at(2), result, detail::TextForm::json};
+  detail::append_line(out, line, {&stand, 1});
 }
 
-}  // namespace
-
-void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, const ResponseValue& result) {
-  append_result_line(out, id, result);
-}
-
-void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, const ResponseDict& result) {
-  append_result_line(out, id, result);
-}
-
-std::string jsonrpc_result_line(const ResponseValue& id, const ResponseValue& result) {
+std::string jsonrpc_result_line(const ResponseValue& id, ResponseRef result) {
   std::string out;
-  append_result_line(out, id, result);
+  append_jsonrpc_result_line(out, id, result);
   return out;
 }
 
-std::string jsonrpc_result_line(const ResponseValue& id, const ResponseDict& result) {
-  std::string out;
-  append_result_line(out, id, result);
-  return out;
-}
-
-std::string jsonrpc_error_line(const ResponseValue& id, std::int64_t code, std::string_view message) {
+void append_jsonrpc_error_line(std::string& out, const ResponseValue& id, std::int64_t code, std::string_view message) {
   detail::check_id(id, detail::IdRule::request_or_null, "jsonrpc_error_line");
   ResponseDict error;
   detail::append_plain(error, "code", code);
   detail::append_plain(error, "message", message);
+  detail::append_line(out, detail::envelope(id, "error", std::move(error)));
+}
+
+std::string jsonrpc_error_line(const ResponseValue& id, std::int64_t code, std::string_view message) {
   std::string out;
-  detail::append_line_head(out, id, "error");
-  detail::append_text(out, error, detail::TextForm::json);
-  out += detail::kLineEnd;
+  append_jsonrpc_error_line(out, id, code, message);
   return out;
 }
 

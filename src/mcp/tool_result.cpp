@@ -1,8 +1,10 @@
-// The MCP CallToolResult of a response, as a map and as a JSON-RPC line
-// written in one pass.
+// The MCP CallToolResult of a response: the map, and the JSON-RPC line
+// written in one pass. Both are made by result_map, the one description of
+// what a result holds; the line writes the response where the map's
+// placeholders stand instead of copying it in.
+#include <array>
 #include <string>
-#include <string_view>
-#include <type_traits>
+#include <utility>
 
 #include "encoding/text_writer.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
@@ -14,67 +16,44 @@ namespace kestrune::mcp_responses {
 
 namespace {
 
-// The line's text around the response: from the result's opening brace to
-// the text block's string, and from its end to the result's other members.
-constexpr std::string_view kTextOpen = R"({"content":[{"type":"text","text":")";
-constexpr std::string_view kTextClose = R"("}])";
-constexpr std::string_view kStructured = R"(,"structuredContent":)";
-constexpr std::string_view kIsError = R"(,"isError":true)";
-constexpr std::string_view kResultClose = "}";
-
-// The text block is written straight from the response, escaped as it is
-// written. Each part makes room for itself: without structured content the
-// text's room leaves enough for the line's end.
-template <class Response>
-void append_line(std::string& out, const ResponseValue& id, const Response& response, CallToolOptions options) {
-  detail::check_id(id, detail::IdRule::request, "tool_call_line");
-  bool structured = options.structured;
-  if constexpr (!std::is_same_v<Response, ResponseDict>) structured = structured && response.is_dict();
-  detail::append_line_head(out, id, "result");
-  out += kTextOpen;
-  detail::append_text(out, response, detail::TextForm::nested);
-  out += kTextClose;
-  if (structured) {
-    out += kStructured;
-    detail::append_text(out, response, detail::TextForm::json);
-  }
-  if (options.is_error) out += kIsError;
-  out += kResultClose;
-  out += detail::kLineEnd;
+// result_map: the CallToolResult whose text block holds `text` and, when
+// the options and `is_dict` say so, whose structured content is `structured`.
+ResponseDict result_map(ResponseValue text, ResponseValue structured, bool is_dict, CallToolOptions options) {
+  ResponseDict block;
+  block.reserve(2);
+  detail::append_plain(block, "type", "text");
+  detail::append_plain(block, "text", std::move(text));
+  ResponseDict result;
+  result.reserve(3);
+  detail::append_plain(result, "content", ResponseList{ResponseValue(std::move(block))});
+  if (options.structured && is_dict) detail::append_plain(result, "structuredContent", std::move(structured));
+  if (options.is_error) detail::append_plain(result, "isError", true);
+  return result;
 }
 
 }  // namespace
 
 ResponseDict call_tool_result(ResponseValue response, CallToolOptions options) {
-  ResponseDict block;
-  detail::append_plain(block, "type", "text");
-  detail::append_plain(block, "text", tool_result_text(response));
-  ResponseDict result;
-  detail::append_plain(result, "content", ResponseList{ResponseValue(std::move(block))});
-  if (options.structured && response.is_dict()) detail::append_plain(result, "structuredContent", std::move(response));
-  if (options.is_error) detail::append_plain(result, "isError", true);
-  return result;
+  std::string text = tool_result_text(response);
+  const bool is_dict = response.is_dict();
+  return result_map(std::move(text), std::move(response), is_dict, options);
 }
 
-void append_tool_call_line(std::string& out, const ResponseValue& id, const ResponseValue& response,
-                           CallToolOptions options) {
-  append_line(out, id, response, options);
+void append_tool_call_line(std::string& out, const ResponseValue& id, ResponseRef response, CallToolOptions options) {
+  detail::check_id(id, detail::IdRule::request, "tool_call_line");
+  const ResponseDict line = detail::envelope(id, "result", result_map("", "", response.is_dict(), options));
+  // The placeholders: the text block's text, and the structured content when there is one.
+  const ResponseDict& result = line.value_at(2).as_dict();
+  const ResponseValue& text = result.value_at(0).as_list()[0].as_dict().value_at(1);
+  std::array<detail::Stand, 2> stands = {detail::Stand{&text, response, detail::TextForm::nested},
+                                         detail::Stand{nullptr, response, detail::TextForm::json}};
+  if (const ResponseValue* structured = result.find("structuredContent")) stands[1].placeholder = structured;
+  detail::append_line(out, line, stands);
 }
 
-void append_tool_call_line(std::string& out, const ResponseValue& id, const ResponseDict& response,
-                           CallToolOptions options) {
-  append_line(out, id, response, options);
-}
-
-std::string tool_call_line(const ResponseValue& id, const ResponseValue& response, CallToolOptions options) {
+std::string tool_call_line(const ResponseValue& id, ResponseRef response, CallToolOptions options) {
   std::string out;
-  append_line(out, id, response, options);
-  return out;
-}
-
-std::string tool_call_line(const ResponseValue& id, const ResponseDict& response, CallToolOptions options) {
-  std::string out;
-  append_line(out, id, response, options);
+  append_tool_call_line(out, id, response, options);
   return out;
 }
 

@@ -1,5 +1,5 @@
 // ResponseValue: its heap forms (long strings, lists and maps), equality,
-// and the emptiness test.
+// and the falsiness test.
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -94,7 +94,7 @@ bool operator==(const ResponseValue& a, const ResponseValue& b) {
   return false;
 }
 
-bool is_empty(const ResponseValue& value) noexcept {
+bool is_falsy(const ResponseValue& value) noexcept {
   switch (value.kind()) {
     case Kind::null:
       return true;

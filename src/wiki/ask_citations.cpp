@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "encoding/encoded_size.hpp"
+#include "encoding/layout.hpp"
 #include "internal/blocks.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "wiki/ask_citations.hpp"
@@ -260,7 +261,7 @@ CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const Resp
       size = plus(size, extra_candidates[e].size);
       ++count;
     }
-    sizes_.push_back(detail::list_size(size, count));
+    sizes_.push_back(size == kIllFormed ? kIllFormed : detail::list_size(size, count));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "encoding/encoded_size.hpp"
+#include "encoding/layout.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "types/value_access.hpp"
 #include "wiki/ask_limits.hpp"
@@ -42,7 +43,7 @@ ResponseDict section_row(const std::array<ResponseValue*, kFieldCount>& fields) 
   append_plain(row, "title", take(kTitle));
   append_plain(row, "heading", take(kHeading));
   append_plain(row, "similarity", take(kSimilarity));
-  append_plain(row, "stale", fields[kStale] != nullptr && !is_empty(*fields[kStale]));
+  append_plain(row, "stale", fields[kStale] != nullptr && !is_falsy(*fields[kStale]));
   append_plain(row, "excerpt", "");
   return row;
 }
@@ -50,7 +51,7 @@ ResponseDict section_row(const std::array<ResponseValue*, kFieldCount>& fields) 
 // What a section's excerpt is cut from: a string as it is, an empty value
 // as "", any other value as its compact text, kept in `text`.
 ExcerptSource excerpt_source(ResponseValue* excerpt, std::string& text) {
-  if (excerpt == nullptr || is_empty(*excerpt)) return {.text = {}, .utf8 = Utf8::well_formed, .escape_free = true};
+  if (excerpt == nullptr || is_falsy(*excerpt)) return {.text = {}, .utf8 = Utf8::well_formed, .escape_free = true};
   if (!excerpt->is_string()) {
     text = tool_result_text(*excerpt);
     return {.text = text};

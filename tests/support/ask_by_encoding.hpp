@@ -32,7 +32,7 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
   std::vector<std::string> full;
   for (const ResponseValue& section : *o.sections) {
     const ResponseValue& e = get(section, "excerpt");
-    full.push_back(is_empty(e) ? std::string() : trimmed(e.is_string() ? e.as_string() : tool_result_text(e), 1200));
+    full.push_back(is_falsy(e) ? std::string() : trimmed(e.is_string() ? e.as_string() : tool_result_text(e), 1200));
   }
   const ResponseList extra = o.citations.value_or(ResponseList{});
   ResponseDict optional{{"model", o.model},         {"tokens", o.tokens}, {"note", o.note},
@@ -45,7 +45,7 @@ inline ResponseDict ask_by_encoding(const WikiAskOptions& o) {
                                      {"title", get(s, "title")},
                                      {"heading", get(s, "heading")},
                                      {"similarity", get(s, "similarity")},
-                                     {"stale", !is_empty(get(s, "stale"))},
+                                     {"stale", !is_falsy(get(s, "stale"))},
                                      {"excerpt", excerpts[k]}});
     }
     ResponseDict r{{"mode", *o.mode},

@@ -51,7 +51,7 @@ mr::ResponseValue code_lines(Args& a) {
         !pair.as_list()[1].is_integer()) {
       throw RequestError("item " + std::to_string(i) + " of argument \"places\" must be a [path, line] pair");
     }
-    places.push_back({pair.as_list()[0].as_string(), pair.as_list()[1].as_integer()});
+    places.push_back({std::string(pair.as_list()[0].as_string()), pair.as_list()[1].as_integer()});
   }
   std::optional<std::filesystem::path> root_path;
   if (root) root_path = *root;

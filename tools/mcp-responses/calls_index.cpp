@@ -91,17 +91,20 @@ mr::ResponseValue build_reference(Args& a) {
 
 mr::ResponseValue build_api_endpoint(Args& a) {
   const mr::Symbol symbol = symbol_arg(a, "symbol");
-  const auto file_path = a.nullable_string("file_path");
-  const auto component_name = a.nullable_string("component_name");
-  return mr::build_api_endpoint(symbol, file_path, component_name);
+  auto file_path = a.nullable_string("file_path");
+  auto component_name = a.nullable_string("component_name");
+  return mr::build_api_endpoint(symbol,
+                                {.file_path = std::move(file_path), .component_name = std::move(component_name)});
 }
 
 mr::ResponseValue build_component(Args& a) { return mr::build_component(component_arg(a, "component")); }
 
 mr::ResponseValue build_test_coverage(Args& a) {
   std::optional<mr::ResponseList> symbols_imported = a.nullable_list("symbols_imported");
-  const std::string source_file = a.string("source_file");
-  return mr::build_test_coverage(a.string("test_file"), source_file, std::move(symbols_imported));
+  std::string source_file = a.string("source_file");
+  return mr::build_test_coverage({.test_file = a.string("test_file"),
+                                  .source_file = std::move(source_file),
+                                  .symbols_imported = std::move(symbols_imported)});
 }
 
 constexpr Call kCalls[] = {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "calls.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 
 namespace kestrune::tool {

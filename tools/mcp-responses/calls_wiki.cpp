@@ -36,7 +36,7 @@ mr::ResponseValue build_wiki_list_response(Args& a) {
   const bool truncated = a.boolean_or("truncated", false);
   const std::int64_t offset = a.integer_or("offset", 0);
   const std::int64_t total = a.integer("total");
-  return mr::build_wiki_list_response(a.list("pages"), total, offset, truncated);
+  return mr::build_wiki_list_response(a.list("pages"), total, offset, mr::Truncated{truncated});
 }
 
 mr::ResponseValue build_wiki_read_response(Args& a) {

@@ -10,6 +10,7 @@
 // Every builder returns a new ResponseDict owned by the caller.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -24,17 +25,29 @@ namespace kestrune::mcp_responses {
 
 // ---- Paginated responses -------------------------------------------------
 
-/// Options of build_paginated_response.
+/// Options of build_paginated_response and fit_paginated_response.
 struct PaginatedOptions {
-  std::string_view items_key = "items";  ///< the key of the rows, first in the response
+  std::string items_key = "items";  ///< the key of the rows, first in the response
 };
 
 /// build_paginated_response: `items` (moved in, not copied) under the items
 /// key, then `total_count`, `truncated`, `has_more` (both true exactly when
 /// offset + rows < total_count) and `offset`, passed through
-/// add_pagination_hint.
+/// add_pagination_hint. The three positional arguments are the page builder's
+/// own, in its order.
 [[nodiscard]] ResponseDict build_paginated_response(ResponseList items, std::int64_t total_count, std::int64_t offset,
                                                     PaginatedOptions options = {});
+
+/// fit_paginated_response: build_paginated_response of the longest prefix
+/// of `items` whose response's compact text takes at most `max_bytes`
+/// bytes; of no rows when even that is longer. The page's flags and hint
+/// follow the rows it keeps, so a cut page tells the model the offset to
+/// call again with: hosts cap what a tool may return. The rows are measured
+/// once, not encoded per candidate. Throws EncodingError (located as in the
+/// page of all `items`) when a string in the rows or the items key is not
+/// well-formed UTF-8.
+[[nodiscard]] ResponseDict fit_paginated_response(ResponseList items, std::int64_t total_count, std::int64_t offset,
+                                                  std::size_t max_bytes, PaginatedOptions options = {});
 
 /// add_pagination_hint: `response` with the key `hint` appended when its
 /// `truncated` is true, telling the model how to get the next page:
@@ -44,24 +57,25 @@ struct PaginatedOptions {
 [[nodiscard]] ResponseDict add_pagination_hint(ResponseDict response, std::int64_t count);
 
 /// build_empty_paginated_response: the paginated shape with a new empty list,
-/// total 0, no more pages, offset 0, and no pagination hint.
+/// total 0, no more pages, offset 0, and no pagination hint. Unlike the
+/// other page builder it takes the items key by position.
 [[nodiscard]] ResponseDict build_empty_paginated_response(std::string_view items_key = "items");
 
 // ---- Index status and not-initialized responses --------------------------
 
-/// Arguments of build_index_status_response: the first four must be set
-/// (`branch` may be null), the rest default as shown.
+/// Arguments of build_index_status_response, in its order: the first four
+/// must be set (`branch` may be null), the rest default as shown.
 struct IndexStatusOptions {
-  Required<std::string_view> status;                 ///< "ready", "indexing", "error", "stopped", ...
-  Required<std::string_view> health;                 ///< "healthy", "degraded", "unhealthy", "unknown"
-  Required<std::optional<std::string_view>> branch;  ///< the current git branch, or null
-  Required<std::int64_t> progress;                   ///< 0 to 100
+  Required<std::string> status;                 ///< "ready", "indexing", "error", "stopped", ...
+  Required<std::string> health;                 ///< "healthy", "degraded", "unhealthy", "unknown"
+  Required<std::optional<std::string>> branch;  ///< the current git branch, or null
+  Required<std::int64_t> progress;              ///< 0 to 100
   std::int64_t files_indexed = 0;
   std::int64_t symbols_indexed = 0;
-  std::optional<std::string_view> last_updated{};  ///< a timestamp, as the caller writes it
+  std::optional<std::string> last_updated = std::nullopt;  ///< a timestamp, as the caller writes it
   std::int64_t errors_count = 0;
-  std::optional<std::string_view> phase{};         ///< e.g. "resolving references"
-  std::optional<std::string_view> phase_detail{};  ///< e.g. "1234/5000"
+  std::optional<std::string> phase = std::nullopt;         ///< e.g. "resolving references"
+  std::optional<std::string> phase_detail = std::nullopt;  ///< e.g. "1234/5000"
 };
 
 /// build_index_status_response: the IndexStatusResponse: `status`, `health`,
@@ -70,16 +84,22 @@ struct IndexStatusOptions {
 /// `phase_detail`, each only when non-empty. Values are not checked.
 ///
 ///   build_index_status_response({.status = "ready", .health = "healthy", .branch = "main", .progress = 100});
-[[nodiscard]] ResponseDict build_index_status_response(const IndexStatusOptions& options);
+[[nodiscard]] ResponseDict build_index_status_response(IndexStatusOptions options);
 
-/// empty_tool_responses: tool name -> the tool's response for a repository
-/// that is not initialized, 14 entries in a fixed order, built on first use
-/// (thread-safe) and never changed.
-[[nodiscard]] const ResponseDict& empty_tool_responses() noexcept;
+/// EmptyToolResponses: the type of EMPTY_TOOL_RESPONSES, a read-only handle
+/// on the table, which is built on first use (thread-safe) and never changed.
+/// A constant, so that it is usable before main() in any translation unit.
+class EmptyToolResponses {
+ public:
+  [[nodiscard]] const ResponseDict& operator*() const noexcept;
+  [[nodiscard]] const ResponseDict* operator->() const noexcept { return &**this; }
+  operator const ResponseDict&() const noexcept { return **this; }  // NOLINT(google-explicit-constructor)
+};
 
-/// EMPTY_TOOL_RESPONSES: the same table. Read it through
-/// empty_tool_responses() from code that runs before main().
-inline const ResponseDict& EMPTY_TOOL_RESPONSES = empty_tool_responses();
+/// EMPTY_TOOL_RESPONSES: tool name -> the tool's response for a repository
+/// that is not initialized, 14 entries in a fixed order:
+///   for (const auto& [tool, response] : *EMPTY_TOOL_RESPONSES) ...
+inline constexpr EmptyToolResponses EMPTY_TOOL_RESPONSES{};
 
 /// get_empty_response: a copy of the table's entry for `tool_name` (exact,
 /// case-sensitive), or {"error": "Repository not initialized"} for a name not
@@ -113,7 +133,7 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = empty_tool_responses();
 /// build_file_symbol: the outline row of `symbol`: name (fqn less the
 /// "`module`." prefix when it has it), kind, line (start_line), end_line (only
 /// when it differs from start_line), signature and summary, nulls left out.
-[[nodiscard]] ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module = {});
+[[nodiscard]] ResponseDict build_file_symbol(const Symbol& symbol, std::string_view module = "");
 
 // ---- Reference, endpoint, component and test rows -------------------------
 
@@ -124,20 +144,36 @@ inline const ResponseDict& EMPTY_TOOL_RESPONSES = empty_tool_responses();
 [[nodiscard]] ResponseDict build_reference(const Reference& reference,
                                            std::optional<std::string_view> code = std::nullopt);
 
+/// Arguments of build_api_endpoint after the symbol, in its order: two
+/// strings a call site names, so that they never swap.
+struct ApiEndpointOptions {
+  std::optional<std::string> file_path = std::nullopt;       ///< the endpoint's file
+  std::optional<std::string> component_name = std::nullopt;  ///< its component
+};
+
 /// build_api_endpoint: the ApiEndpointInfo of `symbol`: fqn, name, kind,
 /// file (the empty string when `file_path` is null or empty), line (the
 /// start line), signature and component, all always present.
-[[nodiscard]] ResponseDict build_api_endpoint(const Symbol& symbol,
-                                              std::optional<std::string_view> file_path = std::nullopt,
-                                              std::optional<std::string_view> component_name = std::nullopt);
+///
+///   build_api_endpoint(symbol, {.file_path = "api/users.py", .component_name = "api"});
+[[nodiscard]] ResponseDict build_api_endpoint(const Symbol& symbol, ApiEndpointOptions options = {});
 
 /// build_component: the ComponentInfoResponse: name, layer, path_pattern,
 /// file_count and symbol_count as stored, null included.
 [[nodiscard]] ResponseDict build_component(const ComponentInfo& component);
 
+/// Arguments of build_test_coverage, in its order: the two files must be
+/// set, and are named at the call site so that they never swap.
+struct TestCoverageOptions {
+  Required<std::string> test_file;
+  Required<std::string> source_file;
+  std::optional<ResponseList> symbols_imported = std::nullopt;  ///< moved in as it is
+};
+
 /// build_test_coverage: `test_file` and `source_file`, then
-/// `symbols_imported` (moved in as it is) only when it has an element.
-[[nodiscard]] ResponseDict build_test_coverage(std::string_view test_file, std::string_view source_file,
-                                               std::optional<ResponseList> symbols_imported = std::nullopt);
+/// `symbols_imported` only when it has an element.
+///
+///   build_test_coverage({.test_file = "tests/test_cart.py", .source_file = "shop/cart.py"});
+[[nodiscard]] ResponseDict build_test_coverage(TestCoverageOptions options);
 
 }  // namespace kestrune::mcp_responses

@@ -31,7 +31,7 @@ inline constexpr std::size_t CODE_LINE_CHARS = 200;
 /// Place: a line of a file of the work tree. `path` is relative to the root
 /// (an absolute path inside the root also serves); `line` counts from 1.
 struct Place {
-  std::string_view path;
+  std::string path;
   std::int64_t line = 0;
 };
 

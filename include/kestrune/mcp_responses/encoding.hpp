@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "kestrune/mcp_responses/types.hpp"
 
@@ -20,21 +21,27 @@ namespace kestrune::mcp_responses {
 /// tool_result_text: the compact MCP text of `result`. Strings are written
 /// byte for byte apart from their escapes, so text that is not well-formed
 /// UTF-8 passes through unchanged.
-[[nodiscard]] std::string tool_result_text(const ResponseValue& result);
-[[nodiscard]] std::string tool_result_text(const ResponseDict& result);
-[[nodiscard]] std::string tool_result_text(const ResponseList& result);
+[[nodiscard]] std::string tool_result_text(ResponseRef result);
 
 /// append_tool_result_text: appends the MCP text of `result` to `out`.
-void append_tool_result_text(std::string& out, const ResponseValue& result);
-void append_tool_result_text(std::string& out, const ResponseDict& result);
+void append_tool_result_text(std::string& out, ResponseRef result);
+
+/// quote: `text` in double quotes, as a message shows an argument it quotes:
+/// whole, with the compact text's escapes (a quote as \", a NUL as \u0000),
+/// and each byte that is not part of well-formed UTF-8 as \xNN, so that the
+/// message stays one well-formed line however odd the argument.
+///
+///   "no wiki page " + quote(page_id)  // no wiki page "cart\u0000zzz"
+[[nodiscard]] std::string quote(std::string_view text);
 
 /// EncodingError: a response cannot be measured in bytes because a string
-/// in it is not well-formed UTF-8 (only the wiki ask with a token budget
-/// measures). `where()` is the path to the first such string in writing
-/// order: `$` for the response, `.key` for a map's value, `[i]` for a list's
-/// element, as in "$.sections[1].excerpt"; for a key itself, "key #i of "
-/// and the path of its map, as in "key #0 of $.tokens". `byte()` is the
-/// offset of the bad sequence in that string.
+/// in it is not well-formed UTF-8 (the wiki ask with a token budget and
+/// fit_paginated_response measure). `where()` is the path to the first such
+/// string in writing order: `$` for the response, `.key` for a map's value
+/// (the key escaped as in the compact text), `[i]` for a list's element, as
+/// in "$.sections[1].excerpt"; for a key itself, "key #i of " and the path
+/// of its map, as in "key #0 of $.tokens". `byte()` is the offset of the bad
+/// sequence in that string.
 class EncodingError : public std::runtime_error {
  public:
   EncodingError(std::string where, std::size_t byte);

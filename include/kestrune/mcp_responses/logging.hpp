@@ -28,13 +28,10 @@ enum class LogLevel : std::uint8_t { debug, info, warning, error };
 /// formatted message. It may be called from several threads at once.
 using LogSink = std::function<void(std::string_view logger, LogLevel level, std::string_view message)>;
 
-/// set_log_sink: sends every later record to `sink`; an empty sink restores
-/// the standard-error default. Safe from any thread: when it returns, no call
+/// set_log_sink: sends every later record to `sink`; an empty sink
+/// (set_log_sink({})) restores the standard-error default. Safe from any thread: when it returns, no call
 /// of the previous sink is still running and none will start. A sink must
 /// not call set_log_sink or the code-line reader itself.
 void set_log_sink(LogSink sink);
-
-/// reset_log_sink: restores the standard-error default, as set_log_sink({}).
-void reset_log_sink();
 
 }  // namespace kestrune::mcp_responses

@@ -2,7 +2,7 @@
 //
 // A tool handler's answer to `tools/call` is one JSON-RPC line on stdout:
 //
-//   ResponseDict page = build_paginated_response(std::move(rows), total, offset, {.items_key = "symbols"});
+//   ResponseDict page = fit_paginated_response(std::move(rows), total, offset, 10'000, {.items_key = "symbols"});
 //   std::cout << tool_call_line(request_id, page);
 //   // {"jsonrpc":"2.0","id":7,"result":{"content":[{"type":"text","text":"{\"symbols\":[...],...}"}]}}
 //
@@ -16,7 +16,6 @@
 #include <string>
 #include <string_view>
 
-#include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 
 namespace kestrune::mcp_responses {
@@ -44,15 +43,14 @@ struct CallToolOptions {
 /// double is written `null`, as JSON.stringify writes it. `id` is the
 /// request's id as given: an integer, a string or a finite double; anything
 /// else throws std::invalid_argument.
-[[nodiscard]] std::string jsonrpc_result_line(const ResponseValue& id, const ResponseValue& result);
-[[nodiscard]] std::string jsonrpc_result_line(const ResponseValue& id, const ResponseDict& result);
-void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, const ResponseValue& result);
-void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, const ResponseDict& result);
+[[nodiscard]] std::string jsonrpc_result_line(const ResponseValue& id, ResponseRef result);
+void append_jsonrpc_result_line(std::string& out, const ResponseValue& id, ResponseRef result);
 
 /// jsonrpc_error_line: {"jsonrpc":"2.0","id":ID,"error":{"code":CODE,
 /// "message":MESSAGE}} and "\n". `id` may also be null, for a request whose
 /// id could not be read.
 [[nodiscard]] std::string jsonrpc_error_line(const ResponseValue& id, std::int64_t code, std::string_view message);
+void append_jsonrpc_error_line(std::string& out, const ResponseValue& id, std::int64_t code, std::string_view message);
 
 /// JSON-RPC error codes for jsonrpc_error_line.
 inline constexpr std::int64_t JSONRPC_PARSE_ERROR = -32700;
@@ -64,23 +62,8 @@ inline constexpr std::int64_t JSONRPC_INTERNAL_ERROR = -32603;
 /// tool_call_line: exactly jsonrpc_result_line(id, call_tool_result(response,
 /// options)), written in one pass from the response: the text block is the
 /// compact text escaped as it is written, never built on its own.
-[[nodiscard]] std::string tool_call_line(const ResponseValue& id, const ResponseValue& response,
-                                         CallToolOptions options = {});
-[[nodiscard]] std::string tool_call_line(const ResponseValue& id, const ResponseDict& response,
-                                         CallToolOptions options = {});
-void append_tool_call_line(std::string& out, const ResponseValue& id, const ResponseValue& response,
+[[nodiscard]] std::string tool_call_line(const ResponseValue& id, ResponseRef response, CallToolOptions options = {});
+void append_tool_call_line(std::string& out, const ResponseValue& id, ResponseRef response,
                            CallToolOptions options = {});
-void append_tool_call_line(std::string& out, const ResponseValue& id, const ResponseDict& response,
-                           CallToolOptions options = {});
-
-/// fit_paginated_response: build_paginated_response of the longest prefix
-/// of `items` whose response's compact text takes at most `max_bytes`
-/// bytes; of no rows when even that is longer. The page's flags and hint
-/// follow the rows it keeps, so a cut page tells the model the offset to
-/// call again with. The rows are measured once, not encoded per candidate.
-/// Throws EncodingError (located as in the page of all `items`) when a
-/// string in the rows or the items key is not well-formed UTF-8.
-[[nodiscard]] ResponseDict fit_paginated_response(ResponseList items, std::int64_t total_count, std::int64_t offset,
-                                                  std::size_t max_bytes, PaginatedOptions options = {});
 
 }  // namespace kestrune::mcp_responses

@@ -52,8 +52,9 @@ namespace kestrune::mcp_responses {
 }
 
 /// from_ordered_json: the ResponseValue of `json`, keys in their order.
-/// Throws std::out_of_range for an unsigned integer above INT64_MAX (it is
-/// not made a double) and std::invalid_argument for a binary value.
+/// Throws std::overflow_error for an unsigned integer above INT64_MAX (it is
+/// not made a double), as ResponseValue does, and std::invalid_argument for a
+/// binary value.
 [[nodiscard]] inline ResponseValue from_ordered_json(const nlohmann::ordered_json& json) {
   using Type = nlohmann::ordered_json::value_t;
   switch (json.type()) {
@@ -66,7 +67,7 @@ namespace kestrune::mcp_responses {
     case Type::number_unsigned: {
       const auto u = json.get<std::uint64_t>();
       if (u > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-        throw std::out_of_range("from_ordered_json: " + std::to_string(u) + " does not fit a 64-bit signed integer");
+        throw std::overflow_error("from_ordered_json: " + std::to_string(u) + " does not fit a 64-bit signed integer");
       }
       return static_cast<std::int64_t>(u);
     }

@@ -174,7 +174,8 @@ class ResponseValue {
   }
 
   /// Integers: an unsigned value above INT64_MAX throws std::overflow_error
-  /// rather than wrapping around to a negative number.
+  /// rather than wrapping around to a negative number (as the nlohmann/json
+  /// bridge does for the same value).
   template <class T, std::enable_if_t<detail::is_integer_v<T>, int> = 0>
   ResponseValue(T i) {
     set_scalar(Kind::integer, checked_integer(i));
@@ -342,7 +343,7 @@ class ResponseValue {
   static std::int64_t checked_integer(T i) {
     if constexpr (std::is_unsigned_v<T> && sizeof(T) >= sizeof(std::int64_t)) {
       if (i > static_cast<T>(std::numeric_limits<std::int64_t>::max())) {
-        throw std::overflow_error("ResponseValue: unsigned value does not fit a 64-bit signed integer");
+        throw std::overflow_error("ResponseValue: " + std::to_string(i) + " does not fit a 64-bit signed integer");
       }
     }
     return static_cast<std::int64_t>(i);
@@ -354,9 +355,50 @@ class ResponseValue {
 };
 static_assert(sizeof(ResponseValue) == 16);
 
-/// is_empty: the emptiness test that builders use for "non-empty": null,
-/// false, 0, 0.0, and an empty string, list or map are empty.
-[[nodiscard]] bool is_empty(const ResponseValue& value) noexcept;
+/// is_falsy: whether `value` is null, false, 0, 0.0, or an empty string,
+/// list or map: the values that builders treat as not given where a response
+/// keeps only what is "non-empty" (Python calls them false).
+[[nodiscard]] bool is_falsy(const ResponseValue& value) noexcept;
+
+/// ResponseRef: a read-only view of a response or any part of it: a
+/// ResponseValue, a ResponseDict or a ResponseList. The writers take it, so
+/// that a map or a list is written where it stands instead of being copied
+/// into a value first. Like std::string_view it does not own what it views;
+/// as a function argument that is always alive.
+class ResponseRef {
+ public:
+  ResponseRef(const ResponseValue& value) noexcept
+      : form_(Form::value), p_(&value) {}  // NOLINT(google-explicit-constructor)
+  ResponseRef(const ResponseDict& dict) noexcept
+      : form_(Form::dict), p_(&dict) {}  // NOLINT(google-explicit-constructor)
+  ResponseRef(const ResponseList& list) noexcept
+      : form_(Form::list), p_(&list) {}  // NOLINT(google-explicit-constructor)
+
+  /// visit: `f` called with the viewed object as what it is: a const
+  /// ResponseValue&, ResponseDict& or ResponseList&.
+  template <class F>
+  decltype(auto) visit(F&& f) const {
+    switch (form_) {
+      case Form::dict:
+        return std::forward<F>(f)(*static_cast<const ResponseDict*>(p_));
+      case Form::list:
+        return std::forward<F>(f)(*static_cast<const ResponseList*>(p_));
+      case Form::value:
+        break;
+    }
+    return std::forward<F>(f)(*static_cast<const ResponseValue*>(p_));
+  }
+
+  /// is_dict: whether the view is of a map, in whichever form.
+  [[nodiscard]] bool is_dict() const noexcept {
+    return form_ == Form::dict || (form_ == Form::value && static_cast<const ResponseValue*>(p_)->is_dict());
+  }
+
+ private:
+  enum class Form : std::uint8_t { value, dict, list };
+  Form form_;
+  const void* p_;
+};
 
 // ResponseDict members that need a complete ResponseValue. The entry type is
 // defined only here: std::pair of an incomplete type is not portable.
@@ -453,32 +495,32 @@ inline ResponseDict& ResponseValue::as_dict() {
 /// attribute is empty when unknown.
 struct Symbol {
   std::string fqn;
-  std::optional<std::string> name{};
-  std::optional<std::string> kind{};
-  std::optional<std::int64_t> start_line{};
-  std::optional<std::int64_t> end_line{};
-  std::optional<std::string> signature{};
-  std::optional<std::string> docstring{};
-  std::optional<bool> is_export{};
-  std::optional<bool> docstring_truncated{};
+  std::optional<std::string> name = std::nullopt;
+  std::optional<std::string> kind = std::nullopt;
+  std::optional<std::int64_t> start_line = std::nullopt;
+  std::optional<std::int64_t> end_line = std::nullopt;
+  std::optional<std::string> signature = std::nullopt;
+  std::optional<std::string> docstring = std::nullopt;
+  std::optional<bool> is_export = std::nullopt;
+  std::optional<bool> docstring_truncated = std::nullopt;
 };
 
 /// Reference: one use of a symbol at a place. `caller_symbol` is a map of
 /// which only the keys "fqn" and "kind" are read.
 struct Reference {
-  std::optional<std::string> file_path{};
-  std::optional<std::int64_t> line{};
-  std::optional<ResponseDict> caller_symbol{};
-  std::optional<std::string> usage_type{};
+  std::optional<std::string> file_path = std::nullopt;
+  std::optional<std::int64_t> line = std::nullopt;
+  std::optional<ResponseDict> caller_symbol = std::nullopt;
+  std::optional<std::string> usage_type = std::nullopt;
 };
 
 /// ComponentInfo: one architecture component with its counts.
 struct ComponentInfo {
-  std::optional<std::string> name{};
-  std::optional<std::string> layer{};
-  std::optional<std::string> path_pattern{};
-  std::optional<std::int64_t> file_count{};
-  std::optional<std::int64_t> symbol_count{};
+  std::optional<std::string> name = std::nullopt;
+  std::optional<std::string> layer = std::nullopt;
+  std::optional<std::string> path_pattern = std::nullopt;
+  std::optional<std::int64_t> file_count = std::nullopt;
+  std::optional<std::int64_t> symbol_count = std::nullopt;
 };
 
 }  // namespace kestrune::mcp_responses

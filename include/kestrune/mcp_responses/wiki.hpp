@@ -28,9 +28,9 @@ struct WikiStatusOptions {
   std::int64_t files_covered = 0;
   std::int64_t total_sources = 0;
   double coverage_pct = 0.0;
-  std::optional<std::string> last_built{};
-  std::optional<std::string> model{};
-  std::optional<ResponseList> stale_pages{};
+  std::optional<std::string> last_built = std::nullopt;
+  std::optional<std::string> model = std::nullopt;
+  std::optional<ResponseList> stale_pages = std::nullopt;
   bool enabled = false;
   bool configured = false;
 };
@@ -40,19 +40,26 @@ struct WikiStatusOptions {
 /// `last_built`, `model`, `stale_pages`, in that order, always all present.
 [[nodiscard]] ResponseDict build_wiki_status_response(WikiStatusOptions options);
 
-/// build_wiki_list_response: `pages`, `total_count`, `offset`, `truncated` (the
-/// caller's flag) and `has_more` (offset + rows < total), in that order.
+/// Truncated: the wiki side's own flag of a list response, passed through.
+enum class Truncated : bool { no = false, yes = true };
+
+/// build_wiki_list_response: `pages`, `total_count` (`total`: the list
+/// builder's own name for it), `offset`, `truncated` (the caller's flag, which
+/// may differ from has_more) and `has_more` (offset + rows < total), in that
+/// order. The arguments are positional, in the list builder's order.
+///
+///   build_wiki_list_response(std::move(rows), total, offset, Truncated{offset + count < total});
 [[nodiscard]] ResponseDict build_wiki_list_response(ResponseList pages, std::int64_t total, std::int64_t offset = 0,
-                                                    bool truncated = false);
+                                                    Truncated truncated = Truncated::no);
 
 /// Arguments of build_wiki_read_response: the three strings must be set.
 struct WikiReadOptions {
   Required<std::string> page_id;
   Required<std::string> title;
   Required<std::string> content;
-  std::optional<ResponseList> citations{};
-  std::optional<ResponseList> source_files{};
-  std::optional<ResponseList> related_pages{};
+  std::optional<ResponseList> citations = std::nullopt;
+  std::optional<ResponseList> source_files = std::nullopt;
+  std::optional<ResponseList> related_pages = std::nullopt;
 };
 
 /// build_wiki_read_response: `page_id`, `title`, `content`, then `citations`,
@@ -66,14 +73,14 @@ struct WikiAskOptions {
   Required<std::string> query;
   Required<std::optional<std::string>> answer;  ///< null is written as null
   Required<ResponseList> sections;              ///< section maps, best first
-  std::optional<ResponseList> citations{};
-  std::optional<std::string> model{};
-  std::optional<ResponseDict> tokens{};
-  std::optional<std::string> note{};
-  std::optional<ResponseDict> decisions{};
-  std::optional<ResponseDict> code{};
-  std::optional<ResponseDict> memories{};
-  std::optional<std::int64_t> token_budget{};  ///< tokens of 4 bytes; null means no budget
+  std::optional<ResponseList> citations = std::nullopt;
+  std::optional<std::string> model = std::nullopt;
+  std::optional<ResponseDict> tokens = std::nullopt;
+  std::optional<std::string> note = std::nullopt;
+  std::optional<ResponseDict> decisions = std::nullopt;
+  std::optional<ResponseDict> code = std::nullopt;
+  std::optional<ResponseDict> memories = std::nullopt;
+  std::optional<std::int64_t> token_budget = std::nullopt;  ///< tokens of 4 bytes; null means no budget
 };
 
 /// build_wiki_ask_response: `mode`, `query`, `answer`, the section rows

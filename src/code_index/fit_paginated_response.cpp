@@ -7,9 +7,11 @@
 
 #include "code_index/pagination.hpp"
 #include "encoding/encoded_size.hpp"
+#include "encoding/escapes.hpp"
+#include "encoding/layout.hpp"
 #include "internal/has_more.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
-#include "kestrune/mcp_responses/mcp.hpp"
 
 namespace kestrune::mcp_responses {
 
@@ -24,10 +26,10 @@ class PageSizes {
   PageSizes(std::string_view items_key, std::int64_t total_count, std::int64_t offset)
       : total_(total_count), offset_(offset) {
     using detail::encoded_size;
-    ResponseDict last_page = detail::paging_facts({}, items_key, total_count, offset, false);
+    ResponseDict last_page = detail::paging_facts({}, std::string(items_key), total_count, offset, false);
     without_more_ = encoded_size(last_page) - kEmptyList;
     if (detail::has_more(offset, 0, total_count)) {
-      ResponseDict facts = detail::paging_facts({}, items_key, total_count, offset, true);
+      ResponseDict facts = detail::paging_facts({}, std::string(items_key), total_count, offset, true);
       with_more_ = encoded_size(add_pagination_hint(std::move(facts), 0)) - kEmptyList -
                    detail::pagination_hint_size(0, total_count, offset);
     }
@@ -43,7 +45,7 @@ class PageSizes {
   }
 
  private:
-  static constexpr std::size_t kEmptyList = 2;  // "[]"
+  static constexpr std::size_t kEmptyList = detail::list_size(0, 0);
   std::int64_t total_;
   std::int64_t offset_;
   std::size_t without_more_ = 0;  // the facts without the list, has_more false
@@ -53,7 +55,7 @@ class PageSizes {
 // Throws the EncodingError of the page of all rows for its row `i`.
 [[noreturn]] void throw_ill_formed(const ResponseValue& row, std::string_view items_key, std::size_t i) {
   std::string where = "$.";
-  where += items_key;
+  detail::append_escaped(where, items_key);
   where += '[' + std::to_string(i) + ']';
   std::optional<detail::IllFormedAt> at = detail::locate_ill_formed(row, std::move(where));
   throw EncodingError(std::move(at->where), at->byte);
@@ -76,7 +78,7 @@ ResponseDict fit_paginated_response(ResponseList items, std::int64_t total_count
   std::size_t n = items.size();
   while (n > 0 && page.size(n, rows[n]) > max_bytes) --n;
   items.erase(items.begin() + static_cast<std::ptrdiff_t>(n), items.end());
-  return build_paginated_response(std::move(items), total_count, offset, options);
+  return build_paginated_response(std::move(items), total_count, offset, std::move(options));
 }
 
 }  // namespace kestrune::mcp_responses
