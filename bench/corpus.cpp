@@ -227,19 +227,21 @@ mr::ResponseDict symbol_page(const SymbolHits& hits) {
   return mr::build_paginated_response(std::move(rows), hits.total, 0, {.items_key = "symbols"});
 }
 
-mr::WikiAskOptions ask_inputs(std::size_t sections, std::uint64_t seed) {
+mr::WikiAskOptions ask_inputs(std::size_t sections, std::uint64_t seed, AskShape shape) {
   Gen g(seed);
   mr::ResponseList rows;
   for (std::size_t k = 0; k < sections; ++k) {
     mr::ResponseList cites;
-    for (std::size_t c = 0, n = 2 + g.below(4); c < n; ++c) cites.emplace_back(citation(g));
+    for (std::size_t c = 0, n = shape.citations + g.below(shape.citation_spread); c < n; ++c) {
+      cites.emplace_back(citation(g));
+    }
     const std::string page = cat({g.word(), "-", g.word()});
     rows.emplace_back(mr::ResponseDict{{"page_id", page},
                                        {"title", cat({g.class_name(), " overview"})},
                                        {"heading", cat({"How the ", g.word(), " works"})},
                                        {"similarity", 0.9 - 0.01 * static_cast<double>(k) - g.uniform() * 0.005},
                                        {"stale", g.chance(20)},
-                                       {"excerpt", g.prose(1300 + g.below(600))},
+                                       {"excerpt", g.prose(shape.excerpt_chars + g.below(shape.excerpt_spread))},
                                        {"citations", std::move(cites)}});
   }
   mr::ResponseList extra;

@@ -34,10 +34,17 @@ struct SymbolHits {
 /// symbol_page: the search page of `hits`, built as a handler builds it.
 [[nodiscard]] mr::ResponseDict symbol_page(const SymbolHits& hits);
 
-/// ask_inputs: an ask call over `sections` sections of long prose excerpts
-/// (with some non-ASCII text), their citations, the answer's own citations and
-/// every attachment; no budget.
-[[nodiscard]] mr::WikiAskOptions ask_inputs(std::size_t sections, std::uint64_t seed);
+/// AskShape: the excerpts and citations of each section of an ask call.
+struct AskShape {
+  std::size_t excerpt_chars = 1300;  ///< each excerpt has about this many characters,
+  std::size_t excerpt_spread = 600;  ///< plus fewer than this many more (at least 1)
+  std::size_t citations = 2;         ///< each section has this many citations,
+  std::size_t citation_spread = 4;   ///< plus fewer than this many more (at least 1)
+};
+
+/// ask_inputs: an ask call over `sections` sections of prose excerpts with
+/// citations, an answer, extra citations and every attachment.
+[[nodiscard]] mr::WikiAskOptions ask_inputs(std::size_t sections, std::uint64_t seed, AskShape shape = {});
 
 /// mix: the six responses of the encoding mix, in table order: a 50-row symbol
 /// page, a 200-row outline, 100 reference rows, a 10-section ask answer, a map

@@ -2,6 +2,7 @@
 // and encoding every candidate gives, its strings keep the sizes of their
 // text, and it fits whenever the bare response (no sections, no memories, no
 // code) fits.
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -59,30 +60,45 @@ class AskInput {
     return list;
   }
 
+  // A section's members: any of the row's, most often in the row's order
+  // (which the ask reuses in place), sometimes reversed or behind a key of
+  // its own, and citations.
   mr::ResponseValue section(std::size_t index) {
     const std::uint8_t flags = in_.next();
-    mr::ResponseDict s;
-    if ((flags & 1) != 0) s.append("page_id", "p" + std::to_string(index));
-    if ((flags & 2) != 0) s.append("title", text(3));
-    if ((flags & 4) != 0) s.append("similarity", 0.5);
+    const std::uint8_t shape = in_.next();
+    mr::ResponseList members;  // [key, value] pairs, in the row's order
+    const auto add = [&](std::string_view key, mr::ResponseValue value) {
+      members.emplace_back(mr::ResponseList{key, std::move(value)});
+    };
+    if ((flags & 1) != 0) add("page_id", "p" + std::to_string(index));
+    if ((flags & 2) != 0) add("title", text(3));
+    if ((shape & 1) != 0) add("heading", text(3));
+    if ((flags & 4) != 0) add("similarity", 0.5);
     if ((flags & 8) != 0) {
       static const mr::ResponseValue kStale[] = {nullptr, false, true, "", "yes", 0, 2};
-      s.append("stale", kStale[in_.next() % std::size(kStale)]);
+      add("stale", kStale[in_.next() % std::size(kStale)]);
     }
     switch (flags >> 4) {
       case 0:
         break;
       case 1:
-        s.append("excerpt", mr::ResponseList{1, "two", mr::ResponseDict{{"k", text(2)}}});
+        add("excerpt", mr::ResponseList{1, "two", mr::ResponseDict{{"k", text(2)}}});
         break;
       case 2:
-        s.append("excerpt", static_cast<std::int64_t>(in_.word() % 100000));
+        add("excerpt", static_cast<std::int64_t>(in_.word() % 100000));
         break;
       default:
-        s.append("excerpt", text(flags % 3 == 0 ? 10 : 200));
+        add("excerpt", text(flags % 3 == 0 ? 10 : 200));
         break;
     }
-    if (in_.next() % 5 != 0) s.append("citations", citations(6));
+    if (in_.next() % 5 != 0) add("citations", citations(6));
+    if ((shape & 2) != 0) std::reverse(members.begin(), members.end());
+    mr::ResponseDict s;
+    if ((shape & 4) != 0) s.append("rank", static_cast<std::int64_t>(index));
+    for (mr::ResponseValue& member : members) {
+      mr::ResponseList& pair = member.as_list();
+      s.append(std::string(pair[0].as_string()), std::move(pair[1]));
+    }
     return s;
   }
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "encoding/layout.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 #include "types/value_access.hpp"
 
@@ -25,6 +26,20 @@ namespace kestrune::mcp_responses::detail {
 
 /// size_or_ill_formed: encoded_size of `value`, or kIllFormed.
 [[nodiscard]] std::size_t size_or_ill_formed(ResponseRef value) noexcept;
+/// value_size_or_ill_formed: the same for one value; a string's is what it
+/// keeps, read in place.
+[[nodiscard]] inline std::size_t value_size_or_ill_formed(const ResponseValue& value) noexcept {
+  switch (value.kind()) {
+    case Kind::string:
+      return ValueAccess::encoded_size(value);
+    case Kind::null:
+      return kNullText.size();
+    case Kind::boolean:
+      return (ValueAccess::scalar<bool>(value) ? kTrueText : kFalseText).size();
+    default:
+      return size_or_ill_formed(ResponseRef(value));
+  }
+}
 /// string_size_or_ill_formed: the encoded size of `text` as a string, or kIllFormed.
 [[nodiscard]] std::size_t string_size_or_ill_formed(std::string_view text) noexcept;
 /// well_formed_string_size: the encoded size of `text` as a string, which

@@ -57,6 +57,11 @@ struct Untracked {
   }
 };
 
+/// The literals the walk writes for null and the booleans.
+inline constexpr std::string_view kNullText = "null";
+inline constexpr std::string_view kTrueText = "true";
+inline constexpr std::string_view kFalseText = "false";
+
 // The sizes the walk's tokens add up to, for code that measures a response
 // from the sizes of its parts.
 
@@ -69,6 +74,10 @@ struct Untracked {
 /// member_size: one member of a map whose key takes `key` bytes (quotes and
 /// escapes included) and whose value takes `value`: the key, ':' and value.
 [[nodiscard]] constexpr std::size_t member_size(std::size_t key, std::size_t value) noexcept { return key + 1 + value; }
+
+/// plain_key_size: a key that needs no escape (a PlainKey): its bytes and
+/// the two quotes around them.
+[[nodiscard]] constexpr std::size_t plain_key_size(PlainKey key) noexcept { return key.text.size() + 2; }
 
 /// dict_size: a map of `count` members that take `members` bytes in all
 /// (each as member_size): theirs, the braces and the commas between them.
@@ -138,9 +147,9 @@ template <class V, class At>
 At walk_scalar_or_container(V& v, At at, const ResponseValue& value) {
   switch (value.kind()) {
     case Kind::null:
-      return v.literal(at, "null");
+      return v.literal(at, kNullText);
     case Kind::boolean:
-      return v.literal(at, ValueAccess::scalar<bool>(value) ? std::string_view("true") : std::string_view("false"));
+      return v.literal(at, ValueAccess::scalar<bool>(value) ? kTrueText : kFalseText);
     case Kind::integer:
       return v.integer(at, ValueAccess::scalar<std::int64_t>(value));
     case Kind::double_:

@@ -13,6 +13,11 @@
 namespace kestrune::mcp_responses {
 
 ResponseValue::ResponseValue(std::string_view s) {
+  if (s.empty()) {  // nothing to copy or scan: "" is its two quotes
+    tag_ = static_cast<std::uint8_t>(Kind::string);
+    aux_ = 2;
+    return;
+  }
   // A copied string is measured in its source: reading the copy right after
   // writing it would stall on loads that span the copy's stores.
   set_string(s, detail::string_overhead(s));
@@ -27,9 +32,10 @@ void ResponseValue::set_string(std::string_view head, std::string_view tail, std
     aux_ = overhead == detail::kIllFormed ? kAuxIllFormed : static_cast<std::uint8_t>(overhead);
     tag_ = static_cast<std::uint8_t>(static_cast<unsigned>(Kind::string) | size << kLengthShift);
   } else {
-    // One allocation: the header, then the bytes. std::allocator hands out
-    // memory aligned for any object, the header included.
-    char* memory = std::allocator<char>().allocate(sizeof(StringBlock) + size);
+    // One allocation: the header, then the bytes, aligned for any object.
+    // It is freed without its size, so that a string cut in place
+    // (ValueAccess::cut_in_place) frees the same.
+    char* memory = static_cast<char*>(::operator new(sizeof(StringBlock) + size));
     auto* block = new (memory) StringBlock{size, overhead};
     set_pointer(Kind::string, block);
     tag_ |= kHeapString;
@@ -64,8 +70,7 @@ void ResponseValue::copy_heap(const ResponseValue& other) {
 void ResponseValue::release_heap() noexcept {
   void* p = pointer();
   if (heap_string()) {
-    const std::size_t bytes = sizeof(StringBlock) + static_cast<StringBlock*>(p)->size;
-    std::allocator<char>().deallocate(static_cast<char*>(p), bytes);
+    ::operator delete(p);
   } else if (kind() == Kind::list) {
     std::unique_ptr<ResponseList>{static_cast<ResponseList*>(p)};
   } else {

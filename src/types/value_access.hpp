@@ -3,6 +3,7 @@
 // made, and the builders' way to append keys known to need no escape.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -94,6 +95,36 @@ struct ValueAccess {
   }
   /// keys_overhead: string_overhead summed over a map's keys, or kIllFormed.
   [[nodiscard]] static std::size_t keys_overhead(const ResponseDict& dict) noexcept { return dict.keys_overhead_; }
+  /// cut_in_place: makes the string value `v` its first `kept` bytes followed
+  /// by `tail`, whose compact text adds `overhead` bytes to it, in the memory
+  /// it has: only a string held on the heap, and only when kept +
+  /// tail.size() is at most its size. Returns whether it did.
+  static bool cut_in_place(ResponseValue& v, std::size_t kept, std::string_view tail, std::size_t overhead) noexcept {
+    if (!v.heap_string()) return false;
+    auto* block = static_cast<ResponseValue::StringBlock*>(v.pointer());
+    if (kept + tail.size() > block->size) return false;
+    std::copy(tail.begin(), tail.end(), reinterpret_cast<char*>(block + 1) + kept);
+    block->size = kept + tail.size();
+    block->overhead = overhead;
+    const std::uint64_t encoded = overhead == kIllFormed ? ResponseValue::kSizeIllFormed : block->size + overhead;
+    std::memcpy(v.bytes_ + ResponseValue::kInlineMax - ResponseValue::kSizeBytes, &encoded, ResponseValue::kSizeBytes);
+    return true;
+  }
+  /// truncate: keeps the first `n` (at most size()) entries of `dict`.
+  static void truncate(ResponseDict& dict, std::size_t n) {
+    const auto cut = dict.entries_.begin() + static_cast<std::ptrdiff_t>(n);
+    std::size_t removed = 0;
+    for (auto it = cut; it != dict.entries_.end() && removed != kIllFormed; ++it) {
+      const std::size_t overhead = string_overhead(it->first);
+      removed = overhead == kIllFormed ? kIllFormed : removed + overhead;
+    }
+    dict.entries_.erase(cut, dict.entries_.end());
+    if (removed == kIllFormed || dict.keys_overhead_ == kIllFormed) {
+      dict.recount_keys();
+    } else {
+      dict.keys_overhead_ -= removed;
+    }
+  }
   /// append_plain: dict.append(key, value) for a key that needs no measuring;
   /// the value is made in its place from `value`.
   template <class T>

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,17 +14,22 @@
 #include "internal/blocks.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "wiki/ask_citations.hpp"
+#include "wiki/ask_limits.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
 namespace {
 
-// Whether the double `d` is exactly the integer `i`. The range test comes
-// first: casting a double outside int64 is undefined, and 2^63 itself is out.
-bool same_number(std::int64_t i, double d) noexcept {
-  if (!(d >= -0x1p63 && d < 0x1p63) || std::trunc(d) != d) return false;
-  return static_cast<std::int64_t>(d) == i;
+// The integer that the double `d` holds exactly, if any. The range test
+// comes first: casting a double outside int64 is undefined, and 2^63 itself
+// is out.
+std::optional<std::int64_t> exact_integer(double d) noexcept {
+  if (!(d >= -0x1p63 && d < 0x1p63) || std::trunc(d) != d) return std::nullopt;
+  return static_cast<std::int64_t>(d);
 }
+
+// Whether the double `d` is exactly the integer `i`.
+bool same_number(std::int64_t i, double d) noexcept { return exact_integer(d) == i; }
 
 // Equality of place values: numbers by numeric value whatever their kind,
 // strings by their characters, null only with null, anything else by kind
@@ -67,9 +73,7 @@ std::size_t value_hash(const ResponseValue& v) noexcept {
       return std::hash<std::int64_t>{}(v.as_integer());
     case Kind::double_: {
       const double d = v.as_double();
-      if (d >= -0x1p63 && d < 0x1p63 && std::trunc(d) == d) {
-        return std::hash<std::int64_t>{}(static_cast<std::int64_t>(d));
-      }
+      if (const std::optional<std::int64_t> i = exact_integer(d)) return std::hash<std::int64_t>{}(*i);
       return std::hash<double>{}(d);
     }
     case Kind::string:
@@ -128,12 +132,8 @@ struct PlaceEqual {
 };
 
 // The citations a section offers: the first few of its own list.
-std::span<const ResponseValue> section_citations(const ResponseValue& section) noexcept {
-  if (!section.is_dict()) return {};
-  const ResponseValue& list = section.as_dict().get("citations");
-  if (!list.is_list()) return {};
-  const ResponseList& all = list.as_list();
-  return std::span(all).first(std::min(all.size(), ASK_CITATIONS_PER_SECTION));
+std::span<const ResponseValue> offered_of(std::span<const ResponseValue> citations) noexcept {
+  return citations.first(std::min(citations.size(), ASK_CITATIONS_PER_SECTION));
 }
 
 // A set of places. It never holds more than the cap (or, for the extra
@@ -169,49 +169,11 @@ class PlaceSet {
 
 }  // namespace
 
-std::vector<CitationPick> ask_citation_picks(std::span<const ResponseValue> sections, const ResponseList& extra) {
-  std::vector<CitationPick> picks;
-  picks.reserve(ASK_MAX_CITATIONS);
-  PlaceSet seen;
-  seen.reserve(ASK_MAX_CITATIONS);
-  // Returns false once the cap is reached.
-  const auto take = [&](const ResponseValue& citation, std::size_t section, std::size_t index) {
-    if (seen.insert(place_of(citation))) picks.push_back({section, index});
-    return picks.size() < ASK_MAX_CITATIONS;
-  };
-  for (std::size_t k = 0; k < sections.size(); ++k) {
-    const std::span<const ResponseValue> own = section_citations(sections[k]);
-    for (std::size_t j = 0; j < own.size(); ++j) {
-      if (!take(own[j], k, j)) return picks;
-    }
-  }
-  for (std::size_t j = 0; j < extra.size(); ++j) {
-    if (!take(extra[j], kFromExtra, j)) return picks;
-  }
-  return picks;
-}
-
-ResponseValue& cited(std::span<ResponseValue> sections, ResponseList& extra, const CitationPick& pick) {
-  if (pick.section == kFromExtra) return extra[pick.index];
-  // A pick names an entry of the section's own "citations" list.
-  return sections[pick.section].as_dict().find("citations")->as_list()[pick.index];
-}
-
-ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra) {
-  ResponseList result;
-  const std::vector<CitationPick> picks = ask_citation_picks(sections, extra);
-  result.reserve(picks.size());
-  for (const CitationPick& p : picks) {
-    result.push_back(p.section == kFromExtra ? extra[p.index] : section_citations(sections[p.section])[p.index]);
-  }
-  return result;
-}
-
 // At most a cap's worth of distinct extra citations can ever be listed: each
 // place the sections took skips at most one of them and fills one place of
 // the cap. Extra citations that repeat an earlier extra place never count,
 // whatever n is.
-CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const ResponseList& extra) {
+CitationMerge::CitationMerge(std::span<const std::span<const ResponseValue>> sections, const ResponseList& extra) {
   struct Candidate {
     Place place;
     std::size_t hash;
@@ -228,7 +190,7 @@ CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const Resp
       const std::size_t hash = PlaceHash{}(place);
       if (!seen.insert(place, hash)) continue;
       extra_candidates.push_back({place, hash, size_or_ill_formed(extra[j])});
-      extra_.push_back({j, std::string_view::npos});
+      extra_.push_back({j, std::nullopt});
     }
   }
 
@@ -239,25 +201,23 @@ CitationMerge::CitationMerge(std::span<const ResponseValue> sections, const Resp
   std::size_t own_size = 0;
   for (std::size_t n = 0; n <= sections.size(); ++n) {
     if (n > 0) {
-      const std::span<const ResponseValue> own = section_citations(sections[n - 1]);
-      for (std::size_t j = 0; j < own.size() && own_.size() < ASK_MAX_CITATIONS; ++j) {
-        const Place place = place_of(own[j]);
+      const std::span<const ResponseValue> offered = offered_of(sections[n - 1]);
+      for (std::size_t j = 0; j < offered.size() && own_.size() < ASK_MAX_CITATIONS; ++j) {
+        const Place place = place_of(offered[j]);
         const std::size_t hash = PlaceHash{}(place);
         if (!taken.insert(place, hash)) continue;
         own_.push_back({n - 1, j});
-        own_size = plus(own_size, size_or_ill_formed(own[j]));
+        own_size = plus(own_size, size_or_ill_formed(offered[j]));
         for (std::size_t e = 0; e < extra_.size(); ++e) {
           const Candidate& c = extra_candidates[e];
-          if (extra_[e].taken_from == std::string_view::npos && c.hash == hash && PlaceEqual{}(c.place, place)) {
-            extra_[e].taken_from = n;
-          }
+          if (!extra_[e].taken_by && c.hash == hash && PlaceEqual{}(c.place, place)) extra_[e].taken_by = n;
         }
       }
     }
     std::size_t count = own_.size();
     std::size_t size = own_size;
     for (std::size_t e = 0; e < extra_.size() && count < ASK_MAX_CITATIONS; ++e) {
-      if (extra_[e].taken_from <= n) continue;
+      if (extra_[e].taken_by) continue;
       size = plus(size, extra_candidates[e].size);
       ++count;
     }
@@ -269,14 +229,29 @@ std::vector<CitationPick> CitationMerge::picks(std::size_t n) const {
   std::vector<CitationPick> picks;
   picks.reserve(ASK_MAX_CITATIONS);
   for (const CitationPick& p : own_) {
-    if (p.section >= n) break;
+    if (*p.section >= n) break;
     picks.push_back(p);
   }
   for (const Extra& e : extra_) {
     if (picks.size() == ASK_MAX_CITATIONS) break;
-    if (e.taken_from > n) picks.push_back({kFromExtra, e.index});
+    if (!e.taken_by || *e.taken_by > n) picks.push_back({std::nullopt, e.index});
   }
   return picks;
+}
+
+ResponseList ask_citations(std::span<const ResponseValue> sections, const ResponseList& extra) {
+  std::vector<std::span<const ResponseValue>> lists;
+  lists.reserve(sections.size());
+  for (const ResponseValue& section : sections) {
+    const ResponseValue* list = section.is_dict() ? section.as_dict().find("citations") : nullptr;
+    lists.push_back(list != nullptr && list->is_list() ? std::span(list->as_list()) : std::span<const ResponseValue>());
+  }
+  const std::vector<CitationPick> picks = CitationMerge(lists, extra).picks(sections.size());
+  ResponseList result;
+  result.reserve(picks.size());
+  for (const CitationPick& pick : picks)
+    result.push_back(pick.section ? lists[*pick.section][pick.index] : extra[pick.index]);
+  return result;
 }
 
 }  // namespace kestrune::mcp_responses::detail

@@ -3,19 +3,33 @@
 #include <utility>
 
 #include "encoding/encoded_size.hpp"
+#include "kestrune/mcp_responses/encoding.hpp"
 #include "types/value_access.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
-namespace {
+ExcerptSource::ExcerptSource(ResponseValue* excerpt) {
+  if (excerpt == nullptr || is_falsy(*excerpt)) {
+    text_ = "";
+  } else if (excerpt->is_string()) {
+    text_ = std::move(*excerpt);
+  } else {
+    text_ = tool_result_text(*excerpt);
+  }
+  const std::size_t overhead = ValueAccess::overhead(text_);
+  utf8_ = overhead != kIllFormed ? Utf8::well_formed : Utf8::unchecked;
+  escape_free_ = overhead == string_size_or_ill_formed({});
+}
 
-// The excerpt of `source` that `cut` keeps, measured. The ellipsis needs no
-// escape, so it adds its own bytes.
-Excerpt measured(const ExcerptSource& source, const Trim& cut) noexcept {
-  const std::string_view kept = source.text.substr(0, cut.kept);
-  const bool well_formed = cut.well_formed || source.utf8 == Utf8::well_formed;
+std::string_view ExcerptSource::text() const noexcept { return ValueAccess::text(text_); }
+
+// The excerpt that `cut` keeps, measured. The ellipsis needs no escape, so
+// it adds its own bytes.
+Excerpt ExcerptSource::measured(const Trim& cut) const noexcept {
+  const std::string_view kept = text().substr(0, cut.kept);
+  const bool well_formed = cut.well_formed || utf8_ == Utf8::well_formed;
   std::size_t size = kIllFormed;
-  if (well_formed && source.escape_free) {
+  if (well_formed && escape_free_) {
     size = kept.size() + string_size_or_ill_formed({});
   } else if (well_formed) {
     size = well_formed_string_size(kept);
@@ -23,46 +37,56 @@ Excerpt measured(const ExcerptSource& source, const Trim& cut) noexcept {
     size = string_size_or_ill_formed(kept);
   }
   if (cut.ellipsis) size = plus(size, kEllipsis.size());
-  return {source, cut, size};
+  return {cut, size};
+}
+
+Excerpt empty_excerpt() noexcept { return {Trim{.chars = 0, .well_formed = true}, string_size_or_ill_formed({})}; }
+
+Excerpt ExcerptSource::trimmed(std::int64_t chars) const noexcept {
+  return measured(plan_trimmed(text(), chars, utf8_));
+}
+
+Excerpt ExcerptSource::retrimmed(const Excerpt& excerpt, std::int64_t chars) const noexcept {
+  // Within its length the excerpt is returned as it is. Below it, the cut's
+  // first chars - 1 characters are the source's, and more than one character
+  // follows them in both, so both are cut at the same place.
+  if (chars >= 0 && static_cast<std::size_t>(chars) >= this->chars(excerpt)) return excerpt;
+  // The new cut lies within the part of the source that a first cut found
+  // well-formed, so it is counted without checking.
+  const Utf8 known = excerpt.cut.ellipsis && excerpt.cut.well_formed ? Utf8::well_formed : utf8_;
+  return measured(plan_trimmed(text(), chars, known));
+}
+
+std::size_t ExcerptSource::chars(const Excerpt& excerpt) const noexcept {
+  if (excerpt.cut.chars != kUnknownChars) return excerpt.cut.chars;
+  const Utf8 known = excerpt.cut.well_formed ? Utf8::well_formed : utf8_;
+  return char_count(text().substr(0, excerpt.cut.kept), known) + (excerpt.cut.ellipsis ? 1 : 0);
+}
+
+namespace {
+
+// What follows the kept bytes of `excerpt`, and the bytes that its compact
+// text adds to the whole.
+std::string_view tail_of(const Excerpt& excerpt) noexcept {
+  return excerpt.cut.ellipsis ? kEllipsis : std::string_view();
+}
+std::size_t overhead_of(const Excerpt& excerpt) noexcept {
+  return excerpt.size == kIllFormed ? kIllFormed : excerpt.size - excerpt.cut.kept - tail_of(excerpt).size();
 }
 
 }  // namespace
 
-Excerpt empty_excerpt(const ExcerptSource& source) noexcept {
-  return {source, Trim{.chars = 0, .well_formed = true}, string_size_or_ill_formed({})};
+ResponseValue ExcerptSource::value(const Excerpt& excerpt) const {
+  return ValueAccess::measured_string(text().substr(0, excerpt.cut.kept), tail_of(excerpt), overhead_of(excerpt));
 }
 
-Excerpt trimmed_excerpt(const ExcerptSource& source, std::int64_t chars) noexcept {
-  return measured(source, plan_trimmed(source.text, chars, source.utf8));
-}
-
-Excerpt retrimmed_excerpt(const Excerpt& excerpt, std::int64_t chars) noexcept {
-  // Within its length the excerpt is returned as it is. Below it, the cut's
-  // first chars - 1 characters are the source's, and more than one character
-  // follows them in both, so both are cut at the same place.
-  if (chars >= 0 && static_cast<std::size_t>(chars) >= excerpt_chars(excerpt)) return excerpt;
-  // The new cut lies within the part of the source that a first cut found
-  // well-formed, so it is counted without checking.
-  ExcerptSource source = excerpt.source;
-  if (excerpt.cut.ellipsis && excerpt.cut.well_formed) source.utf8 = Utf8::well_formed;
-  return trimmed_excerpt(source, chars);
-}
-
-std::size_t excerpt_chars(const Excerpt& excerpt) noexcept {
-  if (excerpt.cut.chars != kUnknownChars) return excerpt.cut.chars;
-  const Utf8 known = excerpt.cut.well_formed ? Utf8::well_formed : excerpt.source.utf8;
-  return char_count(excerpt.source.text.substr(0, excerpt.cut.kept), known) + (excerpt.cut.ellipsis ? 1 : 0);
-}
-
-ResponseValue excerpt_value(Excerpt& excerpt) {
-  const std::string_view kept = excerpt.source.text.substr(0, excerpt.cut.kept);
-  if (!excerpt.cut.ellipsis && kept.size() == excerpt.source.text.size() && excerpt.source.value != nullptr) {
-    return std::move(*excerpt.source.value);
+ResponseValue ExcerptSource::take(const Excerpt& excerpt) {
+  // The source's own string, cut where it stands when it can be.
+  if (!excerpt.cut.ellipsis && excerpt.cut.kept == text().size()) return std::move(text_);
+  if (ValueAccess::cut_in_place(text_, excerpt.cut.kept, tail_of(excerpt), overhead_of(excerpt))) {
+    return std::move(text_);
   }
-  const std::size_t overhead = excerpt.size == kIllFormed
-                                   ? kIllFormed
-                                   : excerpt.size - kept.size() - (excerpt.cut.ellipsis ? kEllipsis.size() : 0);
-  return ValueAccess::measured_string(kept, excerpt.cut.ellipsis ? kEllipsis : std::string_view(), overhead);
+  return value(excerpt);
 }
 
 }  // namespace kestrune::mcp_responses::detail

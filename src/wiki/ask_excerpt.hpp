@@ -1,7 +1,6 @@
-// The excerpt of one section of a wiki ask answer, held as a cut of the text
-// it is cut from: the bytes kept and whether an ellipsis follows them. Cuts
-// of cuts are worked out on the source, and no text is copied until the
-// response is made.
+// The excerpt of one section of a wiki ask answer: what it is cut from, and
+// each cut of it held as the bytes it keeps and whether an ellipsis follows,
+// so that no text is copied until the response is made.
 #pragma once
 
 #include <cstddef>
@@ -11,45 +10,52 @@
 #include "internal/chars.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 #include "text/cut.hpp"
-#include "types/value_access.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
-/// ExcerptSource: the text a section's excerpt is cut from (a string as it
-/// is, an empty value as "", any other value as its compact text), and what
-/// is known of every cut of it.
-struct ExcerptSource {
-  std::string_view text;
-  Utf8 utf8 = Utf8::unchecked;  ///< well_formed when the text is known to be
-  bool escape_free = false;     ///< whether no character of it needs an escape
-  /// The string value the text is, when it is one, so that an excerpt that is
-  /// the whole text reuses it; null otherwise.
-  ResponseValue* value = nullptr;
-};
-
-/// Excerpt: trimmed(source, chars) for some chars, as a cut of the source.
+/// Excerpt: trimmed(source, chars) for some chars, as a cut of its source,
+/// with its encoded size as a string (kIllFormed when not well-formed).
 struct Excerpt {
-  ExcerptSource source;
-  Trim cut;          ///< of source.text
-  std::size_t size;  ///< the encoded size of the excerpt as a string, or kIllFormed
+  Trim cut;
+  std::size_t size;
 };
 
-/// empty_excerpt: the excerpt "" of `source`, before any of it is placed.
-[[nodiscard]] Excerpt empty_excerpt(const ExcerptSource& source) noexcept;
+/// empty_excerpt: the excerpt "", before any of a source is placed.
+[[nodiscard]] Excerpt empty_excerpt() noexcept;
 
-/// trimmed_excerpt: trimmed(source.text, chars).
-[[nodiscard]] Excerpt trimmed_excerpt(const ExcerptSource& source, std::int64_t chars) noexcept;
+/// ExcerptSource: the text a section's excerpt is cut from, owned: the
+/// section's string as it is, the empty string for an empty value, and the
+/// compact text of any other value; with what is known of every cut of it.
+class ExcerptSource {
+ public:
+  /// ExcerptSource: the source of the section excerpt `excerpt` (null when
+  /// the section has none), which is moved from when it is a string.
+  explicit ExcerptSource(ResponseValue* excerpt);
 
-/// retrimmed_excerpt: trimmed(text of `excerpt`, chars). `excerpt` is a
-/// trimmed excerpt of its source, and so is the result: a shorter cut of a
-/// cut keeps fewer of the source's characters, at the same boundaries.
-[[nodiscard]] Excerpt retrimmed_excerpt(const Excerpt& excerpt, std::int64_t chars) noexcept;
+  /// trimmed: trimmed(source, chars).
+  [[nodiscard]] Excerpt trimmed(std::int64_t chars) const noexcept;
+  /// retrimmed: trimmed(text of `excerpt`, chars), for a trimmed `excerpt` of
+  /// this source; a shorter cut of a cut keeps fewer of the source's
+  /// characters, at the same boundaries.
+  [[nodiscard]] Excerpt retrimmed(const Excerpt& excerpt, std::int64_t chars) const noexcept;
+  /// chars: the number of characters of the excerpt's text.
+  [[nodiscard]] std::size_t chars(const Excerpt& excerpt) const noexcept;
+  /// well_formed: whether the whole source is known to be well-formed.
+  [[nodiscard]] bool well_formed() const noexcept { return utf8_ == Utf8::well_formed; }
 
-/// excerpt_chars: the number of characters of the excerpt's text.
-[[nodiscard]] std::size_t excerpt_chars(const Excerpt& excerpt) noexcept;
+  /// value: the excerpt's text as a new string value.
+  [[nodiscard]] ResponseValue value(const Excerpt& excerpt) const;
+  /// take: the same, moving the source's own string out when the excerpt is
+  /// all of it; the source is spent.
+  [[nodiscard]] ResponseValue take(const Excerpt& excerpt);
 
-/// excerpt_value: the excerpt's text as a string value: the source's own
-/// value (moved out) when the excerpt is all of it, otherwise a new one.
-[[nodiscard]] ResponseValue excerpt_value(Excerpt& excerpt);
+ private:
+  [[nodiscard]] std::string_view text() const noexcept;
+  [[nodiscard]] Excerpt measured(const Trim& cut) const noexcept;
+
+  ResponseValue text_;           // a string value
+  Utf8 utf8_ = Utf8::unchecked;  // well_formed when the text is known to be
+  bool escape_free_ = false;     // whether no character of it needs an escape
+};
 
 }  // namespace kestrune::mcp_responses::detail

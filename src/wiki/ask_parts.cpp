@@ -1,79 +1,60 @@
 #include "wiki/ask_parts.hpp"
 
-#include <array>
 #include <span>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "encoding/encoded_size.hpp"
 #include "encoding/layout.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "types/value_access.hpp"
-#include "wiki/ask_limits.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
 namespace {
 
-// The keys of a section that the answer reads.
-enum Field : std::size_t { kPageId, kTitle, kHeading, kSimilarity, kStale, kExcerpt, kFieldCount };
-constexpr std::array<std::string_view, kFieldCount> kFieldKeys = {"page_id",    "title", "heading",
-                                                                  "similarity", "stale", "excerpt"};
-
-// The fields of a section, found in one pass over it; null where absent.
-std::array<ResponseValue*, kFieldCount> fields_of(ResponseValue& section) {
-  std::array<ResponseValue*, kFieldCount> fields{};
-  if (!section.is_dict()) return fields;
-  ResponseDict& dict = section.as_dict();
-  for (std::size_t i = 0; i < dict.size(); ++i) {
-    const std::string_view key = (dict.begin() + static_cast<std::ptrdiff_t>(i))->first;
-    for (std::size_t f = 0; f < kFieldCount; ++f) {
-      if (key == kFieldKeys[f]) fields[f] = &dict.value_at(i);
+// Where a section's members stand: the row's keys, then its citations; null
+// where absent.
+constexpr std::size_t kCitationsField = kRowMembers;
+std::array<ResponseValue*, kRowMembers + 1> fields_of(ResponseDict& section) {
+  std::array<ResponseValue*, kRowMembers + 1> fields{};
+  for (std::size_t i = 0; i < section.size(); ++i) {
+    const std::string_view key = (section.begin() + static_cast<std::ptrdiff_t>(i))->first;
+    for (std::size_t f = 0; f < kRowMembers; ++f) {
+      if (key == kRowKeys[f].text) fields[f] = &section.value_at(i);
     }
+    if (key == "citations") fields[kCitationsField] = &section.value_at(i);
   }
   return fields;
 }
 
-// A section's row: its page, title, heading and score moved out of it, its
-// staleness as a flag, and an empty excerpt.
-ResponseDict section_row(const std::array<ResponseValue*, kFieldCount>& fields) {
-  const auto take = [&](Field f) { return fields[f] != nullptr ? std::move(*fields[f]) : ResponseValue(); };
-  ResponseDict row;
-  row.reserve(6);
-  append_plain(row, "page_id", take(kPageId));
-  append_plain(row, "title", take(kTitle));
-  append_plain(row, "heading", take(kHeading));
-  append_plain(row, "similarity", take(kSimilarity));
-  append_plain(row, "stale", fields[kStale] != nullptr && !is_falsy(*fields[kStale]));
-  append_plain(row, "excerpt", "");
-  return row;
-}
-
-// What a section's excerpt is cut from: a string as it is, an empty value
-// as "", any other value as its compact text, kept in `text`.
-ExcerptSource excerpt_source(ResponseValue* excerpt, std::string& text) {
-  if (excerpt == nullptr || is_falsy(*excerpt)) return {.text = {}, .utf8 = Utf8::well_formed, .escape_free = true};
-  if (!excerpt->is_string()) {
-    text = tool_result_text(*excerpt);
-    return {.text = text};
+// Whether the first members of `section` are the row's, in the row's order.
+bool has_row_keys_first(const ResponseDict& section) noexcept {
+  if (section.size() < kRowMembers) return false;
+  for (std::size_t f = 0; f < kRowMembers; ++f) {
+    if ((section.begin() + static_cast<std::ptrdiff_t>(f))->first != kRowKeys[f].text) return false;
   }
-  const std::size_t overhead = ValueAccess::overhead(*excerpt);
-  return {.text = ValueAccess::text(*excerpt),
-          .utf8 = overhead != kIllFormed ? Utf8::well_formed : Utf8::unchecked,
-          .escape_free = overhead == string_size_or_ill_formed({}),
-          .value = excerpt};
+  return true;
 }
 
-// The attachments, in the order they follow the citations.
-constexpr PlainKey kAttachments[] = {"model", "tokens", "note", "decisions", "code", "memories"};
+// A part placed in a candidate: moved out of parts that are spent, copied
+// out of parts that are kept.
+ResponseValue take(ResponseValue& value) { return std::move(value); }
+ResponseValue take(const ResponseValue& value) { return value; }
+ResponseValue take(ExcerptSource& source, const Excerpt& excerpt) { return source.take(excerpt); }
+ResponseValue take(const ExcerptSource& source, const Excerpt& excerpt) { return source.value(excerpt); }
+
+// member_size of a member whose key is `key` and whose value takes `value`
+// bytes, or kIllFormed.
+std::size_t member_of(PlainKey key, std::size_t value) noexcept {
+  return value == kIllFormed ? kIllFormed : member_size(plain_key_size(key), value);
+}
 
 }  // namespace
 
-Excerpts::Excerpts(const std::vector<ExcerptSource>& sources, std::size_t count) {
-  items_.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    items_.push_back(empty_excerpt(sources[i]));
-    add(items_.back(), 1);
-  }
+Excerpts::Excerpts(std::size_t count) : items_(count, empty_excerpt()) {
+  for (const Excerpt& excerpt : items_) add(excerpt, 1);
 }
 
 void Excerpts::add(const Excerpt& excerpt, int sign) noexcept {
@@ -95,109 +76,151 @@ void Excerpts::pop_back() noexcept {
   items_.pop_back();
 }
 
-AskParts::AskParts(WikiAskOptions&& options) : sections_(*std::move(options.sections)) {
+AskParts::AskParts(WikiAskOptions&& options) : rows_(*std::move(options.sections)) {
   if (options.citations) extra_ = std::move(*options.citations);
-  const std::size_t n = sections_.size();
-  rows_.reserve(n);
-  sources_.reserve(n);
-  texts_.resize(n);  // never resized again: sources view these strings
-  for (std::size_t i = 0; i < n; ++i) {
-    const std::array<ResponseValue*, kFieldCount> fields = fields_of(sections_[i]);
-    rows_.push_back(section_row(fields));
-    sources_.push_back(excerpt_source(fields[kExcerpt], texts_[i]));
+  taken_.reserve(rows_.size());
+  for (ResponseValue& section : rows_) {
+    if (!section.is_dict()) section = ResponseDict();
+    ResponseDict& row = section.as_dict();
+    // The row is made in the section's own map: its staleness becomes a flag,
+    // its excerpt's source and its citations are taken out, and it keeps the
+    // row's members in their order.
+    const std::array<ResponseValue*, kRowMembers + 1> fields = fields_of(row);
+    const ResponseValue* stale = fields[index(RowMember::stale)];
+    const bool is_stale = stale != nullptr && !is_falsy(*stale);
+    Taken& taken = taken_.emplace_back(Taken{ExcerptSource(fields[index(RowMember::excerpt)]), {}});
+    ResponseValue* citations = fields[kCitationsField];
+    if (citations != nullptr && citations->is_list()) taken.citations = std::move(citations->as_list());
+    if (has_row_keys_first(row)) {
+      // The common case: the section's first members are the row's.
+      row.value_at(index(RowMember::stale)) = is_stale;
+      row.value_at(index(RowMember::excerpt)) = "";
+      ValueAccess::truncate(row, kRowMembers);
+      continue;
+    }
+    std::array<ResponseValue, kRowCopied> copied;
+    for (std::size_t f = 0; f < kRowCopied; ++f) {
+      if (fields[f] != nullptr) copied[f] = std::move(*fields[f]);
+    }
+    row.clear();
+    row.reserve(kRowMembers);
+    for (std::size_t f = 0; f < kRowCopied; ++f) append_plain(row, kRowKeys[f], std::move(copied[f]));
+    append_plain(row, kRowKeys[index(RowMember::stale)], is_stale);
+    append_plain(row, kRowKeys[index(RowMember::excerpt)], "");
   }
-  skeleton_.reserve(11);
-  append_plain(skeleton_, "mode", *std::move(options.mode));
-  append_plain(skeleton_, "query", *std::move(options.query));
-  append_plain(skeleton_, "answer", *std::move(options.answer));
-  append_plain(skeleton_, "sections", ResponseList{});
-  append_plain(skeleton_, "citations", ResponseList{});
-  std::array<ResponseValue, std::size(kAttachments)> attachments = {
-      std::move(options.model),     std::move(options.tokens), std::move(options.note),
-      std::move(options.decisions), std::move(options.code),   std::move(options.memories)};
-  for (std::size_t a = 0; a < attachments.size(); ++a) {
-    if (!attachments[a].is_null()) append_plain(skeleton_, kAttachments[a], std::move(attachments[a]));
-  }
+  const auto give = [&](AskMember m, ResponseValue value) {
+    if (!is_attachment(m) || !value.is_null()) given_[index(m)] = std::move(value);
+  };
+  give(AskMember::mode, *std::move(options.mode));
+  give(AskMember::query, *std::move(options.query));
+  give(AskMember::answer, *std::move(options.answer));
+  give(AskMember::model, std::move(options.model));
+  give(AskMember::tokens, std::move(options.tokens));
+  give(AskMember::note, std::move(options.note));
+  give(AskMember::decisions, std::move(options.decisions));
+  give(AskMember::code, std::move(options.code));
+  give(AskMember::memories, std::move(options.memories));
+}
+
+std::vector<std::span<const ResponseValue>> AskParts::offered() const {
+  std::vector<std::span<const ResponseValue>> lists;
+  lists.reserve(taken_.size());
+  for (const Taken& taken : taken_) lists.emplace_back(taken.citations);
+  return lists;
 }
 
 void AskParts::measure() {
-  empty_string_ = string_size_or_ill_formed({});
-  empty_list_ = list_size(0, 0);
-  skeleton_size_ = size_or_ill_formed(skeleton_);
+  for (std::size_t m = 0; m < kAskMembers; ++m) {
+    if (given_[m]) member_sizes_[m] = member_of(kAskKeys[m], value_size_or_ill_formed(*given_[m]));
+  }
+  // A row's size without its excerpt's value: its other members, and the
+  // excerpt's key and colon.
   row_sizes_.assign(1, 0);
   ill_formed_rows_.assign(1, 0);
-  for (const ResponseDict& row : rows_) {
-    const std::size_t size = size_or_ill_formed(row);
-    row_sizes_.push_back(row_sizes_.back() + (size == kIllFormed ? 0 : size));
-    ill_formed_rows_.push_back(ill_formed_rows_.back() + (size == kIllFormed ? 1 : 0));
+  constexpr std::size_t kExcerpt = index(RowMember::excerpt);
+  for (const ResponseValue& row : rows_) {
+    const ResponseDict& values = row.as_dict();
+    std::size_t members = member_of(kRowKeys[kExcerpt], 0);
+    for (std::size_t f = 0; f < kRowMembers; ++f) {
+      if (f != kExcerpt) members = plus(members, member_of(kRowKeys[f], value_size_or_ill_formed(values.value_at(f))));
+    }
+    const bool ill_formed = members == kIllFormed;
+    row_sizes_.push_back(row_sizes_.back() + (ill_formed ? 0 : dict_size(members, kRowMembers)));
+    ill_formed_rows_.push_back(ill_formed_rows_.back() + (ill_formed ? 1 : 0));
   }
-  citations_.emplace(sections_, extra_);
+  citations_.emplace(offered(), extra_);
 }
 
 std::size_t AskParts::size(const Excerpts& excerpts) const noexcept {
   const std::size_t n = excerpts.count();
-  const std::size_t excerpt_sizes = excerpts.size();
-  if (ill_formed_rows_[n] > 0 || excerpt_sizes == kIllFormed) return kIllFormed;
-  // Each row's empty excerpt gives way to its own; the rows fill the
-  // skeleton's empty list, and so do the citations.
-  const std::size_t rows = list_size(row_sizes_[n] + excerpt_sizes - n * empty_string_, n);
-  const std::size_t citations = citations_->list_size(n);
-  if (skeleton_size_ == kIllFormed || citations == kIllFormed) return kIllFormed;
-  return skeleton_size_ - 2 * empty_list_ + rows + citations;
+  if (ill_formed_rows_[n] > 0 || excerpts.size() == kIllFormed) return kIllFormed;
+  std::size_t members = 0;
+  std::size_t count = 0;
+  for (std::size_t m = 0; m < kAskMembers; ++m) {
+    const auto member = static_cast<AskMember>(m);
+    std::size_t size = 0;
+    if (member == AskMember::sections) {
+      size = member_of(kAskKeys[m], list_size(row_sizes_[n] + excerpts.size(), n));
+    } else if (member == AskMember::citations) {
+      size = member_of(kAskKeys[m], citations_->list_size(n));
+    } else if (given_[m]) {
+      size = member_sizes_[m];
+    } else {
+      continue;
+    }
+    if (size == kIllFormed) return kIllFormed;
+    members += size;
+    ++count;
+  }
+  return dict_size(members, count);
 }
 
-void AskParts::throw_ill_formed(const Excerpts& excerpts) {
+template <class Parts>
+ResponseDict AskParts::assemble(Parts& parts, const Excerpts& excerpts) {
   const std::size_t n = excerpts.count();
-  const auto check = [](const std::optional<IllFormedAt>& at) {
-    if (at) throw EncodingError(at->where, at->byte);
-  };
-  for (const auto& [key, value] : skeleton_) {
-    if (key == "sections") {
+  ResponseDict response;
+  response.reserve(kAskMembers);
+  for (std::size_t m = 0; m < kAskMembers; ++m) {
+    const auto member = static_cast<AskMember>(m);
+    if (member == AskMember::sections) {
+      // The first n rows, each with its excerpt: the sections' own list, cut
+      // to them, when the parts are spent.
+      ResponseList rows;
+      if constexpr (std::is_const_v<Parts>) {
+        rows.assign(parts.rows_.begin(), parts.rows_.begin() + static_cast<std::ptrdiff_t>(n));
+      } else {
+        parts.rows_.resize(n);
+        rows = std::move(parts.rows_);
+      }
       for (std::size_t k = 0; k < n; ++k) {
-        // The row with its excerpt in place, then "" again.
-        ResponseValue& slot = *rows_[k].find("excerpt");
-        Excerpt excerpt = excerpts[k];
-        excerpt.source.value = nullptr;  // a copy: the source stays for later candidates
-        slot = excerpt_value(excerpt);
-        const std::optional<IllFormedAt> at = locate_ill_formed(rows_[k], "$.sections[" + std::to_string(k) + "]");
-        slot = "";
-        check(at);
+        rows[k].as_dict().value_at(index(RowMember::excerpt)) = take(parts.taken_[k].excerpt, excerpts[k]);
       }
-    } else if (key == "citations") {
-      const std::vector<CitationPick> picks = citations_->picks(n);
-      for (std::size_t j = 0; j < picks.size(); ++j) {
-        check(locate_ill_formed(cited(sections_, extra_, picks[j]), "$.citations[" + std::to_string(j) + "]"));
+      append_plain(response, kAskKeys[m], std::move(rows));
+    } else if (member == AskMember::citations) {
+      const std::vector<CitationPick> picks =
+          parts.citations_ ? parts.citations_->picks(n) : CitationMerge(parts.offered(), parts.extra_).picks(n);
+      ResponseList citations;
+      citations.reserve(picks.size());
+      for (const CitationPick& pick : picks) {
+        auto& list = pick.section ? parts.taken_[*pick.section].citations : parts.extra_;
+        citations.push_back(take(list[pick.index]));
       }
-    } else {
-      check(locate_ill_formed(value, "$." + key));
+      append_plain(response, kAskKeys[m], std::move(citations));
+    } else if (parts.given_[m]) {
+      append_plain(response, kAskKeys[m], take(*parts.given_[m]));
     }
   }
-  // Not reached when size() found ill-formed text.
-  throw EncodingError("$", 0);
+  return response;
 }
 
-void AskParts::drop(std::string_view key) {
-  skeleton_.erase(key);
-  skeleton_size_ = size_or_ill_formed(skeleton_);
-}
-
-ResponseDict AskParts::response(Excerpts&& excerpts) && {
-  const std::size_t n = excerpts.count();
-  // The picks point into the sections, so they are read before anything moves.
-  const std::vector<CitationPick> picks =
-      citations_ ? citations_->picks(n) : ask_citation_picks(std::span(sections_).first(n), extra_);
-  ResponseList citations;
-  citations.reserve(picks.size());
-  for (const CitationPick& pick : picks) citations.push_back(std::move(cited(sections_, extra_, pick)));
-  ResponseList rows;
-  rows.reserve(n);
-  for (std::size_t k = 0; k < n; ++k) {
-    *rows_[k].find("excerpt") = excerpt_value(excerpts.items()[k]);
-    rows.emplace_back(std::move(rows_[k]));
+void AskParts::throw_ill_formed(const Excerpts& excerpts) const {
+  // A copy of the candidate, located as the encoder would.
+  if (std::optional<IllFormedAt> at = locate_ill_formed(assemble(*this, excerpts), "$")) {
+    throw EncodingError(std::move(at->where), at->byte);
   }
-  *skeleton_.find("sections") = std::move(rows);
-  *skeleton_.find("citations") = std::move(citations);
-  return std::move(skeleton_);
+  throw EncodingError("$", 0);  // not reached when size() found ill-formed text
 }
+
+ResponseDict AskParts::response(const Excerpts& excerpts) && { return assemble(*this, excerpts); }
 
 }  // namespace kestrune::mcp_responses::detail

@@ -1,36 +1,35 @@
 // The parts of one wiki ask answer, from which every candidate of the token
-// budget is measured and the answer is made.
-//
-// The skeleton is the response itself with its `sections` and `citations`
-// lists still empty; each section's row is made once, with an empty excerpt;
-// and the merged citations are worked out for every number of kept sections.
-// The encoder measures each of these once. A candidate, the response with its
-// first n rows and their excerpts, is these parts put together, so its
-// encoded size is the sum of theirs and the layout is written down only
-// where the parts are made.
+// budget is measured and the answer is made, both by the layout of
+// ask_layout.hpp: the values given with the question; each section turned
+// into its row in place (its excerpt still empty), with its excerpt's source
+// and its citations taken out of it; and the citations merged for every
+// number of kept sections. A candidate's encoded size is the sum of its
+// parts' sizes, each measured once by the encoder; only the answer returned
+// is made, from the sections' own maps and list.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
-#include <string>
-#include <string_view>
+#include <span>
 #include <vector>
 
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "wiki/ask_citations.hpp"
 #include "wiki/ask_excerpt.hpp"
+#include "wiki/ask_layout.hpp"
 
 namespace kestrune::mcp_responses::detail {
 
-/// Excerpts: the excerpts of the first sections, with their sizes summed.
+/// Excerpts: the excerpts of the first sections of a candidate, with their
+/// encoded sizes summed.
 class Excerpts {
  public:
-  /// Excerpts: the empty excerpts of the sections of `sources`.
-  explicit Excerpts(const std::vector<ExcerptSource>& sources, std::size_t count);
+  /// Excerpts: the empty excerpts of the first `count` sections.
+  explicit Excerpts(std::size_t count);
 
   [[nodiscard]] std::size_t count() const noexcept { return items_.size(); }
   [[nodiscard]] const Excerpt& operator[](std::size_t i) const noexcept { return items_[i]; }
-  [[nodiscard]] std::vector<Excerpt>& items() noexcept { return items_; }
   /// size: the sum of the excerpts' encoded sizes, or kIllFormed.
   [[nodiscard]] std::size_t size() const noexcept { return ill_formed_ > 0 ? kIllFormed : total_; }
 
@@ -52,9 +51,9 @@ class AskParts {
   /// Takes `options` apart (its token budget is not read).
   explicit AskParts(WikiAskOptions&& options);
 
-  [[nodiscard]] std::size_t section_count() const noexcept { return sources_.size(); }
-  /// sources: what each section's excerpt is cut from, in section order.
-  [[nodiscard]] const std::vector<ExcerptSource>& sources() const noexcept { return sources_; }
+  [[nodiscard]] std::size_t section_count() const noexcept { return rows_.size(); }
+  /// excerpt_source: what section `i`'s excerpt is cut from.
+  [[nodiscard]] const ExcerptSource& excerpt_source(std::size_t i) const noexcept { return taken_[i].excerpt; }
 
   /// measure: measures the parts; needed before size().
   void measure();
@@ -62,32 +61,42 @@ class AskParts {
   /// of `excerpts`, or kIllFormed when it holds text that is not well-formed.
   [[nodiscard]] std::size_t size(const Excerpts& excerpts) const noexcept;
   /// throw_ill_formed: throws the EncodingError that measuring the candidate
-  /// of `excerpts` raises: its first string that is not well-formed, found
-  /// part by part in writing order.
-  [[noreturn]] void throw_ill_formed(const Excerpts& excerpts);
-  /// drop: leaves the attachment `key` out of every later candidate.
-  void drop(std::string_view key);
+  /// of `excerpts` raises: its first string that is not well-formed, in
+  /// writing order.
+  [[noreturn]] void throw_ill_formed(const Excerpts& excerpts) const;
+  /// drop: leaves the attachment `member` out of every later candidate.
+  void drop(AskMember member) noexcept { given_[index(member)].reset(); }
 
   /// response: the candidate of `excerpts`, made from the parts, which are
   /// spent.
-  [[nodiscard]] ResponseDict response(Excerpts&& excerpts) &&;
+  [[nodiscard]] ResponseDict response(const Excerpts& excerpts) &&;
 
  private:
-  ResponseList sections_;               // as given; rows and citations are taken from them
-  ResponseList extra_;                  // the answer's own citations
-  ResponseDict skeleton_;               // the response, its two lists empty
-  std::vector<ResponseDict> rows_;      // each section's row, its excerpt ""
-  std::vector<ExcerptSource> sources_;  // each section's excerpt source
-  std::vector<std::string> texts_;      // the compact text of excerpts that are not strings
+  // What is taken out of a section to make its row: its excerpt's source
+  // and its own citations.
+  struct Taken {
+    ExcerptSource excerpt;
+    ResponseList citations;
+  };
+
+  // The candidate of `excerpts`, from `parts` (const: copied; not: moved).
+  template <class Parts>
+  static ResponseDict assemble(Parts& parts, const Excerpts& excerpts);
+  // The citations that section k offers, for every k.
+  [[nodiscard]] std::vector<std::span<const ResponseValue>> offered() const;
+
+  std::array<std::optional<ResponseValue>, kAskMembers> given_;  // by AskMember; none for absent ones and the lists
+  ResponseList rows_;  // the sections, each made its row with an empty excerpt
+  std::vector<Taken> taken_;
+  ResponseList extra_;  // the answer's own citations
   std::optional<CitationMerge> citations_;
 
-  // Sizes, from measure(): the skeleton's; the rows' summed over the first n,
-  // with how many of those are ill-formed; the empty string's and list's.
-  std::size_t skeleton_size_ = 0;
+  // Sizes, from measure(): each given member's, as member_size; each row's
+  // without its excerpt's value, summed over the first n rows, with how many
+  // of those are not well-formed.
+  std::array<std::size_t, kAskMembers> member_sizes_{};
   std::vector<std::size_t> row_sizes_;
   std::vector<std::size_t> ill_formed_rows_;
-  std::size_t empty_string_ = 0;
-  std::size_t empty_list_ = 0;
 };
 
 }  // namespace kestrune::mcp_responses::detail

@@ -10,6 +10,7 @@
 #include "encoding/encoded_size.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
 #include "wiki/ask_excerpt.hpp"
+#include "wiki/ask_layout.hpp"
 #include "wiki/ask_limits.hpp"
 #include "wiki/ask_parts.hpp"
 
@@ -41,13 +42,13 @@ std::int64_t byte_limit(std::int64_t token_budget) {
 ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   const std::optional<std::int64_t> token_budget = options.token_budget;
   detail::AskParts parts(std::move(options));
-  const std::vector<detail::ExcerptSource>& sources = parts.sources();
-  const auto full_excerpt = [&](std::size_t i) { return trimmed_excerpt(sources[i], detail::ASK_EXCERPT_CHARS); };
+  const std::size_t sections = parts.section_count();
+  const auto full_excerpt = [&](std::size_t i) { return parts.excerpt_source(i).trimmed(detail::ASK_EXCERPT_CHARS); };
   if (!token_budget) {
     // Every section, each excerpt cut to its first length.
-    Excerpts excerpts(sources, sources.size());
-    for (std::size_t i = 0; i < sources.size(); ++i) excerpts.set(i, full_excerpt(i));
-    return std::move(parts).response(std::move(excerpts));
+    Excerpts excerpts(sections);
+    for (std::size_t i = 0; i < sections; ++i) excerpts.set(i, full_excerpt(i));
+    return std::move(parts).response(excerpts);
   }
 
   const std::int64_t limit = byte_limit(*token_budget);
@@ -60,7 +61,7 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   };
 
   // Keep as many leading sections as leave room for a minimal excerpt each.
-  Excerpts excerpts(sources, sources.size());
+  Excerpts excerpts(sections);
   while (excerpts.count() > 0 && size(excerpts) + reserve_for(excerpts.count()) > limit) excerpts.pop_back();
 
   // Fill from the best section down; from where the budget runs out, cut each
@@ -70,26 +71,27 @@ ResponseDict build_wiki_ask_response(WikiAskOptions options) {
   const std::size_t count = excerpts.count();
   for (std::size_t i = 0; i < count; ++i) {
     const std::int64_t reserve = reserve_for(count - i - 1);
+    const detail::ExcerptSource& source = parts.excerpt_source(i);
     // When the candidate overshoots with this excerpt still empty, any cut of
     // it is empty too: one known to be well-formed, which measuring could not
     // fail on, need not be made.
-    if (sources[i].utf8 == detail::Utf8::well_formed && size(excerpts) + reserve >= limit) continue;
+    if (source.well_formed() && size(excerpts) + reserve >= limit) continue;
     const Excerpt full = full_excerpt(i);
     excerpts.set(i, full);
     const std::int64_t over = size(excerpts) + reserve - limit;
     if (over > 0) {
-      const auto room = static_cast<std::int64_t>(excerpt_chars(full)) - over - kCutSlack;
-      excerpts.set(i, retrimmed_excerpt(full, std::max<std::int64_t>(0, room)));
+      const auto room = static_cast<std::int64_t>(source.chars(full)) - over - kCutSlack;
+      excerpts.set(i, source.retrimmed(full, std::max<std::int64_t>(0, room)));
     }
   }
 
-  // Drop sections from the bottom, then the memories and then the code.
+  // Drop sections from the bottom, then the attachments in their order.
   while (excerpts.count() > 0 && size(excerpts) > limit) excerpts.pop_back();
-  for (const std::string_view key : {"memories", "code"}) {
+  for (const detail::AskMember attachment : detail::kDropOrder) {
     if (size(excerpts) <= limit) break;
-    parts.drop(key);
+    parts.drop(attachment);
   }
-  return std::move(parts).response(std::move(excerpts));
+  return std::move(parts).response(excerpts);
 }
 
 }  // namespace kestrune::mcp_responses

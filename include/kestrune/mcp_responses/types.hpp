@@ -100,6 +100,8 @@ class ResponseDict {
   [[nodiscard]] std::size_t size() const noexcept;
   [[nodiscard]] bool empty() const noexcept;
   void reserve(std::size_t n);
+  /// clear: removes every entry; the room for them is kept.
+  void clear() noexcept;
 
   [[nodiscard]] const_iterator begin() const noexcept;
   [[nodiscard]] const_iterator end() const noexcept;
@@ -434,6 +436,10 @@ inline ResponseDict& ResponseDict::operator=(ResponseDict&& other) noexcept {
 inline std::size_t ResponseDict::size() const noexcept { return entries_.size(); }
 inline bool ResponseDict::empty() const noexcept { return entries_.empty(); }
 inline void ResponseDict::reserve(std::size_t n) { entries_.reserve(n); }
+inline void ResponseDict::clear() noexcept {
+  entries_.clear();
+  keys_overhead_ = 0;
+}
 inline ResponseDict::const_iterator ResponseDict::begin() const noexcept { return entries_.begin(); }
 inline ResponseDict::const_iterator ResponseDict::end() const noexcept { return entries_.end(); }
 inline const ResponseValue& ResponseDict::value_at(std::size_t i) const noexcept { return entries_[i].second; }
