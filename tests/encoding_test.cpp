@@ -127,6 +127,8 @@ TEST(encoded_size, refuses_ill_formed_utf8_and_says_where) {
       {ResponseDict{{"ok", 1}, {"bad\xc3", 2}}, "key #1 of $", 3},
       {ResponseDict{{"t", "\xc3\xa9\xe2\x82"}}, "$.t", 2},  // truncated sequence
       {ResponseDict{{"o", "\xc0\xaf"}}, "$.o", 0},          // overlong form
+      // A key on the path is written as the compact text writes it.
+      {ResponseDict{{std::string("q\"\0\\", 4), "\xff"}}, R"($.q\"\u0000\\)", 0},
   };
   for (const auto& c : cases) {
     try {
@@ -144,6 +146,28 @@ TEST(encoded_size, refuses_ill_formed_utf8_and_says_where) {
   std::string out = "prefix:";
   append_tool_result_text(out, ResponseDict{{"a", "\xff"}});
   EXPECT_EQ(out, "prefix:{\"a\":\"\xff\"}");
+}
+
+// What a message quotes of an argument comes whole, one line, well-formed.
+TEST(quote, writes_an_argument_whole_and_escaped) {
+  const struct {
+    std::string text;
+    std::string_view quoted;
+  } cases[] = {
+      {"cart", R"("cart")"},
+      {std::string("cart\0zzz", 8), R"("cart\u0000zzz")"},
+      {"say \"hi\"\n\t\\", R"("say \"hi\"\n\t\\")"},
+      {"caf\xc3\xa9 \xf0\x9f\x98\x80 /\x7f", "\"caf\xc3\xa9 \xf0\x9f\x98\x80 /\x7f\""},  // as themselves
+      {"a\xff\xc3(\xed\xa0\x80z", R"("a\xff\xc3(\xed\xa0\x80z")"},  // each byte of ill-formed UTF-8
+      {"\x1b\xe2\x82", R"("\u001b\xe2\x82")"},                      // a truncated sequence at the end
+  };
+  for (const auto& c : cases) EXPECT_EQ(quote(c.text), c.quoted) << testing::PrintToString(c.text);
+  try {
+    (void)ResponseDict{{"a", 1}}.at(std::string("n\0\"", 3));
+    ADD_FAILURE() << "no error";
+  } catch (const std::out_of_range& e) {
+    EXPECT_STREQ(e.what(), R"(ResponseDict: no key "n\u0000\"")");
+  }
 }
 
 }  // namespace

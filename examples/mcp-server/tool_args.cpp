@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "kestrune/mcp_responses/encoding.hpp"
+
 namespace kestrune::example {
 
 namespace {
@@ -29,10 +31,8 @@ std::string_view kind_name(const mr::ResponseValue& v) {
   return "a value";
 }
 
-std::string quoted(std::string_view name) { return "\"" + std::string(name) + "\""; }
-
 void check(const Param& p, const mr::ResponseValue& v) {
-  const std::string what = "argument " + quoted(p.name);
+  const std::string what = "argument " + mr::quote(p.name);
   const bool is_string = p.type == Param::Type::string;
   if (is_string ? !v.is_string() : !v.is_integer()) {
     throw InputError(what + " must be " + (is_string ? "a string" : "an integer") + ", not " +
@@ -40,7 +40,7 @@ void check(const Param& p, const mr::ResponseValue& v) {
   }
   if (!p.choices.empty() && std::find(p.choices.begin(), p.choices.end(), v.as_string()) == p.choices.end()) {
     std::string list;
-    for (const std::string_view c : p.choices) list += (list.empty() ? "" : ", ") + quoted(c);
+    for (const std::string_view c : p.choices) list += (list.empty() ? "" : ", ") + mr::quote(c);
     throw InputError(what + " must be one of " + list);
   }
   if (!is_string && (v.as_integer() < p.min || v.as_integer() > p.max)) {
@@ -75,11 +75,11 @@ Args::Args(const mr::ResponseDict& arguments, std::span<const Param> params) : a
   for (const auto& entry : arguments) {
     const std::string& name = entry.first;
     const auto p = std::find_if(params.begin(), params.end(), [&](const Param& q) { return q.name == name; });
-    if (p == params.end()) throw InputError("unknown argument " + quoted(name));
+    if (p == params.end()) throw InputError("unknown argument " + mr::quote(name));
     if (!(entry.second.is_null() && !p->required)) check(*p, entry.second);  // null leaves an optional one out
   }
   for (const Param& p : params) {
-    if (p.required && !arguments.contains(p.name)) throw InputError("missing argument " + quoted(p.name));
+    if (p.required && !arguments.contains(p.name)) throw InputError("missing argument " + mr::quote(p.name));
   }
 }
 

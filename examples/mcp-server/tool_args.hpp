@@ -28,11 +28,16 @@ struct Param {
   std::int64_t max = std::numeric_limits<std::int64_t>::max();
 };
 
-/// InputError: arguments that the schema does not allow; the message says
-/// which and why, for the model to correct its call.
+/// InputError: arguments that the schema does not allow, or that name
+/// nothing in the index; message() says which and why, for the model to
+/// correct its call, quoting what it shows of them with quote().
 class InputError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit InputError(const std::string& message) : std::runtime_error(message), message_(message) {}
+  [[nodiscard]] const std::string& message() const noexcept { return message_; }
+
+ private:
+  std::string message_;
 };
 
 /// input_schema: the JSON schema of an object with `params`.

@@ -87,7 +87,7 @@ mr::ResponseDict symbol(const ToolsConfig& c, const Args& args) {
 mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
   const std::string path = args.string("path");
   const std::vector<SymbolRow> symbols = c.index.file_symbols(path);
-  if (symbols.empty()) throw InputError("no indexed file at \"" + path + "\"");
+  if (symbols.empty()) throw InputError("no indexed file at " + mr::quote(path));
   std::vector<std::string_view> fqns;
   fqns.reserve(symbols.size());
   for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
@@ -157,7 +157,7 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
     const std::optional<std::string> id = args.optional_string("page_id");
     if (!id) throw InputError("the read action needs \"page_id\"");
     std::optional<WikiPage> page = c.index.wiki_page(*id);
-    if (!page) throw InputError("no wiki page \"" + *id + "\"");
+    if (!page) throw InputError("no wiki page " + mr::quote(*id));
     return mr::build_wiki_read_response({.page_id = std::move(page->page_id),
                                          .title = std::move(page->title),
                                          .content = std::move(page->content),
@@ -244,14 +244,14 @@ bool Tools::exists(std::string_view name) { return find_tool(name) != nullptr; }
 
 ToolAnswer Tools::call(std::string_view name, const mr::ResponseDict& arguments) const {
   const Tool* tool = find_tool(name);
-  if (tool == nullptr) throw std::out_of_range("no tool is named " + std::string(name));
+  if (tool == nullptr) throw std::out_of_range("no tool is named " + mr::quote(name));
   const mr::CallToolOptions options{.structured = tool->output_schema != nullptr};
   try {
     const Args args(arguments, tool->params);
     if (!config_.index.initialized()) return {mr::get_empty_response(name), options};
     return {tool->run(config_, args), options};
   } catch (const InputError& e) {
-    return {{{"error", e.what()}}, {.is_error = true}};
+    return {{{"error", e.message()}}, {.is_error = true}};
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "internal/blocks.hpp"
+#include "kestrune/mcp_responses/encoding.hpp"
 #include "kestrune/mcp_responses/types.hpp"
 #include "types/value_access.hpp"
 
@@ -51,12 +52,12 @@ ResponseValue* ResponseDict::find(std::string_view key) noexcept {
 
 const ResponseValue& ResponseDict::at(std::string_view key) const {
   if (const ResponseValue* v = find(key)) return *v;
-  throw std::out_of_range("ResponseDict: no key \"" + std::string(key) + "\"");
+  throw std::out_of_range("ResponseDict: no key " + quote(key));
 }
 
 ResponseValue& ResponseDict::at(std::string_view key) {
   if (ResponseValue* v = find(key)) return *v;
-  throw std::out_of_range("ResponseDict: no key \"" + std::string(key) + "\"");
+  throw std::out_of_range("ResponseDict: no key " + quote(key));
 }
 
 const ResponseValue& ResponseDict::get(std::string_view key) const noexcept {

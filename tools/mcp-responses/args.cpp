@@ -2,6 +2,8 @@
 
 #include <type_traits>
 
+#include "kestrune/mcp_responses/encoding.hpp"
+
 namespace kestrune::tool {
 
 using mcp_responses::Kind;
@@ -11,12 +13,10 @@ using mcp_responses::ResponseValue;
 
 namespace {
 
-std::string arg(std::string_view name) { return "argument \"" + std::string(name) + "\""; }
-
 // The value of `v`, which must be of `kind`, moved out.
 template <class T>
 T expect(std::string_view name, ResponseValue& v, Kind kind, std::string_view expected) {
-  if (v.kind() != kind) throw wrong_kind(arg(name), expected, v);
+  if (v.kind() != kind) throw wrong_kind(argument_text(name), expected, v);
   if constexpr (std::is_same_v<T, bool>) {
     return v.as_bool();
   } else if constexpr (std::is_same_v<T, std::int64_t>) {
@@ -33,6 +33,8 @@ T expect(std::string_view name, ResponseValue& v, Kind kind, std::string_view ex
 }
 
 }  // namespace
+
+std::string argument_text(std::string_view name) { return "argument " + mcp_responses::quote(name); }
 
 std::string_view kind_name(const ResponseValue& v) {
   switch (v.kind()) {
@@ -61,7 +63,7 @@ RequestError wrong_kind(std::string_view what, std::string_view expected, const 
 ResponseValue* Args::lookup(std::string_view name, bool required) {
   read_.emplace(name);
   ResponseValue* v = args_.find(name);
-  if (v == nullptr && required) throw RequestError("missing required " + arg(name));
+  if (v == nullptr && required) throw RequestError("missing required " + argument_text(name));
   return v;
 }
 
@@ -142,7 +144,7 @@ std::optional<ResponseDict> Args::nullable_dict(std::string_view name) {
 void Args::check_all_read(std::string_view call) const {
   for (const auto& [key, value] : args_) {
     if (!read_.contains(key)) {
-      throw RequestError("unknown " + arg(key) + " for call \"" + std::string(call) + "\"");
+      throw RequestError("unknown " + argument_text(key) + " for call " + mcp_responses::quote(call));
     }
   }
 }

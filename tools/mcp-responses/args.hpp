@@ -55,6 +55,9 @@ class Args {
   std::set<std::string, std::less<>> read_;
 };
 
+/// argument_text: `argument "NAME"`, the name quoted whole (quote()).
+[[nodiscard]] std::string argument_text(std::string_view name);
+
 /// kind_name: "an integer", "a string", ... for error messages.
 [[nodiscard]] std::string_view kind_name(const mcp_responses::ResponseValue& v);
 

@@ -13,7 +13,7 @@ namespace {
 std::optional<std::string> required_nullable_string(Args& a, std::string_view name) {
   const mr::ResponseValue v = a.value(name);
   if (v.is_null()) return std::nullopt;
-  if (!v.is_string()) throw wrong_kind("argument \"" + std::string(name) + "\"", "a string or null", v);
+  if (!v.is_string()) throw wrong_kind(argument_text(name), "a string or null", v);
   return std::string(v.as_string());
 }
 

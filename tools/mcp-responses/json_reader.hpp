@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "kestrune/mcp_responses/types.hpp"
@@ -18,10 +19,16 @@ inline constexpr std::size_t kMaxDepth = 256;
 inline constexpr std::size_t kMemoryPerByte = 9;
 inline constexpr std::size_t kMemoryFloor = std::size_t{64} << 20;
 
-/// RequestError: the request cannot be served; what() says why.
+/// RequestError: the request cannot be served; message() says why, whole.
+/// What it quotes of the request is quoted with quote(), so that what()
+/// holds all of it too.
 class RequestError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit RequestError(const std::string& message) : std::runtime_error(message), message_(message) {}
+  [[nodiscard]] const std::string& message() const noexcept { return message_; }
+
+ private:
+  std::string message_;
 };
 
 /// parse_json: reads `text` as one JSON value. Object keys keep their order

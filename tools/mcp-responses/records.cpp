@@ -3,6 +3,8 @@
 #include <string>
 #include <type_traits>
 
+#include "kestrune/mcp_responses/encoding.hpp"
+
 namespace kestrune::tool {
 
 using mcp_responses::Kind;
@@ -21,8 +23,7 @@ class Record {
     const ResponseValue& v = fields_.get(attribute);
     if (v.is_null()) return std::nullopt;
     if (v.kind() != kind) {
-      throw wrong_kind("attribute \"" + std::string(attribute) + "\" of argument \"" + std::string(name_) + "\"",
-                       expected, v);
+      throw wrong_kind("attribute " + mcp_responses::quote(attribute) + " of " + argument_text(name_), expected, v);
     }
     if constexpr (std::is_same_v<T, bool>) {
       return v.as_bool();
@@ -57,7 +58,7 @@ class Record {
 mcp_responses::Symbol symbol_arg(Args& args, std::string_view name) {
   const Record r(args, name);
   auto fqn = r.text("fqn");
-  if (!fqn) throw RequestError("argument \"" + std::string(name) + "\" needs its attribute \"fqn\", a string");
+  if (!fqn) throw RequestError(argument_text(name) + " needs its attribute \"fqn\", a string");
   return {.fqn = std::move(*fqn),
           .name = r.text("name"),
           .kind = r.text("kind"),

@@ -37,12 +37,12 @@ mr::ResponseValue run_request(mr::ResponseValue request) {
   if (!request.is_dict()) throw RequestError("a request must be a JSON object, not " + std::string(kind_name(request)));
   mr::ResponseDict& fields = request.as_dict();
   for (const auto& [key, value] : fields) {
-    if (key != "call" && key != "args") throw RequestError("unknown request key \"" + key + "\"");
+    if (key != "call" && key != "args") throw RequestError("unknown request key " + mr::quote(key));
   }
   const mr::ResponseValue* name = fields.find("call");
   if (name == nullptr || !name->is_string()) throw RequestError("a request needs \"call\", a string");
   const Call* call = find_call(name->as_string());
-  if (call == nullptr) throw RequestError("unknown call \"" + std::string(name->as_string()) + "\"");
+  if (call == nullptr) throw RequestError("unknown call " + mr::quote(name->as_string()));
 
   mr::ResponseDict args;
   if (mr::ResponseValue* given = fields.find("args")) {
@@ -92,6 +92,8 @@ Answer answer(std::string_view line, std::string* buffer) {
     mr::ResponseValue request = parse_json(line);
     if (buffer != nullptr && buffer->capacity() > kKeptLineBytes) std::string().swap(*buffer);
     return {mr::tool_result_text(run_request(std::move(request))), true};
+  } catch (const RequestError& e) {
+    return error_answer(e.message());
   } catch (const std::exception& e) {
     return error_answer(e.what());
   }
