@@ -2,6 +2,7 @@
 // parameter; the SQL texts are constants.
 #include "index_db.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <stdexcept>
@@ -34,6 +35,28 @@ std::string symbols_query(std::string_view tail) {
   sql += " FROM symbols ";
   sql += tail;
   return sql;
+}
+
+constexpr int kBusyMilliseconds = 2000;
+
+constexpr std::string_view kContains = "(fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\') ";
+constexpr std::string_view kByTrigrams = "id IN (SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?5) AND ";
+
+std::size_t code_points(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+// An FTS5 phrase of `text` as it is: with the trigram tokenizer, the rows
+// that hold it as a substring, in any case.
+std::string fts_phrase(std::string_view text) {
+  std::string phrase = "\"";
+  for (const char c : text) {
+    phrase += c;
+    if (c == '"') phrase += '"';
+  }
+  phrase += '"';
+  return phrase;
 }
 
 // A LIKE pattern that matches `text` anywhere, its wildcards taken literally.
@@ -91,6 +114,8 @@ IndexDb IndexDb::open(const std::string& path) {
   const int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
   index.db_.reset(db);
   if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + path + ": " + sqlite3_errmsg(db));
+  // An indexer may be writing: a read waits out its brief locks.
+  sqlite3_busy_timeout(db, kBusyMilliseconds);
   // Without the indexer's state the repository was never indexed.
   Statement has_state(db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'");
   if (!has_state.step() || has_state.integer(0) == 0) {
@@ -120,15 +145,25 @@ IndexState IndexDb::state() const {
 }
 
 Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std::int64_t limit) const {
-  constexpr std::string_view kMatch = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
+  // LIKE decides what matches. A query of three characters or more first
+  // takes its candidates from the trigram index, which holds every row that
+  // LIKE can match (it folds case beyond ASCII too); a shorter one has no
+  // trigram and reads every symbol.
+  const bool by_trigrams = code_points(query) >= 3;
+  const std::string match = "WHERE " + std::string(by_trigrams ? kByTrigrams : "") + std::string(kContains);
   const std::string pattern = contains_pattern(query);
+  const std::string phrase = fts_phrase(query);
+  const auto bind_match = [&](Statement& s) {
+    s.bind(1, pattern);
+    if (by_trigrams) s.bind(5, phrase);
+  };
   Page<SymbolRow> page;
-  Statement count(db_.get(), "SELECT count(*) FROM symbols " + std::string(kMatch));
-  count.bind(1, pattern);
+  Statement count(db_.get(), "SELECT count(*) FROM symbols " + match);
+  bind_match(count);
   if (count.step()) page.total = count.integer(0);
-  Statement s(db_.get(),
-              symbols_query(std::string(kMatch) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
-  s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
+  Statement s(db_.get(), symbols_query(match + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
+  bind_match(s);
+  s.bind(2, query).bind(3, limit).bind(4, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
   return page;
 }
