@@ -20,14 +20,16 @@ CREATE TABLE index_status (
 
 -- The files an indexer read, with what tells a changed file from the one it
 -- read last time: size and modification time first, the content's hash when
--- those differ.
+-- those differ. `problem` says what was wrong with a file that is indexed
+-- all the same (its text is not UTF-8, ctags failed on it).
 CREATE TABLE files (
   path TEXT PRIMARY KEY,
   size INTEGER NOT NULL,
   mtime_ns INTEGER NOT NULL,
   content_hash TEXT NOT NULL,
   language TEXT,
-  lines INTEGER NOT NULL
+  lines INTEGER NOT NULL,
+  problem TEXT
 ) WITHOUT ROWID;
 
 CREATE TABLE symbols (
