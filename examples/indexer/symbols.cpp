@@ -9,6 +9,11 @@ namespace kestrune::indexer {
 
 namespace {
 
+// Languages of prose, whose headings are no symbols: the wiki reads Markdown.
+bool is_prose(std::string_view language) {
+  return language == "Markdown" || language == "ReStructuredText" || language == "Asciidoc" || language == "RMarkdown";
+}
+
 // ctags's Python kinds that name an imported thing rather than define one.
 bool is_python_import(std::string_view kind) { return kind == "namespace" || kind == "unknown" || kind == "module"; }
 
@@ -162,7 +167,7 @@ std::vector<SymbolRecord> file_symbols(std::string_view path, const std::vector<
                        .is_export = exported});
   }
   for (const Tag& tag : tags) {
-    if (tag.kind == "file" || tag.name.empty()) continue;
+    if (tag.kind == "file" || tag.name.empty() || is_prose(tag.language)) continue;
     if (tag.language == "Python" && is_python_import(tag.kind)) continue;
     const std::string kind = tag.language == "Python" && tag.kind == "member" ? "method" : tag.kind;
     const std::string scope = dotted_name(tag.scope);

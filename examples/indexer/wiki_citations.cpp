@@ -13,17 +13,19 @@ const IndexedSymbol* symbol_named_by(std::string_view text, const SymbolTable& s
   const std::string span = dotted_name(text);
   const std::size_t dot = span.rfind('.');
   const std::string_view name = std::string_view(span).substr(dot == std::string::npos ? 0 : dot + 1);
-  const IndexedSymbol* found = nullptr;
+  std::vector<const IndexedSymbol*> named_by;
   for (const std::size_t i : symbols.named(name)) {
     const IndexedSymbol& s = symbols[i];
-    const bool names_it = s.fqn == span || (s.fqn.size() > span.size() && s.fqn.ends_with(span) &&
-                                            s.fqn[s.fqn.size() - span.size() - 1] == '.');
-    if (!names_it) continue;
     if (s.fqn == span) return &s;
-    if (found != nullptr) return nullptr;  // more than one: the text does not say which
-    found = &s;
+    if (s.fqn.size() > span.size() && s.fqn.ends_with(span) && s.fqn[s.fqn.size() - span.size() - 1] == '.')
+      named_by.push_back(&s);
   }
-  return found;
+  if (named_by.size() == 1) return named_by.front();
+  // `checkout` for a module shop.checkout and its function: the function.
+  const auto not_module = [](const IndexedSymbol* s) { return s->kind != "module"; };
+  if (std::count_if(named_by.begin(), named_by.end(), not_module) == 1)
+    return *std::find_if(named_by.begin(), named_by.end(), not_module);
+  return nullptr;  // the text does not say which
 }
 
 }  // namespace
