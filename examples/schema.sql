@@ -107,6 +107,7 @@ CREATE TABLE wiki_sections (
   heading TEXT NOT NULL,
   body TEXT NOT NULL
 );
+CREATE INDEX sections_by_page ON wiki_sections (page_id);
 
 CREATE TABLE wiki_citations (
   id INTEGER PRIMARY KEY,
@@ -115,6 +116,7 @@ CREATE TABLE wiki_citations (
   line_start INTEGER,
   line_end INTEGER
 );
+CREATE INDEX citations_by_section ON wiki_citations (section_id);
 
 CREATE TABLE wiki_links (
   page_id TEXT NOT NULL REFERENCES wiki_pages (page_id),

@@ -73,11 +73,14 @@ class IndexRun {
     const FileListing listing = list_files(options_.repo);
     branch_ = git_branch(options_.repo);
     read_changed_files(listing);
-    extract_symbols();
-    resolve_references();
-    build_wiki();
-    report(98, "counting components", "");
-    store_.transaction([&] { store_.rebuild_components(); });
+    // Nothing new, changed or gone: the index stands as it is.
+    if (!changed_.empty() || summary_.files_removed > 0) {
+      extract_symbols();
+      resolve_references();
+      build_wiki();
+      report(98, "counting components", "");
+      store_.transaction([&] { store_.rebuild_components(); });
+    }
 
     last_updated_ = utc_now();
     store_.write_status({.status = "ready",
@@ -153,14 +156,16 @@ class IndexRun {
         kept_.insert(path);
         continue;
       }
+      // A binary file's head is enough: it is never read whole.
       std::string error;
-      const std::optional<std::string> bytes = read_file(options_.repo / path, error);
-      if (!bytes) {
-        problem(path, "cannot be read (" + error + "): not indexed");
+      std::optional<std::string> bytes = read_file(options_.repo / path, error, kSniffBytes);
+      if (bytes && looks_binary(*bytes)) {
+        ++summary_.skipped_binary;
         continue;
       }
-      if (looks_binary(*bytes)) {
-        ++summary_.skipped_binary;
+      if (bytes && bytes->size() == kSniffBytes) bytes = read_file(options_.repo / path, error);
+      if (!bytes) {
+        problem(path, "cannot be read (" + error + "): not indexed");
         continue;
       }
       FileRow row{.path = path,

@@ -121,7 +121,7 @@ FileCheck check_file(const fs::path& root, const std::string& path, std::uintmax
   return check;
 }
 
-std::optional<std::string> read_file(const fs::path& path, std::string& error) {
+std::optional<std::string> read_file(const fs::path& path, std::string& error, std::size_t limit) {
   // O_NOFOLLOW: a file replaced by a link after it was checked is not read.
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (fd < 0) {
@@ -130,8 +130,8 @@ std::optional<std::string> read_file(const fs::path& path, std::string& error) {
   }
   std::string bytes;
   std::array<char, 65536> buffer{};
-  for (;;) {
-    const ssize_t n = ::read(fd, buffer.data(), buffer.size());
+  while (bytes.size() < limit) {
+    const ssize_t n = ::read(fd, buffer.data(), std::min(buffer.size(), limit - bytes.size()));
     if (n > 0) {
       bytes.append(buffer.data(), static_cast<std::size_t>(n));
     } else if (n == 0) {
@@ -146,9 +146,6 @@ std::optional<std::string> read_file(const fs::path& path, std::string& error) {
   return bytes;
 }
 
-bool looks_binary(const std::string& head) {
-  constexpr std::size_t kSniffBytes = 8000;
-  return head.find('\0') < std::min(head.size(), kSniffBytes);
-}
+bool looks_binary(const std::string& head) { return head.find('\0') < std::min(head.size(), kSniffBytes); }
 
 }  // namespace kestrune::indexer

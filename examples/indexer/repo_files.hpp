@@ -48,12 +48,17 @@ struct FileCheck {
 /// limit. Symbolic links are never followed to read.
 [[nodiscard]] FileCheck check_file(const fs::path& root, const std::string& path, std::uintmax_t max_bytes);
 
-/// read_file: the whole file's bytes, or nullopt with `error` set to the
-/// system's description when it cannot be read (it vanished, say).
-[[nodiscard]] std::optional<std::string> read_file(const fs::path& path, std::string& error);
+/// read_file: the file's bytes (at most `limit` of them), or nullopt with
+/// `error` set to the system's description when it cannot be read (it
+/// vanished, say).
+[[nodiscard]] std::optional<std::string> read_file(const fs::path& path, std::string& error,
+                                                   std::size_t limit = std::string::npos);
+
+/// kSniffBytes: how much of a file tells whether it is binary.
+inline constexpr std::size_t kSniffBytes = 8000;
 
 /// looks_binary: whether text starting with `head` is binary, as git
-/// decides it: a NUL byte in the first 8000 bytes.
+/// decides it: a NUL byte in the first kSniffBytes bytes.
 [[nodiscard]] bool looks_binary(const std::string& head);
 
 }  // namespace kestrune::indexer

@@ -161,7 +161,10 @@ Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std
   Statement count(db_.get(), "SELECT count(*) FROM symbols " + match);
   bind_match(count);
   if (count.step()) page.total = count.integer(0);
-  Statement s(db_.get(), symbols_query(match + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
+  // The page's ids are sorted first, so that the sort carries no docstrings.
+  constexpr std::string_view kOrder = "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn ";
+  Statement s(db_.get(), symbols_query("WHERE id IN (SELECT id FROM symbols " + match + std::string(kOrder) +
+                                       "LIMIT ?3 OFFSET ?4) " + std::string(kOrder)));
   bind_match(s);
   s.bind(2, query).bind(3, limit).bind(4, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
