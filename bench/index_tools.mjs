@@ -13,26 +13,31 @@ await client.listTools();
 const call = async (name, args) => JSON.parse(text(await client.callTool({ name, arguments: args })));
 
 // Arguments from the index: symbols and files of a few pages of search,
-// the most used names of the standard library for references.
-const queries = ["json", "Decoder", "parse", "get", "HTTPConnection", "assert", "xyzzy", "__init__"];
+// the most used names of the standard library for references. Search is
+// timed apart for names that match a few symbols and for substrings that
+// match thousands, whose count and sort read every match.
+const narrow = ["json.decoder", "HTTPConnection", "urlsplit", "xyzzy", "TextWrapper", "Decoder"];
+const broad = ["get", "assert", "__init__", "parse"];
 const found = [];
 for (const query of ["json", "parse", "Thread", "Path", "encode"]) found.push(...(await call("search", { query, limit: 20 })).symbols);
 const fqns = found.map((s) => s.fqn);
 const files = [...new Set(found.map((s) => s.file))];
 const used = ["os", "re.compile", "unittest.case.TestCase.assertTrue", "json.loads", "socket.socket", "codecs.lookup"];
 const asks = ["How do I read a zip file?", "What does the test data hold?", "Which encodings are supported?"];
+const matches = async (queries) =>
+  (await Promise.all(queries.map(async (query) => (await call("search", { query })).total_count))).join("/");
 
 const tools = {
-  search: (i) => ({ query: queries[i % queries.length] }),
-  symbol: (i) => ({ fqn: fqns[i % fqns.length] }),
-  file: (i) => ({ path: files[i % files.length] }),
-  references: (i) => ({ fqn: used[i % used.length] }),
-  architecture: () => ({}),
-  wiki_ask: (i) => ({ action: "ask", query: asks[i % asks.length], token_budget: 500 }),
+  [`search, narrow (${await matches(narrow)} matches)`]: ["search", (i) => ({ query: narrow[i % narrow.length] })],
+  [`search, broad (${await matches(broad)} matches)`]: ["search", (i) => ({ query: broad[i % broad.length] })],
+  symbol: ["symbol", (i) => ({ fqn: fqns[i % fqns.length] })],
+  file: ["file", (i) => ({ path: files[i % files.length] })],
+  "references with code": ["references", (i) => ({ fqn: used[i % used.length] })],
+  architecture: ["architecture", () => ({})],
+  "wiki ask, token_budget 500": ["wiki", (i) => ({ action: "ask", query: asks[i % asks.length], token_budget: 500 })],
 };
 const rows = [];
-for (const [tool, args] of Object.entries(tools)) {
-  const name = tool === "wiki_ask" ? "wiki" : tool;
+for (const [tool, [name, args]] of Object.entries(tools)) {
   const times = [];
   let bytes = 0;
   for (let i = 0; i < Number(calls); ++i) {

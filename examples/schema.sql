@@ -1,7 +1,10 @@
 -- The schema of a repository index as the example MCP server reads it. Both
 -- indexes are made on it: the hand-written one of examples/repo/
 -- (examples/index.sql, run after this file) and those that kestrune-index
--- builds from a work tree (examples/indexer/).
+-- builds from a work tree (examples/indexer/). The version changes with the
+-- schema: kestrune-index builds an index of another version anew.
+
+PRAGMA user_version = 1;
 
 -- The indexer's state: one row, rewritten as a run goes on.
 CREATE TABLE index_status (
@@ -34,7 +37,7 @@ CREATE TABLE files (
 
 CREATE TABLE symbols (
   id INTEGER PRIMARY KEY,
-  fqn TEXT NOT NULL UNIQUE,
+  fqn TEXT NOT NULL,
   name TEXT,
   kind TEXT,
   file_path TEXT,
@@ -45,17 +48,20 @@ CREATE TABLE symbols (
   is_export INTEGER,
   docstring_truncated INTEGER
 );
+CREATE UNIQUE INDEX symbols_by_fqn ON symbols (fqn);
+CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE);
 CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
 
--- Trigrams of every symbol's fqn and name, so that a search for a substring
--- of three characters or more reads an index instead of every symbol.
-CREATE VIRTUAL TABLE symbol_names USING fts5 (fqn, name, content = 'symbols', content_rowid = 'id',
-                                             tokenize = 'trigram');
+-- Trigrams of every symbol's fqn and name, ASCII letters in lower case as
+-- LIKE compares them, so that a search for a substring of three characters
+-- or more counts and finds its matches in an index instead of reading every
+-- symbol. Contentless: the symbols table holds the text.
+CREATE VIRTUAL TABLE symbol_names USING fts5 (fqn, name, content = '', tokenize = 'trigram case_sensitive 1');
 CREATE TRIGGER symbols_insert AFTER INSERT ON symbols BEGIN
-  INSERT INTO symbol_names (rowid, fqn, name) VALUES (new.id, new.fqn, new.name);
+  INSERT INTO symbol_names (rowid, fqn, name) VALUES (new.id, lower(new.fqn), lower(new.name));
 END;
 CREATE TRIGGER symbols_delete AFTER DELETE ON symbols BEGIN
-  INSERT INTO symbol_names (symbol_names, rowid, fqn, name) VALUES ('delete', old.id, old.fqn, old.name);
+  INSERT INTO symbol_names (symbol_names, rowid, fqn, name) VALUES ('delete', old.id, lower(old.fqn), lower(old.name));
 END;
 
 -- A use of the symbol `symbol_fqn` at a place, inside the caller symbol.

@@ -1,6 +1,8 @@
 #include "index_store.hpp"
 
+#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 
 #include "schema_sql.hpp"
 #include "statement.hpp"
@@ -11,6 +13,14 @@ using example::Statement;
 
 namespace {
 
+// The version that the schema sets ("PRAGMA user_version = N").
+int schema_version() {
+  const std::string_view schema = kSchemaSql;
+  constexpr std::string_view kSet = "PRAGMA user_version = ";
+  const std::size_t at = schema.find(kSet);
+  return at == std::string_view::npos ? 0 : std::atoi(schema.data() + at + kSet.size());
+}
+
 bool has_table(sqlite3* db, const char* name) {
   Statement s(db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = ?1");
   s.bind(1, name);
@@ -20,6 +30,21 @@ bool has_table(sqlite3* db, const char* name) {
 }  // namespace
 
 IndexStore IndexStore::open(const std::filesystem::path& path) {
+  {
+    IndexStore store = open_as_is(path);
+    if (!has_table(store.db_.get(), "files") || store.user_version() == schema_version()) return store;
+  }
+  // An index of another schema that kestrune-index made: built anew.
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path.string() + suffix);
+  return open_as_is(path);
+}
+
+int IndexStore::user_version() const {
+  Statement s(db_.get(), "PRAGMA user_version");
+  return s.step() ? static_cast<int>(s.integer(0)) : 0;
+}
+
+IndexStore IndexStore::open_as_is(const std::filesystem::path& path) {
   IndexStore store;
   sqlite3* db = nullptr;
   const int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);

@@ -58,9 +58,10 @@ struct StoredSection {
 
 class IndexStore {
  public:
-  /// open: the database at `path`, made with the schema when it is new.
-  /// Throws std::runtime_error when it cannot be opened or holds tables
-  /// that another program made.
+  /// open: the database at `path`, made with the schema when it is new, or
+  /// made anew when an older kestrune-index made it. Throws
+  /// std::runtime_error when it cannot be opened or holds tables that
+  /// another program made.
   [[nodiscard]] static IndexStore open(const std::filesystem::path& path);
 
   /// transaction: runs `work` in one write transaction, committed when it
@@ -106,6 +107,8 @@ class IndexStore {
   struct Close {
     void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
   };
+  [[nodiscard]] static IndexStore open_as_is(const std::filesystem::path& path);
+  [[nodiscard]] int user_version() const;
   void execute(const char* sql) const;
   // cached: the prepared statement of `sql` (a constant), reset for a new run.
   example::Statement& cached(const char* sql);

@@ -39,20 +39,21 @@ std::string symbols_query(std::string_view tail) {
 
 constexpr int kBusyMilliseconds = 2000;
 
-constexpr std::string_view kContains = "(fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\') ";
-constexpr std::string_view kByTrigrams = "id IN (SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?5) AND ";
+// The symbols that the trigram phrase ?1 matches.
+constexpr std::string_view kMatches = "id IN (SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1) ";
 
 std::size_t code_points(std::string_view text) {
   return static_cast<std::size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-// An FTS5 phrase of `text` as it is: with the trigram tokenizer, the rows
-// that hold it as a substring, in any case.
+// An FTS5 phrase of `text` with ASCII letters in lower case: in
+// symbol_names, which holds fqns and names so, the rows that hold it as a
+// substring in the sense of LIKE, which folds ASCII letters only.
 std::string fts_phrase(std::string_view text) {
   std::string phrase = "\"";
   for (const char c : text) {
-    phrase += c;
+    phrase += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     if (c == '"') phrase += '"';
   }
   phrase += '"';
@@ -68,6 +69,74 @@ std::string contains_pattern(std::string_view text) {
   }
   pattern += '%';
   return pattern;
+}
+
+std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
+
+// Search by scanning every symbol with LIKE: for queries too short to have
+// a trigram.
+Page<SymbolRow> scan_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+  constexpr std::string_view kContains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
+  const std::string pattern = contains_pattern(query);
+  Page<SymbolRow> page;
+  page.total =
+      count_of(std::move(Statement(db, "SELECT count(*) FROM symbols " + std::string(kContains)).bind(1, pattern)));
+  Statement s(db,
+              symbols_query(std::string(kContains) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
+  s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
+  while (s.step()) page.rows.push_back(symbol_row(s));
+  return page;
+}
+
+// Search through the trigram index. The answer's order (exact names first,
+// then by fqn) is read as three groups, each in fqn order: the symbols
+// named `query`, the other matches, and those without a name (after the
+// others, as NULL sorts last in the descending order). Counts come from the
+// index; only the page's rows are read whole.
+Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+  const std::string phrase = fts_phrase(query);
+  // ?1 is the phrase and ?2 the query, wherever a statement has them.
+  const auto with_query = [&](std::string_view sql) {
+    Statement s(db, sql);
+    s.bind(1, phrase);
+    if (s.parameters() >= 2) s.bind(2, query);
+    return s;
+  };
+  Page<SymbolRow> page;
+  page.total = count_of(with_query("SELECT count(*) FROM symbol_names WHERE symbol_names MATCH ?1"));
+  const std::int64_t exact = count_of(with_query("SELECT count(*) FROM symbols WHERE name = ?2 COLLATE NOCASE"));
+  const std::int64_t unnamed =
+      count_of(with_query("SELECT count(*) FROM symbols WHERE name IS NULL AND " + std::string(kMatches) + ""));
+  // Where matches are dense, walking the fqn index in order reaches a page
+  // sooner than sorting every match.
+  const double symbols = static_cast<double>(count_of(Statement(db, "SELECT max(id) FROM symbols")));
+  const double total = static_cast<double>(page.total);
+  const bool dense = static_cast<double>(offset + limit) * symbols < total * total;
+  const std::string others = std::string("SELECT id FROM symbols ") + (dense ? "INDEXED BY symbols_by_fqn " : "") +
+                             "WHERE " + std::string(kMatches) + "AND (name = ?2 COLLATE NOCASE) = 0 ";
+  const std::pair<std::int64_t, std::string> groups[] = {
+      {exact, "SELECT id FROM symbols WHERE name = ?2 COLLATE NOCASE "},
+      {page.total - exact - unnamed, others},
+      {unnamed, "SELECT id FROM symbols WHERE name IS NULL AND " + std::string(kMatches)},
+  };
+  std::vector<std::int64_t> ids;
+  for (const auto& [size, sql] : groups) {
+    if (static_cast<std::int64_t>(ids.size()) >= limit) break;
+    if (offset >= size) {
+      offset -= size;
+      continue;
+    }
+    Statement s = with_query(sql + "ORDER BY fqn LIMIT ?3 OFFSET ?4");
+    s.bind(3, limit - static_cast<std::int64_t>(ids.size())).bind(4, offset);
+    while (s.step()) ids.push_back(s.integer(0));
+    offset = 0;
+  }
+  Statement row(db, symbols_query("WHERE id = ?1"));
+  for (const std::int64_t id : ids) {
+    row.reset().bind(1, id);
+    if (row.step()) page.rows.push_back(symbol_row(row));
+  }
+  return page;
 }
 
 // An FTS5 query for any word of `text`: letters, digits and underscores
@@ -145,30 +214,9 @@ IndexState IndexDb::state() const {
 }
 
 Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std::int64_t limit) const {
-  // LIKE decides what matches. A query of three characters or more first
-  // takes its candidates from the trigram index, which holds every row that
-  // LIKE can match (it folds case beyond ASCII too); a shorter one has no
-  // trigram and reads every symbol.
-  const bool by_trigrams = code_points(query) >= 3;
-  const std::string match = "WHERE " + std::string(by_trigrams ? kByTrigrams : "") + std::string(kContains);
-  const std::string pattern = contains_pattern(query);
-  const std::string phrase = fts_phrase(query);
-  const auto bind_match = [&](Statement& s) {
-    s.bind(1, pattern);
-    if (by_trigrams) s.bind(5, phrase);
-  };
-  Page<SymbolRow> page;
-  Statement count(db_.get(), "SELECT count(*) FROM symbols " + match);
-  bind_match(count);
-  if (count.step()) page.total = count.integer(0);
-  // The page's ids are sorted first, so that the sort carries no docstrings.
-  constexpr std::string_view kOrder = "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn ";
-  Statement s(db_.get(), symbols_query("WHERE id IN (SELECT id FROM symbols " + match + std::string(kOrder) +
-                                       "LIMIT ?3 OFFSET ?4) " + std::string(kOrder)));
-  bind_match(s);
-  s.bind(2, query).bind(3, limit).bind(4, offset);
-  while (s.step()) page.rows.push_back(symbol_row(s));
-  return page;
+  // Below three characters a query has no trigram.
+  if (code_points(query) < 3) return scan_search(db_.get(), query, offset, limit);
+  return trigram_search(db_.get(), query, offset, limit);
 }
 
 std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {
