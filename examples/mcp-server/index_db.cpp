@@ -39,9 +39,6 @@ std::string symbols_query(std::string_view tail) {
 
 constexpr int kBusyMilliseconds = 2000;
 
-// The symbols that the trigram phrase ?1 matches.
-constexpr std::string_view kMatches = "id IN (SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1) ";
-
 std::size_t code_points(std::string_view text) {
   return static_cast<std::size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
@@ -88,53 +85,91 @@ Page<SymbolRow> scan_search(sqlite3* db, std::string_view query, std::int64_t of
   return page;
 }
 
-// Search through the trigram index. The answer's order (exact names first,
-// then by fqn) is read as three groups, each in fqn order: the symbols
-// named `query`, the other matches, and those without a name (after the
-// others, as NULL sorts last in the descending order). Counts come from the
-// index; only the page's rows are read whole.
-Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
-  const std::string phrase = fts_phrase(query);
-  // ?1 is the phrase and ?2 the query, wherever a statement has them.
-  const auto with_query = [&](std::string_view sql) {
-    Statement s(db, sql);
-    s.bind(1, phrase);
-    if (s.parameters() >= 2) s.bind(2, query);
-    return s;
-  };
-  Page<SymbolRow> page;
-  page.total = count_of(with_query("SELECT count(*) FROM symbol_names WHERE symbol_names MATCH ?1"));
-  const std::int64_t exact = count_of(with_query("SELECT count(*) FROM symbols WHERE name = ?2 COLLATE NOCASE"));
-  const std::int64_t unnamed =
-      count_of(with_query("SELECT count(*) FROM symbols WHERE name IS NULL AND " + std::string(kMatches) + ""));
-  // Where matches are dense, walking the fqn index in order reaches a page
-  // sooner than sorting every match.
-  const double symbols = static_cast<double>(count_of(Statement(db, "SELECT max(id) FROM symbols")));
-  const double total = static_cast<double>(page.total);
-  const bool dense = static_cast<double>(offset + limit) * symbols < total * total;
-  const std::string others = std::string("SELECT id FROM symbols ") + (dense ? "INDEXED BY symbols_by_fqn " : "") +
-                             "WHERE " + std::string(kMatches) + "AND (name = ?2 COLLATE NOCASE) = 0 ";
-  const std::pair<std::int64_t, std::string> groups[] = {
-      {exact, "SELECT id FROM symbols WHERE name = ?2 COLLATE NOCASE "},
-      {page.total - exact - unnamed, others},
-      {unnamed, "SELECT id FROM symbols WHERE name IS NULL AND " + std::string(kMatches)},
-  };
+// The ids that statement `s` returns, in its order.
+std::vector<std::int64_t> ids_of(Statement s) {
   std::vector<std::int64_t> ids;
-  for (const auto& [size, sql] : groups) {
-    if (static_cast<std::int64_t>(ids.size()) >= limit) break;
-    if (offset >= size) {
-      offset -= size;
-      continue;
+  while (s.step()) ids.push_back(s.integer(0));
+  return ids;
+}
+
+bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
+  return std::binary_search(sorted.begin(), sorted.end(), id);
+}
+
+// The first `n` ids in fqn order of which `wanted` holds, of the `total`
+// that it holds for. Where they are dense, walking the fqn index finds them
+// sooner than reading and sorting the fqn of every one.
+template <class Wanted>
+std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
+                                       std::int64_t total, std::int64_t n) {
+  std::vector<std::int64_t> ids;
+  const double symbols = static_cast<double>(count_of(Statement(db, "SELECT max(id) FROM symbols")));
+  if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
+    Statement walk(db, "SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn");
+    while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
+      if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
     }
-    Statement s = with_query(sql + "ORDER BY fqn LIMIT ?3 OFFSET ?4");
-    s.bind(3, limit - static_cast<std::int64_t>(ids.size())).bind(4, offset);
-    while (s.step()) ids.push_back(s.integer(0));
-    offset = 0;
+    return ids;
   }
+  std::vector<std::pair<std::string, std::int64_t>> keyed;
+  Statement fqn(db, "SELECT fqn FROM symbols WHERE id = ?1");
+  for (const std::int64_t id : candidates) {
+    if (wanted(id) && fqn.reset().bind(1, id).step()) keyed.emplace_back(fqn.text(0), id);
+  }
+  const auto end = keyed.begin() + std::min(n, static_cast<std::int64_t>(keyed.size()));
+  std::partial_sort(keyed.begin(), end, keyed.end());
+  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(it->second);
+  return ids;
+}
+
+// Search through the trigram index, read once: it gives every matching id,
+// and so the count. The answer's order (exact names first, then by fqn) is
+// read as three groups, each in fqn order: the symbols named `query`, the
+// other matches, and those without a name (after the others, as NULL sorts
+// last in the descending order). Only the page's rows are read whole.
+Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+  Page<SymbolRow> page;
+  const std::vector<std::int64_t> matches =
+      ids_of(std::move(Statement(db, "SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid")
+                           .bind(1, fts_phrase(query))));
+  page.total = static_cast<std::int64_t>(matches.size());
+  // A name equal to the query holds it: each is a match.
+  const std::vector<std::int64_t> exact = ids_of(
+      std::move(Statement(db, "SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn").bind(1, query)));
+  std::vector<std::int64_t> unnamed;
+  for (const std::int64_t id : ids_of(Statement(db, "SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn"))) {
+    if (holds(matches, id)) unnamed.push_back(id);
+  }
+  std::vector<std::int64_t> grouped = exact;
+  grouped.insert(grouped.end(), unnamed.begin(), unnamed.end());
+  std::sort(grouped.begin(), grouped.end());
+  const auto other = [&](std::int64_t id) { return holds(matches, id) && !holds(grouped, id); };
+
+  std::vector<std::int64_t> ids;
+  std::int64_t skip = offset;
+  const auto take = [&](const std::vector<std::int64_t>& group) {
+    for (const std::int64_t id : group) {
+      if (static_cast<std::int64_t>(ids.size()) >= limit) return;
+      if (skip > 0) {
+        --skip;
+      } else {
+        ids.push_back(id);
+      }
+    }
+  };
+  take(exact);
+  const std::int64_t others = page.total - static_cast<std::int64_t>(grouped.size());
+  if (static_cast<std::int64_t>(ids.size()) < limit) {
+    if (skip >= others) {
+      skip -= others;
+    } else {
+      take(first_by_fqn(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
+    }
+  }
+  take(unnamed);
   Statement row(db, symbols_query("WHERE id = ?1"));
   for (const std::int64_t id : ids) {
-    row.reset().bind(1, id);
-    if (row.step()) page.rows.push_back(symbol_row(row));
+    if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
   }
   return page;
 }

@@ -53,9 +53,6 @@ class Statement {
     return *this;
   }
 
-  /// parameters: how many parameters the statement has (its highest ?NNN).
-  [[nodiscard]] int parameters() const { return sqlite3_bind_parameter_count(stmt_.get()); }
-
   /// step: moves to the next row; false after the last.
   bool step() {
     const int rc = sqlite3_step(stmt_.get());
