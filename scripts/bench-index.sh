@@ -55,10 +55,15 @@ echo "index: $(du -b "$db" | cut -f1) bytes ($(du -h "$db" | cut -f1));" \
     ' references, ' || (SELECT count(*) FROM wiki_sections) || ' wiki sections'")"
 echo
 echo "query plans:"
-sqlite3 "$db" "EXPLAIN QUERY PLAN SELECT count(*) FROM symbols WHERE id IN (SELECT rowid FROM symbol_names
-  WHERE symbol_names MATCH '\"parse\"') AND (fqn LIKE '%parse%' OR name LIKE '%parse%')" | sed 's/^/  search: /'
-sqlite3 "$db" "EXPLAIN QUERY PLAN SELECT file_path, line FROM symbol_refs WHERE symbol_fqn = 'os'
-  ORDER BY file_path, line LIMIT 20" | sed 's/^/  references: /'
+plan() {  # plan LABEL SQL: the plan of one of the server's statements
+  sqlite3 "$db" "EXPLAIN QUERY PLAN $2" | grep -v '^QUERY PLAN' | sed "s/^/  $1: /"
+}
+plan "search, matches" "SELECT rowid FROM symbol_names WHERE symbol_names MATCH '\"parse\"' ORDER BY rowid"
+plan "search, exact names" "SELECT id FROM symbols WHERE name = 'parse' COLLATE NOCASE ORDER BY fqn"
+plan "search, dense page" "SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn"
+plan "references, count" "SELECT count(*) FROM symbol_refs WHERE symbol_fqn = 'os'"
+plan "references, page" "SELECT file_path, line, caller_fqn, caller_kind, usage_type FROM symbol_refs
+  WHERE symbol_fqn = 'os' ORDER BY file_path, line LIMIT 20 OFFSET 0"
 echo
 node bench/index_tools.mjs "$PWD/build/release/examples/mcp-server/kestrune-example-server" "$db" "$tree" \
   "$scratch/server-rss" "${1:-1000}"
