@@ -213,22 +213,36 @@ mr::ResponseList citations_of(sqlite3* db, std::int64_t section_id) {
 
 IndexDb IndexDb::open(const std::string& path) {
   IndexDb index;
-  if (!std::filesystem::exists(path)) return index;
+  index.path_ = path;
+  index.db_ = connect(path);
+  return index;
+}
+
+bool IndexDb::initialized() const {
+  if (db_ == nullptr && !path_.empty()) {
+    try {
+      db_ = connect(path_);
+    } catch (const std::runtime_error&) {
+      // Still not a database: not initialized, as before.
+    }
+  }
+  return db_ != nullptr;
+}
+
+IndexDb::Connection IndexDb::connect(const std::string& path) {
+  if (path.empty() || !std::filesystem::exists(path)) return nullptr;
   sqlite3* db = nullptr;
   const int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  index.db_.reset(db);
+  Connection connection(db);
   if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + path + ": " + sqlite3_errmsg(db));
   // An indexer may be writing: a read waits out its brief locks.
   sqlite3_busy_timeout(db, kBusyMilliseconds);
   // Without the indexer's state the repository was never indexed.
   Statement has_state(db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'");
-  if (!has_state.step() || has_state.integer(0) == 0) {
-    index.db_.reset();
-    return index;
-  }
+  if (!has_state.step() || has_state.integer(0) == 0) return nullptr;
   Statement rows(db, "SELECT count(*) FROM index_status");
-  if (!rows.step() || rows.integer(0) == 0) index.db_.reset();
-  return index;
+  if (!rows.step() || rows.integer(0) == 0) return nullptr;
+  return connection;
 }
 
 IndexState IndexDb::state() const {

@@ -1,6 +1,6 @@
 // kestrune-index on real work trees, answered through the official MCP
 // client: examples/repo/ indexed gives the answers of indexed.jsonl; a
-// server started while the indexer runs shows its progress and keeps
+// server started before the indexer shows its progress and keeps
 // answering; bad files are counted and the rest is indexed; a second run
 // reads only what changed.
 //   node indexer_test.mjs INDEXER SERVER REPO
@@ -62,7 +62,7 @@ test("examples/repo indexed: symbols, docstrings, references with callers, wiki 
   });
 });
 
-test("a server started while the indexer runs shows its phase and progress, then the index", async () => {
+test("a server started before the indexer shows its phase and progress, then the index", async () => {
   // This ctags waits for the test's word before it reads a batch.
   const waiting = join(scratch, "ctags-waiting");
   const go = join(scratch, "ctags-go");
@@ -71,10 +71,11 @@ test("a server started while the indexer runs shows its phase and progress, then
     `touch '${waiting}'\nwhile [ ! -e '${go}' ]; do sleep 0.05; done\nexec ctags "$@"\n`);
   chmodSync(ctags, 0o755);
   const db = join(scratch, "progress.db");
-  const run = spawn(indexer, [exampleRepo, "--db", db, "--ctags", ctags], { stdio: "ignore" });
-  const exited = new Promise((resolve) => run.on("exit", resolve));
-  while (!existsSync(waiting)) await new Promise((resolve) => setTimeout(resolve, 20));
   await withServer(db, exampleRepo, async (call) => {
+    assert.equal((await call("status")).status, "not_initialized");
+    const run = spawn(indexer, [exampleRepo, "--db", db, "--ctags", ctags], { stdio: "ignore" });
+    const exited = new Promise((resolve) => run.on("exit", resolve));
+    while (!existsSync(waiting)) await new Promise((resolve) => setTimeout(resolve, 20));
     const status = await call("status");
     assert.deepEqual([status.status, status.progress, status.phase, status.phase_detail],
       ["indexing", 15, "extracting symbols", "0/8"]);
