@@ -1,99 +1,7 @@
--- The index of examples/repo/ as the example MCP server reads it: the
--- indexer's state, symbols, references, components and the wiki. The build
--- turns this file into index.db (examples/mcp-server/make_index_db.cpp).
-
-CREATE TABLE index_status (
-  id INTEGER PRIMARY KEY CHECK (id = 1),
-  status TEXT NOT NULL,
-  health TEXT NOT NULL,
-  branch TEXT,
-  progress INTEGER NOT NULL,
-  files_indexed INTEGER NOT NULL,
-  symbols_indexed INTEGER NOT NULL,
-  last_updated TEXT,
-  errors_count INTEGER NOT NULL,
-  phase TEXT,
-  phase_detail TEXT
-);
-
-CREATE TABLE symbols (
-  id INTEGER PRIMARY KEY,
-  fqn TEXT NOT NULL UNIQUE,
-  name TEXT,
-  kind TEXT,
-  file_path TEXT,
-  start_line INTEGER,
-  end_line INTEGER,
-  signature TEXT,
-  docstring TEXT,
-  is_export INTEGER,
-  docstring_truncated INTEGER
-);
-CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
-
--- A use of the symbol `symbol_fqn` at a place, inside the caller symbol.
-CREATE TABLE symbol_refs (
-  id INTEGER PRIMARY KEY,
-  symbol_fqn TEXT NOT NULL,
-  file_path TEXT,
-  line INTEGER,
-  caller_fqn TEXT,
-  caller_kind TEXT,
-  usage_type TEXT
-);
-CREATE INDEX refs_by_symbol ON symbol_refs (symbol_fqn, file_path, line);
-
-CREATE TABLE components (
-  name TEXT PRIMARY KEY,
-  layer TEXT,
-  path_pattern TEXT,
-  file_count INTEGER,
-  symbol_count INTEGER
-);
-
-CREATE TABLE wiki_state (
-  id INTEGER PRIMARY KEY CHECK (id = 1),
-  built INTEGER NOT NULL,
-  branch TEXT NOT NULL,
-  enabled INTEGER NOT NULL,
-  configured INTEGER NOT NULL,
-  total_sources INTEGER NOT NULL,
-  last_built TEXT,
-  model TEXT
-);
-
-CREATE TABLE wiki_pages (
-  page_id TEXT PRIMARY KEY,
-  title TEXT NOT NULL,
-  content TEXT NOT NULL,
-  stale INTEGER NOT NULL DEFAULT 0,
-  position INTEGER NOT NULL
-);
-
-CREATE TABLE wiki_sections (
-  id INTEGER PRIMARY KEY,
-  page_id TEXT NOT NULL REFERENCES wiki_pages (page_id),
-  heading TEXT NOT NULL,
-  body TEXT NOT NULL
-);
-
-CREATE TABLE wiki_citations (
-  id INTEGER PRIMARY KEY,
-  section_id INTEGER NOT NULL REFERENCES wiki_sections (id),
-  path TEXT NOT NULL,
-  line_start INTEGER,
-  line_end INTEGER
-);
-
-CREATE TABLE wiki_links (
-  page_id TEXT NOT NULL REFERENCES wiki_pages (page_id),
-  related_page_id TEXT NOT NULL REFERENCES wiki_pages (page_id),
-  PRIMARY KEY (page_id, related_page_id)
-);
-
--- Full-text search over the sections, for the wiki's ask.
-CREATE VIRTUAL TABLE wiki_search USING fts5 (heading, body, content = 'wiki_sections', content_rowid = 'id',
-                                          tokenize = 'porter unicode61');
+-- The index of examples/repo/ as the example MCP server reads it, written by
+-- hand: the indexer's state, symbols, references, components and the wiki.
+-- The build runs examples/schema.sql and then this file into index.db
+-- (examples/mcp-server/make_index_db.cpp).
 
 INSERT INTO index_status VALUES
   (1, 'ready', 'healthy', 'main', 100, 7, 16, '2026-11-23T09:20:45Z', 0, NULL, NULL);
@@ -166,7 +74,7 @@ INSERT INTO components VALUES
 
 INSERT INTO wiki_state VALUES (1, 1, 'main', 1, 1, 6, '2026-11-23T09:31:10Z', 'wiki-writer-small');
 
-INSERT INTO wiki_pages VALUES
+INSERT INTO wiki_pages (page_id, title, content, stale, position) VALUES
   ('overview', 'Shop overview',
    'The shop keeps carts, prices and stock apart: a cart holds items, pricing applies discounts, and checkout '
    || 'reserves stock before it charges the total.', 0, 1),
@@ -214,5 +122,3 @@ INSERT INTO wiki_links VALUES
   ('overview', 'checkout'),
   ('cart', 'checkout'),
   ('checkout', 'cart');
-
-INSERT INTO wiki_search (wiki_search) VALUES ('rebuild');

@@ -1,13 +1,35 @@
 #!/usr/bin/env bash
-# Builds the example MCP server and its SQLite index of examples/repo/, then
-# runs a short session of the official MCP client against it: each call and
-# the text the model reads.
+# Builds the example MCP server and kestrune-index, indexes a repository's
+# work tree (default: the shipped example, examples/repo), then runs a short
+# session of the official MCP client against it: each call and the text the
+# model reads. With a repository, it ends with the configuration that an MCP
+# client reads to use the server on that repository.
+#   scripts/run-example.sh [REPO]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+repo=${1:-examples/repo}
+[ -d "$repo" ] || { echo "run-example.sh: $repo is not a folder" >&2; exit 2; }
+repo=$(cd "$repo" && pwd)
 scripts/install-deps.sh core
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-{ cmake --preset release && cmake --build --preset release -j"$(nproc)" --target kestrune-example-server &&
+{ cmake --preset release && cmake --build --preset release -j"$(nproc)" --target kestrune-example-server kestrune-index &&
   tests/mcp/install.sh; } >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
-server=build/release/examples/mcp-server
-node tests/mcp/session.mjs "$server/kestrune-example-server" "$server/index.db" examples/repo
+
+# One index per repository, kept between runs: a second run reads only the
+# files that changed.
+mkdir -p build/release/indexes
+db=$PWD/build/release/indexes/$(basename "$repo")-$(printf %s "$repo" | cksum | cut -d' ' -f1).db
+server=$PWD/build/release/examples/mcp-server/kestrune-example-server
+build/release/examples/indexer/kestrune-index "$repo" --db "$db" >&2
+if [ $# -eq 0 ]; then
+  node tests/mcp/session.mjs "$server" "$db" "$repo"
+else
+  node tests/mcp/session.mjs "$server" "$db" "$repo" --explore
+  cat <<JSON
+
+To use it from an MCP client, add the server to the client's configuration:
+{"mcpServers": {"kestrune": {"command": "$server", "args": ["--db", "$db", "--root", "$repo"]}}}
+Run scripts/run-example.sh $1 again (or build/release/examples/indexer/kestrune-index) to bring the index up to date.
+JSON
+fi

@@ -2,6 +2,7 @@
 // parameter; the SQL texts are constants.
 #include "index_db.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <stdexcept>
@@ -36,6 +37,26 @@ std::string symbols_query(std::string_view tail) {
   return sql;
 }
 
+constexpr int kBusyMilliseconds = 2000;
+
+std::size_t code_points(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+// An FTS5 phrase of `text` with ASCII letters in lower case: in
+// symbol_names, which holds fqns and names so, the rows that hold it as a
+// substring in the sense of LIKE, which folds ASCII letters only.
+std::string fts_phrase(std::string_view text) {
+  std::string phrase = "\"";
+  for (const char c : text) {
+    phrase += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    if (c == '"') phrase += '"';
+  }
+  phrase += '"';
+  return phrase;
+}
+
 // A LIKE pattern that matches `text` anywhere, its wildcards taken literally.
 std::string contains_pattern(std::string_view text) {
   std::string pattern = "%";
@@ -45,6 +66,112 @@ std::string contains_pattern(std::string_view text) {
   }
   pattern += '%';
   return pattern;
+}
+
+std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
+
+// Search by scanning every symbol with LIKE: for queries too short to have
+// a trigram.
+Page<SymbolRow> scan_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+  constexpr std::string_view kContains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
+  const std::string pattern = contains_pattern(query);
+  Page<SymbolRow> page;
+  page.total =
+      count_of(std::move(Statement(db, "SELECT count(*) FROM symbols " + std::string(kContains)).bind(1, pattern)));
+  Statement s(db,
+              symbols_query(std::string(kContains) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
+  s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
+  while (s.step()) page.rows.push_back(symbol_row(s));
+  return page;
+}
+
+// The ids that statement `s` returns, in its order.
+std::vector<std::int64_t> ids_of(Statement s) {
+  std::vector<std::int64_t> ids;
+  while (s.step()) ids.push_back(s.integer(0));
+  return ids;
+}
+
+bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
+  return std::binary_search(sorted.begin(), sorted.end(), id);
+}
+
+// The first `n` ids in fqn order of which `wanted` holds, of the `total`
+// that it holds for. Where they are dense, walking the fqn index finds them
+// sooner than reading and sorting the fqn of every one.
+template <class Wanted>
+std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
+                                       std::int64_t total, std::int64_t n) {
+  std::vector<std::int64_t> ids;
+  const double symbols = static_cast<double>(count_of(Statement(db, "SELECT max(id) FROM symbols")));
+  if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
+    Statement walk(db, "SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn");
+    while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
+      if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
+    }
+    return ids;
+  }
+  std::vector<std::pair<std::string, std::int64_t>> keyed;
+  Statement fqn(db, "SELECT fqn FROM symbols WHERE id = ?1");
+  for (const std::int64_t id : candidates) {
+    if (wanted(id) && fqn.reset().bind(1, id).step()) keyed.emplace_back(fqn.text(0), id);
+  }
+  const auto end = keyed.begin() + std::min(n, static_cast<std::int64_t>(keyed.size()));
+  std::partial_sort(keyed.begin(), end, keyed.end());
+  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(it->second);
+  return ids;
+}
+
+// Search through the trigram index, read once: it gives every matching id,
+// and so the count. The answer's order (exact names first, then by fqn) is
+// read as three groups, each in fqn order: the symbols named `query`, the
+// other matches, and those without a name (after the others, as NULL sorts
+// last in the descending order). Only the page's rows are read whole.
+Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+  Page<SymbolRow> page;
+  const std::vector<std::int64_t> matches =
+      ids_of(std::move(Statement(db, "SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid")
+                           .bind(1, fts_phrase(query))));
+  page.total = static_cast<std::int64_t>(matches.size());
+  // A name equal to the query holds it: each is a match.
+  const std::vector<std::int64_t> exact = ids_of(
+      std::move(Statement(db, "SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn").bind(1, query)));
+  std::vector<std::int64_t> unnamed;
+  for (const std::int64_t id : ids_of(Statement(db, "SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn"))) {
+    if (holds(matches, id)) unnamed.push_back(id);
+  }
+  std::vector<std::int64_t> grouped = exact;
+  grouped.insert(grouped.end(), unnamed.begin(), unnamed.end());
+  std::sort(grouped.begin(), grouped.end());
+  const auto other = [&](std::int64_t id) { return holds(matches, id) && !holds(grouped, id); };
+
+  std::vector<std::int64_t> ids;
+  std::int64_t skip = offset;
+  const auto take = [&](const std::vector<std::int64_t>& group) {
+    for (const std::int64_t id : group) {
+      if (static_cast<std::int64_t>(ids.size()) >= limit) return;
+      if (skip > 0) {
+        --skip;
+      } else {
+        ids.push_back(id);
+      }
+    }
+  };
+  take(exact);
+  const std::int64_t others = page.total - static_cast<std::int64_t>(grouped.size());
+  if (static_cast<std::int64_t>(ids.size()) < limit) {
+    if (skip >= others) {
+      skip -= others;
+    } else {
+      take(first_by_fqn(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
+    }
+  }
+  take(unnamed);
+  Statement row(db, symbols_query("WHERE id = ?1"));
+  for (const std::int64_t id : ids) {
+    if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
+  }
+  return page;
 }
 
 // An FTS5 query for any word of `text`: letters, digits and underscores
@@ -86,20 +213,36 @@ mr::ResponseList citations_of(sqlite3* db, std::int64_t section_id) {
 
 IndexDb IndexDb::open(const std::string& path) {
   IndexDb index;
-  if (!std::filesystem::exists(path)) return index;
+  index.path_ = path;
+  index.db_ = connect(path);
+  return index;
+}
+
+bool IndexDb::initialized() const {
+  if (db_ == nullptr && !path_.empty()) {
+    try {
+      db_ = connect(path_);
+    } catch (const std::runtime_error&) {
+      // Still not a database: not initialized, as before.
+    }
+  }
+  return db_ != nullptr;
+}
+
+IndexDb::Connection IndexDb::connect(const std::string& path) {
+  if (path.empty() || !std::filesystem::exists(path)) return nullptr;
   sqlite3* db = nullptr;
   const int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  index.db_.reset(db);
+  Connection connection(db);
   if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + path + ": " + sqlite3_errmsg(db));
+  // An indexer may be writing: a read waits out its brief locks.
+  sqlite3_busy_timeout(db, kBusyMilliseconds);
   // Without the indexer's state the repository was never indexed.
   Statement has_state(db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'");
-  if (!has_state.step() || has_state.integer(0) == 0) {
-    index.db_.reset();
-    return index;
-  }
+  if (!has_state.step() || has_state.integer(0) == 0) return nullptr;
   Statement rows(db, "SELECT count(*) FROM index_status");
-  if (!rows.step() || rows.integer(0) == 0) index.db_.reset();
-  return index;
+  if (!rows.step() || rows.integer(0) == 0) return nullptr;
+  return connection;
 }
 
 IndexState IndexDb::state() const {
@@ -120,17 +263,9 @@ IndexState IndexDb::state() const {
 }
 
 Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std::int64_t limit) const {
-  constexpr std::string_view kMatch = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
-  const std::string pattern = contains_pattern(query);
-  Page<SymbolRow> page;
-  Statement count(db_.get(), "SELECT count(*) FROM symbols " + std::string(kMatch));
-  count.bind(1, pattern);
-  if (count.step()) page.total = count.integer(0);
-  Statement s(db_.get(),
-              symbols_query(std::string(kMatch) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
-  s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
-  while (s.step()) page.rows.push_back(symbol_row(s));
-  return page;
+  // Below three characters a query has no trigram.
+  if (code_points(query) < 3) return scan_search(db_.get(), query, offset, limit);
+  return trigram_search(db_.get(), query, offset, limit);
 }
 
 std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {

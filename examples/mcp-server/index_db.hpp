@@ -77,8 +77,10 @@ class IndexDb {
   /// or holds no indexer state, gives an index that is not initialized.
   [[nodiscard]] static IndexDb open(const std::string& path);
 
-  /// initialized: whether the index holds the indexer's state.
-  [[nodiscard]] bool initialized() const noexcept { return db_ != nullptr; }
+  /// initialized: whether the index holds the indexer's state. One that
+  /// did not is looked at again, so that a server started before an indexer
+  /// made its database answers from it once the indexer has begun.
+  [[nodiscard]] bool initialized() const;
 
   [[nodiscard]] IndexState state() const;
   /// search: symbols whose fqn or name contains `query` (any case), exact
@@ -105,7 +107,12 @@ class IndexDb {
   struct Close {
     void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
   };
-  std::unique_ptr<sqlite3, Close> db_;
+  using Connection = std::unique_ptr<sqlite3, Close>;
+  // connect: the database at `path` when it holds the indexer's state.
+  [[nodiscard]] static Connection connect(const std::string& path);
+
+  std::string path_;
+  mutable Connection db_;  // made on the first look that finds the indexer's state
 };
 
 }  // namespace kestrune::example

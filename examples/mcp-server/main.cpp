@@ -19,9 +19,9 @@ An MCP server on standard input and output (one JSON-RPC message per line)
 with the tools status, search, symbol, file, references, architecture and
 wiki, answered from a repository index.
 
-  --db PATH       the index, a SQLite database (examples/index.sql makes
-                  one); missing or empty, every tool answers that the
-                  repository is not initialized
+  --db PATH       the index, a SQLite database (kestrune-index makes one);
+                  missing or empty, every tool answers that the repository
+                  is not initialized, until an indexer begins to make it
   --root PATH     the repository's work tree, for the code lines of
                   references (default: the current directory)
   --budget BYTES  most bytes of a search or references page (default 40000);

@@ -1,6 +1,6 @@
-// make-index-db SQL DB: runs the SQL script into a new SQLite database, made
-// whole under a temporary name and then renamed, so that a failed run never
-// leaves half a database behind.
+// make-index-db SQL... DB: runs the SQL scripts, in order, into a new SQLite
+// database, made whole under a temporary name and then renamed, so that a
+// failed run never leaves half a database behind.
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -11,18 +11,20 @@
 #include <string>
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::cerr << "usage: make-index-db SQL DB\n";
+  if (argc < 3) {
+    std::cerr << "usage: make-index-db SQL... DB\n";
     return 2;
   }
-  std::ifstream in(argv[1], std::ios::binary);
-  if (!in) {
-    std::cerr << "make-index-db: cannot read " << argv[1] << "\n";
-    return 1;
-  }
   std::stringstream sql;
-  sql << in.rdbuf();
-  const std::string target = argv[2];
+  for (int i = 1; i + 1 < argc; ++i) {
+    std::ifstream in(argv[i], std::ios::binary);
+    if (!in) {
+      std::cerr << "make-index-db: cannot read " << argv[i] << "\n";
+      return 1;
+    }
+    sql << in.rdbuf() << "\n";
+  }
+  const std::string target = argv[argc - 1];
   const std::string temporary = target + ".tmp";
   std::filesystem::remove(temporary);
   sqlite3* db = nullptr;

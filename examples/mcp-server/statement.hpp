@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace kestrune::example {
 
@@ -28,6 +29,27 @@ class Statement {
   }
   Statement& bind(int i, std::int64_t value) {
     check(sqlite3_bind_int64(stmt_.get(), i, value));
+    return *this;
+  }
+  Statement& bind(int i, std::nullopt_t /*null*/) {
+    check(sqlite3_bind_null(stmt_.get(), i));
+    return *this;
+  }
+  /// bind: an optional value, null when it is empty.
+  template <class T>
+  Statement& bind(int i, const std::optional<T>& value) {
+    if (!value) return bind(i, std::nullopt);
+    if constexpr (std::is_same_v<T, bool> || std::is_integral_v<T>) {
+      return bind(i, static_cast<std::int64_t>(*value));
+    } else {
+      return bind(i, std::string_view(*value));
+    }
+  }
+
+  /// reset: ready to step again from the start, its parameters cleared.
+  Statement& reset() {
+    sqlite3_reset(stmt_.get());
+    sqlite3_clear_bindings(stmt_.get());
     return *this;
   }
 

@@ -88,9 +88,17 @@ mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
   const std::string path = args.string("path");
   const std::vector<SymbolRow> symbols = c.index.file_symbols(path);
   if (symbols.empty()) throw InputError("no indexed file at " + mr::quote(path));
+  // The module is the one the file's definitions sit in: its own module
+  // symbol, when it has one, would make that the module's parent. That row
+  // is listed all the same, under its whole fqn.
   std::vector<std::string_view> fqns;
   fqns.reserve(symbols.size());
-  for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
+  for (const SymbolRow& s : symbols) {
+    if (s.symbol.kind != "module") fqns.emplace_back(s.symbol.fqn);
+  }
+  if (fqns.empty()) {
+    for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
+  }
   const std::string module = mr::outline_module(fqns);
   mr::ResponseList rows;
   rows.reserve(symbols.size());

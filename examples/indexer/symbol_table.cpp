@@ -1,0 +1,33 @@
+#include "symbol_table.hpp"
+
+namespace kestrune::indexer {
+
+namespace {
+
+template <class Map>
+std::span<const std::size_t> lookup(const Map& map, std::string_view key) {
+  const auto it = map.find(key);
+  if (it == map.end()) return {};
+  return it->second;
+}
+
+}  // namespace
+
+void SymbolTable::add(IndexedSymbol symbol) {
+  const std::size_t i = symbols_.size();
+  if (!by_fqn_.emplace(symbol.fqn, i).second) return;
+  by_name_[symbol.name].push_back(i);
+  by_file_[symbol.file_path].push_back(i);
+  symbols_.push_back(std::move(symbol));
+}
+
+const IndexedSymbol* SymbolTable::find(std::string_view fqn) const {
+  const auto it = by_fqn_.find(fqn);
+  return it == by_fqn_.end() ? nullptr : &symbols_[it->second];
+}
+
+std::span<const std::size_t> SymbolTable::named(std::string_view name) const { return lookup(by_name_, name); }
+
+std::span<const std::size_t> SymbolTable::in_file(std::string_view path) const { return lookup(by_file_, path); }
+
+}  // namespace kestrune::indexer
