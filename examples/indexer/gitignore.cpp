@@ -94,8 +94,8 @@ void IgnoreRules::add(std::string_view directory, std::string_view text) {
 
 bool IgnoreRules::ignored(std::string_view path, bool is_directory) const {
   // The last rule that matches decides.
-  for (auto it = rules_.rbegin(); it != rules_.rend(); ++it) {
-    const Rule& rule = *it;
+  for (std::size_t i = rules_.size(); i-- > 0;) {
+    const Rule& rule = rules_[i];
     if (rule.directory_only && !is_directory) continue;
     if (path.substr(0, rule.base.size()) != rule.base) continue;
     const std::string_view below = path.substr(rule.base.size());

@@ -52,7 +52,9 @@ void walk(const fs::path& root, const std::string& directory, IgnoreRules& rules
   }
   for (const fs::directory_entry& entry : entries) {
     const std::string name = entry.path().filename().string();
-    const std::string path = directory.empty() ? name : directory + "/" + name;
+    std::string path = directory;
+    if (!path.empty()) path += '/';
+    path += name;
     std::error_code type_ec;
     // symlink_status: a linked folder is listed as a link, never entered.
     const bool is_directory = entry.symlink_status(type_ec).type() == fs::file_type::directory;
