@@ -1,0 +1,398 @@
+// The code-index builders over Python records and values. Values a row takes
+// from a record are the record's own objects; only summaries, names relative
+// to a module and hints are new text.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "bindings.hpp"
+#include "encoder.hpp"
+#include "kestrune/mcp_responses/code_index.hpp"
+#include "values.hpp"
+
+namespace kestrune::mcp_responses::python {
+namespace {
+
+struct Keys {
+  PyObject* fqn = key("fqn");
+  PyObject* name = key("name");
+  PyObject* kind = key("kind");
+  PyObject* file = key("file");
+  PyObject* line = key("line");
+  PyObject* start_line = key("start_line");
+  PyObject* end_line = key("end_line");
+  PyObject* signature = key("signature");
+  PyObject* docstring = key("docstring");
+  PyObject* summary = key("summary");
+  PyObject* found = key("found");
+  PyObject* is_export = key("is_export");
+  PyObject* docstring_truncated = key("docstring_truncated");
+  PyObject* file_path = key("file_path");
+  PyObject* caller_symbol = key("caller_symbol");
+  PyObject* usage_type = key("usage_type");
+  PyObject* code = key("code");
+  PyObject* caller = key("caller");
+  PyObject* caller_kind = key("caller_kind");
+  PyObject* component = key("component");
+  PyObject* layer = key("layer");
+  PyObject* path_pattern = key("path_pattern");
+  PyObject* file_count = key("file_count");
+  PyObject* symbol_count = key("symbol_count");
+  PyObject* test_file = key("test_file");
+  PyObject* source_file = key("source_file");
+  PyObject* symbols_imported = key("symbols_imported");
+  PyObject* total_count = key("total_count");
+  PyObject* truncated = key("truncated");
+  PyObject* has_more = key("has_more");
+  PyObject* offset = key("offset");
+  PyObject* hint = key("hint");
+  PyObject* status = key("status");
+  PyObject* health = key("health");
+  PyObject* branch = key("branch");
+  PyObject* progress = key("progress");
+  PyObject* files_indexed = key("files_indexed");
+  PyObject* symbols_indexed = key("symbols_indexed");
+  PyObject* last_updated = key("last_updated");
+  PyObject* errors_count = key("errors_count");
+  PyObject* phase = key("phase");
+  PyObject* phase_detail = key("phase_detail");
+};
+
+const Keys& keys() {
+  static const Keys k;  // made once, read-only afterwards
+  return k;
+}
+
+// Sets `k` only when `v` is not None: the rule of list rows.
+void set_present(const py::dict& d, PyObject* k, const py::handle& v) {
+  if (!v.is_none()) set(d, k, v);
+}
+
+bool truthy(const py::handle& v) {
+  const int t = PyObject_IsTrue(v.ptr());
+  if (t < 0) throw py::error_already_set();
+  return t == 1;
+}
+
+bool is_int(const py::handle& v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
+
+// offset + count < total, in Python's arithmetic (no 64-bit limit).
+bool more_after(const py::handle& offset, Py_ssize_t count, const py::handle& total) {
+  const py::object end = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
+  const int less = PyObject_RichCompareBool(end.ptr(), total.ptr(), Py_LT);
+  if (less < 0) throw py::error_already_set();
+  return less == 1;
+}
+
+Py_ssize_t length(const py::handle& items) {
+  const Py_ssize_t n = PyObject_Size(items.ptr());
+  if (n < 0) throw py::error_already_set();
+  return n;
+}
+
+void check_key(const py::handle& items_key, const char* caller) {
+  if (!PyUnicode_Check(items_key.ptr())) {
+    throw py::type_error(std::string(caller) + ": items_key must be a str, not '" + Py_TYPE(items_key.ptr())->tp_name +
+                         "'");
+  }
+}
+
+py::dict paging_facts(const py::handle& items, const py::handle& items_key, const py::handle& total_count,
+                      const py::handle& offset, bool has_more) {
+  const Keys& k = keys();
+  py::dict page;
+  set(page, items_key.ptr(), items);
+  set(page, k.total_count, total_count);
+  set(page, k.truncated, py::bool_(has_more));
+  set(page, k.has_more, py::bool_(has_more));
+  set(page, k.offset, offset);
+  return page;
+}
+
+// The hint's text for a page of `count` rows; totals and offsets that are not
+// integers show as 0, as the library shows them.
+std::string hint_text(const py::handle& count, const py::handle& total, const py::handle& offset) {
+  const py::object t = is_int(total) ? py::reinterpret_borrow<py::object>(total) : py::int_(0);
+  const py::object o = is_int(offset) ? py::reinterpret_borrow<py::object>(offset) : py::int_(0);
+  const py::object next = checked(PyNumber_Add(o.ptr(), count.ptr()));
+  return "Showing " + py::str(count).cast<std::string>() + " of " + py::str(t).cast<std::string>() +
+         " results. Call again with offset=" + py::str(next).cast<std::string>() + " for more.";
+}
+
+py::dict add_hint(py::dict response, const py::handle& count) {
+  const Keys& k = keys();
+  PyObject* truncated = PyDict_GetItemWithError(response.ptr(), k.truncated);
+  if (truncated != Py_True) {
+    if (PyErr_Occurred()) throw py::error_already_set();
+    return response;
+  }
+  const py::object total = field(response, k.total_count);
+  const py::object offset = field(response, k.offset);
+  set(response, k.hint, py::str(hint_text(count, total, offset)));
+  return response;
+}
+
+py::dict paginated(const py::handle& items, const py::handle& total_count, const py::handle& offset,
+                   const py::handle& items_key) {
+  check_key(items_key, "build_paginated_response");
+  const Py_ssize_t count = length(items);
+  const bool has_more = more_after(offset, count, total_count);
+  return add_hint(paging_facts(items, items_key, total_count, offset, has_more), py::int_(count));
+}
+
+// fit_paginated_response: the page sizes from the sizes of its parts, as the
+// library works them out: the facts measured once for each value of the
+// flags, the hint's text for each length, the rows with their commas.
+py::dict fit_paginated(const py::handle& items, const py::handle& total_count, const py::handle& offset,
+                       Py_ssize_t max_bytes, const py::handle& items_key) {
+  check_key(items_key, "fit_paginated_response");
+  const py::object rows = checked(PySequence_Fast(items.ptr(), "fit_paginated_response: items must be a sequence"));
+  const Py_ssize_t n_rows = PySequence_Fast_GET_SIZE(rows.ptr());
+  std::string root = "$.";
+  std::string scratch;
+  std::string_view key_bytes;
+  if (!utf8_of(items_key.ptr(), scratch, key_bytes, "items_key")) throw py::error_already_set();
+  append_escaped_utf8(root, key_bytes);
+  std::vector<Py_ssize_t> prefix(static_cast<std::size_t>(n_rows) + 1, 0);
+  for (Py_ssize_t i = 0; i < n_rows; ++i) {
+    const std::string where = root + "[" + std::to_string(i) + "]";
+    const Py_ssize_t size = encoded_size(PySequence_Fast_GET_ITEM(rows.ptr(), i), "fit_paginated_response", where);
+    if (size < 0) throw py::error_already_set();
+    prefix[static_cast<std::size_t>(i) + 1] = prefix[static_cast<std::size_t>(i)] + size;
+  }
+  const py::list empty;
+  const auto facts_size = [&](bool has_more) {
+    py::dict facts = paging_facts(empty, items_key, total_count, offset, has_more);
+    if (has_more) set(facts, keys().hint, py::str(""));
+    const Py_ssize_t size = encoded_size(facts.ptr(), "fit_paginated_response");
+    if (size < 0) throw py::error_already_set();
+    return size - 2;  // less the empty list
+  };
+  const Py_ssize_t without_more = facts_size(false);
+  const Py_ssize_t with_more = more_after(offset, 0, total_count) ? facts_size(true) : 0;
+  const auto page_size = [&](Py_ssize_t n) {
+    const Py_ssize_t list = 2 + prefix[static_cast<std::size_t>(n)] + (n > 0 ? n - 1 : 0);
+    if (!more_after(offset, n, total_count)) return without_more + list;
+    return with_more + static_cast<Py_ssize_t>(hint_text(py::int_(n), total_count, offset).size()) + list;
+  };
+  // A page that holds the last rows carries no hint, so a longer page may fit
+  // where a shorter one does not: every length is checked.
+  Py_ssize_t n = n_rows;
+  while (n > 0 && page_size(n) > max_bytes) --n;
+  if (n == n_rows && PyList_Check(items.ptr())) return paginated(items, total_count, offset, items_key);
+  py::object kept = checked(PySequence_GetSlice(rows.ptr(), 0, n));
+  if (!PyList_Check(kept.ptr())) kept = checked(PySequence_List(kept.ptr()));
+  return paginated(kept, total_count, offset, items_key);
+}
+
+py::dict empty_page(const py::handle& items_key) {
+  return paging_facts(py::list(), items_key, py::int_(0), py::int_(0), false);
+}
+
+py::dict symbol_search_result(const py::handle& symbol, const py::handle& file_path) {
+  const Keys& k = keys();
+  py::dict row;
+  set_present(row, k.fqn, field(symbol, k.fqn));
+  set_present(row, k.name, field(symbol, k.name));
+  set_present(row, k.kind, field(symbol, k.kind));
+  set_present(row, k.file, file_path);
+  set_present(row, k.line, field(symbol, k.start_line));
+  set_present(row, k.signature, field(symbol, k.signature));
+  set_present(row, k.summary, summary_of(field(symbol, k.docstring), "build_symbol_search_result: docstring"));
+  return row;
+}
+
+py::dict symbol_full_details(const py::handle& symbol, const py::handle& file_path) {
+  const Keys& k = keys();
+  py::dict row;
+  set(row, k.found, Py_True);
+  set(row, k.fqn, field(symbol, k.fqn));
+  set(row, k.name, field(symbol, k.name));
+  set(row, k.kind, field(symbol, k.kind));
+  set(row, k.file, file_path);
+  set(row, k.start_line, field(symbol, k.start_line));
+  set(row, k.end_line, field(symbol, k.end_line));
+  set(row, k.signature, field(symbol, k.signature));
+  set(row, k.is_export, field(symbol, k.is_export));
+  set(row, k.docstring, field(symbol, k.docstring));
+  set(row, k.docstring_truncated, field(symbol, k.docstring_truncated));
+  return row;
+}
+
+py::str module_of(const py::iterable& fqns) {
+  std::vector<std::string> texts;
+  std::string scratch;
+  for (const auto& fqn : fqns) {
+    std::string_view bytes;
+    if (!utf8_of(fqn.ptr(), scratch, bytes, "outline_module: an fqn")) throw py::error_already_set();
+    texts.emplace_back(bytes);
+  }
+  return text(outline_module(std::span<const std::string>(texts)));
+}
+
+py::dict file_symbol(const py::handle& symbol, const py::handle& module) {
+  const Keys& k = keys();
+  const py::object fqn = field(symbol, k.fqn);
+  py::object name = fqn;
+  std::string s1;
+  std::string s2;
+  std::string_view fqn_bytes;
+  std::string_view module_bytes;
+  if (!utf8_of(fqn.ptr(), s1, fqn_bytes, "build_file_symbol: fqn") ||
+      !utf8_of(module.ptr(), s2, module_bytes, "build_file_symbol: module")) {
+    throw py::error_already_set();
+  }
+  if (!module_bytes.empty() && fqn_bytes.size() > module_bytes.size() && fqn_bytes.starts_with(module_bytes) &&
+      fqn_bytes[module_bytes.size()] == '.') {
+    name = text(fqn_bytes.substr(module_bytes.size() + 1));
+  }
+  py::dict row;
+  set(row, k.name, name);
+  set_present(row, k.kind, field(symbol, k.kind));
+  const py::object start = field(symbol, k.start_line);
+  const py::object end = field(symbol, k.end_line);
+  set_present(row, k.line, start);
+  if (!end.is_none() && !end.equal(start)) set(row, k.end_line, end);
+  set_present(row, k.signature, field(symbol, k.signature));
+  set_present(row, k.summary, summary_of(field(symbol, k.docstring), "build_file_symbol: docstring"));
+  return row;
+}
+
+py::dict reference_row(const py::handle& reference, const py::handle& code) {
+  const Keys& k = keys();
+  py::dict row;
+  set(row, k.file, field(reference, k.file_path));
+  set(row, k.line, field(reference, k.line));
+  set_present(row, k.code, code);
+  const py::object caller = field(reference, k.caller_symbol);
+  if (!caller.is_none()) {
+    if (!PyDict_Check(caller.ptr()) && !PyMapping_Check(caller.ptr())) {
+      throw py::type_error(std::string("build_reference: caller_symbol must be a dict, not '") +
+                           Py_TYPE(caller.ptr())->tp_name + "'");
+    }
+    const auto get = [&](PyObject* name) -> py::object {
+      if (PyDict_Check(caller.ptr())) return field(caller, name);
+      PyObject* v = PyObject_GetItem(caller.ptr(), name);
+      if (v != nullptr) return py::reinterpret_steal<py::object>(v);
+      if (!PyErr_ExceptionMatches(PyExc_KeyError)) throw py::error_already_set();
+      PyErr_Clear();
+      return py::none();
+    };
+    set_present(row, k.caller, get(k.fqn));
+    set_present(row, k.caller_kind, get(k.kind));
+  }
+  set_present(row, k.usage_type, field(reference, k.usage_type));
+  return row;
+}
+
+py::dict api_endpoint(const py::handle& symbol, const py::handle& file_path, const py::handle& component_name) {
+  const Keys& k = keys();
+  py::dict row;
+  set(row, k.fqn, field(symbol, k.fqn));
+  set(row, k.name, field(symbol, k.name));
+  set(row, k.kind, field(symbol, k.kind));
+  set(row, k.file, truthy(file_path) ? py::reinterpret_borrow<py::object>(file_path) : py::str(""));
+  set(row, k.line, field(symbol, k.start_line));
+  set(row, k.signature, field(symbol, k.signature));
+  set(row, k.component, component_name);
+  return row;
+}
+
+py::dict component_row(const py::handle& component) {
+  const Keys& k = keys();
+  py::dict row;
+  for (PyObject* name : {k.name, k.layer, k.path_pattern, k.file_count, k.symbol_count})
+    set(row, name, field(component, name));
+  return row;
+}
+
+py::dict test_coverage(const py::handle& test_file, const py::handle& source_file, const py::handle& imported) {
+  const Keys& k = keys();
+  py::dict row;
+  set(row, k.test_file, test_file);
+  set(row, k.source_file, source_file);
+  if (!imported.is_none() && truthy(imported)) set(row, k.symbols_imported, imported);
+  return row;
+}
+
+py::dict index_status(const py::handle& status, const py::handle& health, const py::handle& branch,
+                      const py::handle& progress, const py::handle& files_indexed, const py::handle& symbols_indexed,
+                      const py::handle& last_updated, const py::handle& errors_count, const py::handle& phase,
+                      const py::handle& phase_detail) {
+  const Keys& k = keys();
+  py::dict r;
+  set(r, k.status, status);
+  set(r, k.health, health);
+  set(r, k.branch, branch);
+  set(r, k.progress, progress);
+  set(r, k.files_indexed, files_indexed);
+  set(r, k.symbols_indexed, symbols_indexed);
+  set(r, k.last_updated, last_updated);
+  set(r, k.errors_count, errors_count);
+  if (truthy(phase)) set(r, k.phase, phase);
+  if (truthy(phase_detail)) set(r, k.phase_detail, phase_detail);
+  return r;
+}
+
+// The canned table as read-only Python values: a mappingproxy of
+// mappingproxies whose lists are tuples.
+py::object empty_tool_responses() {
+  py::dict table;
+  for (const auto& [tool, response] : *EMPTY_TOOL_RESPONSES) {
+    set(table, text(tool).ptr(), checked(from_value(response, true)));
+  }
+  return checked(PyDictProxy_New(table.ptr()));
+}
+
+}  // namespace
+
+void bind_code_index(py::module_& m) {
+  using py::arg;
+  const py::none none;
+  m.def("build_paginated_response", &paginated, arg("items"), arg("total_count"), arg("offset"), py::kw_only(),
+        arg("items_key") = "items",
+        "One page of rows: `items` itself under `items_key`, then total_count, truncated and has_more\n"
+        "(offset + len(items) < total_count) and offset, with the pagination hint when truncated.");
+  m.def("fit_paginated_response", &fit_paginated, arg("items"), arg("total_count"), arg("offset"),
+        arg("max_bytes"), py::kw_only(), arg("items_key") = "items",
+        "build_paginated_response of the longest prefix of `items` whose page's compact text takes at most\n"
+        "`max_bytes` bytes (of no rows when even that is longer); the hint tells the model the next offset.\n"
+        "`items` itself is in the page when it is a list that fits whole; otherwise a new list.");
+  m.def("add_pagination_hint", &add_hint, arg("response"), arg("count"),
+        "Adds 'hint' to `response` in place when its truncated is True:\n"
+        "'Showing C of T results. Call again with offset=N for more.' Returns `response`.");
+  m.def("build_empty_paginated_response", &empty_page, arg("items_key") = "items",
+        "The paginated shape with a new empty list, total 0, no more pages and no hint.");
+  m.def("build_index_status_response", &index_status, arg("status"), arg("health"), arg("branch"), arg("progress"),
+        arg("files_indexed") = 0, arg("symbols_indexed") = 0, arg("last_updated") = none, arg("errors_count") = 0,
+        arg("phase") = none, arg("phase_detail") = none,
+        "The IndexStatusResponse: eight keys always, then phase and phase_detail when non-empty.");
+  m.attr("EMPTY_TOOL_RESPONSES") = empty_tool_responses();
+  m.def(
+      "get_empty_response",
+      [](const py::handle& tool_name) {
+        std::string scratch;
+        std::string_view name;
+        if (!utf8_of(tool_name.ptr(), scratch, name, "get_empty_response: tool_name")) throw py::error_already_set();
+        return checked(from_dict(get_empty_response(name)));
+      },
+      arg("tool_name"),
+      "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}.");
+  m.def("build_symbol_search_result", &symbol_search_result, arg("symbol"), arg("file_path") = none,
+        "The search row of `symbol`: fqn, name, kind, file, line, signature, summary; None left out.");
+  m.def("build_symbol_full_details", &symbol_full_details, arg("symbol"), arg("file_path") = none,
+        "The GetSymbolResponse of `symbol`: every key, None where unknown.");
+  m.def("outline_module", &module_of, arg("fqns"),
+        "The dotted parts that the parents of all `fqns` share, compared whole; '' when none.");
+  m.def("build_file_symbol", &file_symbol, arg("symbol"), arg("module") = "",
+        "The outline row of `symbol`, named relative to `module`; end_line only when it differs.");
+  m.def("build_reference", &reference_row, arg("reference"), arg("code") = none,
+        "The reference row: file and line always, then code, caller, caller_kind, usage_type when given.");
+  m.def("build_api_endpoint", &api_endpoint, arg("symbol"), arg("file_path") = none, arg("component_name") = none,
+        "The ApiEndpointInfo of `symbol`: every key; file '' when not given.");
+  m.def("build_component", &component_row, arg("component"), "The ComponentInfoResponse, as stored.");
+  m.def("build_test_coverage", &test_coverage, arg("test_file"), arg("source_file"), arg("symbols_imported") = none,
+        "test_file and source_file, then symbols_imported when non-empty.");
+}
+
+}  // namespace kestrune::mcp_responses::python

@@ -1,0 +1,376 @@
+// The wiki builders. Status, list and read place the caller's values as they
+// are. The ask is fitted by the library: the sections, citations and
+// attachments cross into library values once, the library keeps, cuts and
+// drops, and the response is made of the caller's own objects again, with
+// only the section rows and their excerpts new.
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bindings.hpp"
+#include "encoder.hpp"
+#include "kestrune/mcp_responses/wiki.hpp"
+#include "values.hpp"
+#include "wiki/ask_citations.hpp"
+#include "wiki/ask_limits.hpp"
+
+namespace kestrune::mcp_responses::python {
+namespace {
+
+struct Keys {
+  PyObject* built = key("built");
+  PyObject* branch = key("branch");
+  PyObject* enabled = key("enabled");
+  PyObject* configured = key("configured");
+  PyObject* pages = key("pages");
+  PyObject* files_covered = key("files_covered");
+  PyObject* total_sources = key("total_sources");
+  PyObject* coverage_pct = key("coverage_pct");
+  PyObject* last_built = key("last_built");
+  PyObject* model = key("model");
+  PyObject* stale_pages = key("stale_pages");
+  PyObject* total_count = key("total_count");
+  PyObject* offset = key("offset");
+  PyObject* truncated = key("truncated");
+  PyObject* has_more = key("has_more");
+  PyObject* page_id = key("page_id");
+  PyObject* title = key("title");
+  PyObject* content = key("content");
+  PyObject* citations = key("citations");
+  PyObject* source_files = key("source_files");
+  PyObject* related_pages = key("related_pages");
+  PyObject* mode = key("mode");
+  PyObject* query = key("query");
+  PyObject* answer = key("answer");
+  PyObject* sections = key("sections");
+  PyObject* heading = key("heading");
+  PyObject* similarity = key("similarity");
+  PyObject* stale = key("stale");
+  PyObject* excerpt = key("excerpt");
+  PyObject* tokens = key("tokens");
+  PyObject* note = key("note");
+  PyObject* decisions = key("decisions");
+  PyObject* code = key("code");
+  PyObject* memories = key("memories");
+  PyObject* path = key("path");
+  PyObject* line_start = key("line_start");
+  PyObject* line_end = key("line_end");
+};
+
+const Keys& keys() {
+  static const Keys k;  // made once, read-only afterwards
+  return k;
+}
+
+bool truthy(const py::handle& v) {
+  const int t = PyObject_IsTrue(v.ptr());
+  if (t < 0) throw py::error_already_set();
+  return t == 1;
+}
+
+// The list rule: None or an empty list becomes a new empty list.
+py::object list_or_empty(const py::handle& v) {
+  if (v.is_none() || !truthy(v)) return py::list();
+  return py::reinterpret_borrow<py::object>(v);
+}
+
+// member `name` of a map, None when missing; a section that is not a map
+// reads as an empty one.
+py::object member(const py::handle& map, PyObject* name) {
+  if (PyDict_Check(map.ptr())) return field(map, name);
+  if (!PyMapping_Check(map.ptr()) || PySequence_Check(map.ptr()) || PyUnicode_Check(map.ptr())) return py::none();
+  PyObject* v = PyObject_GetItem(map.ptr(), name);
+  if (v != nullptr) return py::reinterpret_steal<py::object>(v);
+  if (!PyErr_ExceptionMatches(PyExc_KeyError)) throw py::error_already_set();
+  PyErr_Clear();
+  return py::none();
+}
+
+ResponseValue value_of(const py::handle& v, BigIntegers big, const std::string& where) {
+  ResponseValue out;
+  if (!to_value(v.ptr(), out, big, where)) throw py::error_already_set();
+  return out;
+}
+
+// A citation as a library value: its place keys must be comparable, so they
+// take no stand-ins; its other values are only measured.
+ResponseValue citation_of(const py::handle& c, const std::string& where) {
+  ResponseValue out = value_of(c, BigIntegers::stand_in, where);
+  if (!out.is_dict()) return out;
+  const Keys& k = keys();
+  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
+    const py::object v = member(c, name);
+    if (PyLong_Check(v.ptr())) (void)value_of(v, BigIntegers::raise, where + "." + PyUnicode_AsUTF8(name));
+  }
+  return out;
+}
+
+// The citations a merge may take from one list: the first three of a
+// section's, or all of the answer's own.
+struct Citations {
+  py::object items;  // the caller's list, as a sequence
+  ResponseList values;
+};
+
+Citations citations_of(const py::handle& list, std::size_t most, const std::string& where) {
+  Citations c;
+  if (list.is_none() || !(PyList_Check(list.ptr()) || PyTuple_Check(list.ptr()))) return c;
+  c.items = py::reinterpret_borrow<py::object>(list);
+  const auto n = std::min(static_cast<std::size_t>(PySequence_Fast_GET_SIZE(list.ptr())), most);
+  c.values.reserve(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    c.values.push_back(citation_of(PySequence_Fast_GET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i)),
+                                   where + "[" + std::to_string(i) + "]"));
+  }
+  return c;
+}
+
+// The section's excerpt as text: a str as it is, an empty value as "", any
+// other value as its compact text.
+std::string excerpt_of(const py::handle& v) {
+  std::string out;
+  if (v.is_none() || (!PyUnicode_Check(v.ptr()) && !truthy(v))) return out;
+  if (PyUnicode_Check(v.ptr())) {
+    std::string_view bytes;
+    if (!utf8_of(v.ptr(), out, bytes, "excerpt")) throw py::error_already_set();
+    return std::string(bytes);
+  }
+  if (!append_text(out, v.ptr(), NumberForm::compact, "build_wiki_ask_response")) throw py::error_already_set();
+  return out;
+}
+
+std::string required_text(const py::handle& v, const char* what);
+
+std::optional<std::string> optional_text(const py::handle& v, const char* what) {
+  if (v.is_none()) return std::nullopt;
+  return required_text(v, what);
+}
+
+std::string required_text(const py::handle& v, const char* what) {
+  std::string scratch;
+  std::string_view bytes;
+  if (!utf8_of(v.ptr(), scratch, bytes, what)) throw py::error_already_set();
+  return std::string(bytes);
+}
+
+std::optional<ResponseDict> optional_map(const py::handle& v, const char* name) {
+  if (v.is_none()) return std::nullopt;
+  ResponseValue value = value_of(v, BigIntegers::stand_in, std::string("$.") + name);
+  if (!value.is_dict()) {
+    throw py::type_error(std::string("build_wiki_ask_response: ") + name + " must be a dict or None, not '" +
+                         Py_TYPE(v.ptr())->tp_name + "'");
+  }
+  return std::move(value.as_dict());
+}
+
+std::int64_t clamp_budget(const py::handle& budget) {
+  int overflow = 0;
+  const long long b = PyLong_AsLongLongAndOverflow(budget.ptr(), &overflow);
+  if (b == -1 && PyErr_Occurred()) throw py::error_already_set();
+  // Beyond what any text can reach, a budget means "everything fits" (or
+  // "nothing does"); a quarter of the range keeps budget x 4 in range.
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / 4;
+  if (overflow != 0) return overflow > 0 ? kMost : -kMost;
+  return std::clamp<std::int64_t>(b, -kMost, kMost);
+}
+
+// The merged citations as the caller's objects.
+py::list picked(const detail::CitationMerge& merge, std::size_t n, const std::vector<Citations>& lists,
+                const Citations& extra) {
+  py::list out;
+  for (const detail::CitationPick& pick : merge.picks(n)) {
+    const py::object& items = pick.section ? lists[*pick.section].items : extra.items;
+    out.append(py::reinterpret_borrow<py::object>(
+        PySequence_Fast_GET_ITEM(items.ptr(), static_cast<Py_ssize_t>(pick.index))));
+  }
+  return out;
+}
+
+std::vector<std::span<const ResponseValue>> spans_of(const std::vector<Citations>& lists) {
+  std::vector<std::span<const ResponseValue>> spans;
+  spans.reserve(lists.size());
+  for (const Citations& c : lists) spans.emplace_back(c.values);
+  return spans;
+}
+
+py::object sequence(const py::handle& v, const char* what) {
+  return checked(PySequence_Fast(v.ptr(), what));
+}
+
+py::list ask_citations(const py::handle& sections, const py::handle& extra) {
+  const py::object seq = sequence(sections, "_ask_citations: sections must be a sequence");
+  std::vector<Citations> lists;
+  for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(seq.ptr()); ++i) {
+    lists.push_back(citations_of(member(PySequence_Fast_GET_ITEM(seq.ptr(), i), keys().citations),
+                                 detail::ASK_CITATIONS_PER_SECTION, "sections[" + std::to_string(i) + "].citations"));
+  }
+  const py::object extra_list = sequence(extra, "_ask_citations: extra must be a sequence");
+  const Citations own = citations_of(extra_list, static_cast<std::size_t>(-1), "extra");
+  const detail::CitationMerge merge(spans_of(lists), own.values);
+  return picked(merge, lists.size(), lists, own);
+}
+
+py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::handle& answer,
+                  const py::handle& sections, const py::handle& citations, const py::handle& model,
+                  const py::handle& tokens, const py::handle& note, const py::handle& decisions,
+                  const py::handle& code, const py::handle& memories, const py::handle& token_budget) {
+  const Keys& k = keys();
+  const py::object seq = sequence(sections, "build_wiki_ask_response: sections must be a sequence");
+  const Py_ssize_t n_sections = PySequence_Fast_GET_SIZE(seq.ptr());
+
+  // The sections as the library reads them, and what the rows take back.
+  std::vector<Citations> lists;
+  ResponseList section_values;
+  section_values.reserve(static_cast<std::size_t>(n_sections));
+  for (Py_ssize_t i = 0; i < n_sections; ++i) {
+    const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
+    const std::string where = "$.sections[" + std::to_string(i) + "]";
+    ResponseDict row;
+    row.reserve(7);
+    for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) {
+      row.append(PyUnicode_AsUTF8(name),
+                 value_of(member(section, name), BigIntegers::stand_in, where + "." + PyUnicode_AsUTF8(name)));
+    }
+    row.append("stale", truthy(member(section, k.stale)));
+    row.append("excerpt", excerpt_of(member(section, k.excerpt)));
+    lists.push_back(
+        citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, where + ".citations"));
+    section_values.emplace_back(std::move(row));
+  }
+  const py::object extra_list =
+      citations.is_none() ? py::object(py::list())
+                          : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
+  Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations");
+  const detail::CitationMerge merge(spans_of(lists), extra.values);
+  for (std::size_t i = 0; i < lists.size(); ++i) {
+    section_values[i].as_dict().append("citations", ResponseList(lists[i].values));
+  }
+
+  const std::optional<std::string> answer_text = optional_text(answer, "build_wiki_ask_response: answer");
+  ResponseDict fitted = build_wiki_ask_response({
+      .mode = required_text(mode, "build_wiki_ask_response: mode"),
+      .query = required_text(query, "build_wiki_ask_response: query"),
+      .answer = answer_text,
+      .sections = std::move(section_values),
+      .citations = std::move(extra.values),
+      .model = optional_text(model, "build_wiki_ask_response: model"),
+      .tokens = optional_map(tokens, "tokens"),
+      .note = optional_text(note, "build_wiki_ask_response: note"),
+      .decisions = optional_map(decisions, "decisions"),
+      .code = optional_map(code, "code"),
+      .memories = optional_map(memories, "memories"),
+      .token_budget = token_budget.is_none() ? std::nullopt : std::optional(clamp_budget(token_budget)),
+  });
+
+  py::dict out;
+  set(out, k.mode, mode);
+  set(out, k.query, query);
+  set(out, k.answer, answer);
+  const ResponseList& rows = fitted.at("sections").as_list();
+  py::list row_list;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), static_cast<Py_ssize_t>(i));
+    const ResponseDict& fitted_row = rows[i].as_dict();
+    py::dict row;
+    for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) set(row, name, member(section, name));
+    set(row, k.stale, fitted_row.at("stale").as_bool() ? Py_True : Py_False);
+    set(row, k.excerpt, text(fitted_row.at("excerpt").as_string()));
+    row_list.append(row);
+  }
+  set(out, k.sections, row_list);
+  set(out, k.citations, picked(merge, rows.size(), lists, extra));
+  const std::array<std::pair<PyObject*, const py::handle*>, 6> attachments = {
+      {{k.model, &model}, {k.tokens, &tokens}, {k.note, &note}, {k.decisions, &decisions}, {k.code, &code},
+       {k.memories, &memories}}};
+  for (const auto& [name, value] : attachments) {
+    if (fitted.contains(PyUnicode_AsUTF8(name))) set(out, name, *value);
+  }
+  return out;
+}
+
+}  // namespace
+
+void bind_wiki(py::module_& m) {
+  using py::arg;
+  const py::none none;
+  m.attr("_ASK_EXCERPT_CHARS") = detail::ASK_EXCERPT_CHARS;
+  m.attr("_ASK_MIN_EXCERPT_CHARS") = detail::ASK_MIN_EXCERPT_CHARS;
+  m.attr("_ASK_CITATIONS_PER_SECTION") = detail::ASK_CITATIONS_PER_SECTION;
+  m.attr("_ASK_MAX_CITATIONS") = detail::ASK_MAX_CITATIONS;
+  m.attr("_BYTES_PER_TOKEN") = detail::BYTES_PER_TOKEN;
+  m.def(
+      "build_wiki_status_response",
+      [](const py::handle& built, const py::handle& branch, const py::handle& pages, const py::handle& files_covered,
+         const py::handle& total_sources, const py::handle& coverage_pct, const py::handle& last_built,
+         const py::handle& model, const py::handle& stale_pages, const py::handle& enabled,
+         const py::handle& configured) {
+        const Keys& k = keys();
+        py::dict r;
+        set(r, k.built, built);
+        set(r, k.branch, branch);
+        set(r, k.enabled, enabled);
+        set(r, k.configured, configured);
+        set(r, k.pages, pages);
+        set(r, k.files_covered, files_covered);
+        set(r, k.total_sources, total_sources);
+        set(r, k.coverage_pct, coverage_pct);
+        set(r, k.last_built, last_built);
+        set(r, k.model, model);
+        set(r, k.stale_pages, list_or_empty(stale_pages));
+        return r;
+      },
+      py::kw_only(), arg("built"), arg("branch"), arg("pages") = 0, arg("files_covered") = 0,
+      arg("total_sources") = 0, arg("coverage_pct") = 0.0, arg("last_built") = none, arg("model") = none,
+      arg("stale_pages") = none, arg("enabled") = false, arg("configured") = false,
+      "The wiki status response: eleven keys, always; stale_pages a list (a new empty one for None or empty).");
+  m.def(
+      "build_wiki_list_response",
+      [](const py::handle& pages, const py::handle& total, const py::handle& offset, const py::handle& truncated) {
+        const Keys& k = keys();
+        const Py_ssize_t count = PyObject_Size(pages.ptr());
+        if (count < 0) throw py::error_already_set();
+        const py::object end = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
+        const int more = PyObject_RichCompareBool(end.ptr(), total.ptr(), Py_LT);
+        if (more < 0) throw py::error_already_set();
+        py::dict r;
+        set(r, k.pages, pages);
+        set(r, k.total_count, total);
+        set(r, k.offset, offset);
+        set(r, k.truncated, truncated);
+        set(r, k.has_more, more == 1 ? Py_True : Py_False);
+        return r;
+      },
+      arg("pages"), arg("total"), arg("offset") = 0, arg("truncated") = false,
+      "The wiki list response: pages, total_count, offset, truncated (the caller's) and has_more.");
+  m.def(
+      "build_wiki_read_response",
+      [](const py::handle& page_id, const py::handle& title, const py::handle& content, const py::handle& citations,
+         const py::handle& source_files, const py::handle& related_pages) {
+        const Keys& k = keys();
+        py::dict r;
+        set(r, k.page_id, page_id);
+        set(r, k.title, title);
+        set(r, k.content, content);
+        set(r, k.citations, list_or_empty(citations));
+        set(r, k.source_files, list_or_empty(source_files));
+        set(r, k.related_pages, list_or_empty(related_pages));
+        return r;
+      },
+      py::kw_only(), arg("page_id"), arg("title"), arg("content"), arg("citations") = none,
+      arg("source_files") = none, arg("related_pages") = none,
+      "The wiki read response: page_id, title, content, then three lists (new empty ones for None or empty).");
+  m.def("build_wiki_ask_response", &wiki_ask, py::kw_only(), arg("mode"), arg("query"), arg("answer"),
+        arg("sections"), arg("citations") = none, arg("model") = none, arg("tokens") = none, arg("note") = none,
+        arg("decisions") = none, arg("code") = none, arg("memories") = none, arg("token_budget") = none,
+        "The wiki ask response: mode, query, answer, a row per kept section, the merged citations, then the\n"
+        "attachments that are not None. With token_budget, fitted to token_budget x 4 bytes of compact text by\n"
+        "keeping fewer sections, cutting excerpts, dropping sections and then memories and code.\n"
+        "Raises EncodingError, with a budget, for a string holding a lone surrogate.");
+  m.def("_ask_citations", &ask_citations, arg("sections"), arg("extra"),
+        "The merged citations: the first three of each section's, then `extra`, each place once, at most 24.");
+}
+
+}  // namespace kestrune::mcp_responses::python

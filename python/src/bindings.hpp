@@ -1,0 +1,46 @@
+// What the binding files share: the registration of each family, and small
+// helpers over the C API for building dicts with interned keys.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <string_view>
+
+namespace kestrune::mcp_responses::python {
+
+namespace py = pybind11;
+
+void bind_encoding(py::module_& m);
+void bind_text(py::module_& m);
+void bind_code_lines(py::module_& m);
+void bind_code_index(py::module_& m);
+void bind_wiki(py::module_& m);
+void bind_mcp(py::module_& m);
+
+/// checked: `p` (a new reference) owned, or the pending Python error thrown.
+inline py::object checked(PyObject* p) {
+  if (p == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::object>(p);
+}
+
+/// key: the interned str of a response key or attribute name; made once,
+/// never freed (like the names of a type's slots).
+inline PyObject* key(const char* name) { return PyUnicode_InternFromString(name); }
+
+/// set: dict[k] = v, throwing on failure; `v` borrowed.
+inline void set(const py::dict& d, PyObject* k, PyObject* v) {
+  if (PyDict_SetItem(d.ptr(), k, v) != 0) throw py::error_already_set();
+}
+inline void set(const py::dict& d, PyObject* k, const py::handle& v) { set(d, k, v.ptr()); }
+
+/// field: attribute `name` of a storage record: by key for a dict (a missing
+/// key reads as None), by attribute for any other object.
+py::object field(const py::handle& record, PyObject* name);
+
+/// summary_of: first_sentence of a docstring that is None or a str.
+py::object summary_of(const py::handle& docstring, std::string_view caller);
+
+/// text: str of UTF-8 bytes (lone surrogates kept).
+py::object text(std::string_view utf8);
+
+}  // namespace kestrune::mcp_responses::python

@@ -1,0 +1,538 @@
+// The compact text of Python values. One walk over the objects, written for
+// three sinks: UTF-8 bytes (small texts and the JSON-RPC lines), a count of
+// bytes and characters (_encoded_size, and the first pass for large texts),
+// and the characters of the final str (the second pass for large texts, so
+// that a 100 MB text is held once, not once as bytes and again as a str).
+#include "encoder.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "encoding/double_text.hpp"
+#include "encoding/escapes.hpp"
+#include "errors.hpp"
+
+namespace kestrune::mcp_responses::python {
+namespace {
+
+using detail::kEscape;
+using detail::kEscapeExtra;
+
+constexpr std::array<char, 16> kHex = {'0', '1', '2', '3', '4', '5', '6', '7',
+                                       '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+
+// The escape of ASCII `c` (kEscape[c] != 0) into `out`; returns its length.
+std::size_t escape_of(unsigned char c, char* out) noexcept {
+  out[0] = '\\';
+  out[1] = kEscape[c];
+  if (kEscape[c] != 'u') return 2;
+  out[2] = '0';
+  out[3] = '0';
+  out[4] = kHex[c >> 4];
+  out[5] = kHex[c & 0xF];
+  return 6;
+}
+
+bool is_surrogate(std::uint32_t c) noexcept { return c >= 0xD800 && c <= 0xDFFF; }
+
+std::size_t utf8_length(std::uint32_t c) noexcept { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
+
+// UTF-8 bytes, growing a std::string.
+class Utf8Sink {
+ public:
+  explicit Utf8Sink(std::string& out) : out_(out) {}
+  void put(char c) { out_ += c; }
+  void put(std::string_view s) { out_.append(s); }
+  void ascii_text(const char* s, std::size_t n) {
+    std::size_t i = 0;
+    while (i < n) {
+      std::size_t j = i;
+      while (j < n && kEscape[static_cast<unsigned char>(s[j])] == 0) ++j;
+      out_.append(s + i, j - i);
+      if (j == n) break;
+      char e[6];
+      out_.append(e, escape_of(static_cast<unsigned char>(s[j]), e));
+      i = j + 1;
+    }
+  }
+  template <class C>
+  bool text(const C* s, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::uint32_t c = s[i];
+      if (c < 0x80) {
+        if (kEscape[c] != 0) {
+          char e[6];
+          out_.append(e, escape_of(static_cast<unsigned char>(c), e));
+        } else {
+          out_ += static_cast<char>(c);
+        }
+        continue;
+      }
+      non_ascii_ = true;
+      if (c < 0x800) {
+        out_ += static_cast<char>(0xC0 | (c >> 6));
+      } else {
+        if (c < 0x10000) {
+          out_ += static_cast<char>(0xE0 | (c >> 12));
+        } else {
+          out_ += static_cast<char>(0xF0 | (c >> 18));
+          out_ += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        }
+        out_ += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      }
+      out_ += static_cast<char>(0x80 | (c & 0x3F));
+    }
+    return true;
+  }
+  [[nodiscard]] std::size_t size() const noexcept { return out_.size(); }
+  [[nodiscard]] bool non_ascii() const noexcept { return non_ascii_; }
+
+ private:
+  std::string& out_;
+  bool non_ascii_ = false;
+};
+
+// Counts bytes of UTF-8 and characters; with `strict`, a lone surrogate stops
+// the count (it has no UTF-8 form) and is reported by its byte offset.
+class CountSink {
+ public:
+  explicit CountSink(bool strict) : strict_(strict) {}
+  void put(char /*c*/) noexcept { ++bytes_, ++chars_; }
+  void put(std::string_view s) noexcept { bytes_ += s.size(), chars_ += s.size(); }
+  void ascii_text(const char* s, std::size_t n) noexcept {
+    std::size_t extra = 0;
+    for (std::size_t i = 0; i < n; ++i) extra += kEscapeExtra[static_cast<unsigned char>(s[i])];
+    bytes_ += n + extra;
+    chars_ += n + extra;
+  }
+  template <class C>
+  bool text(const C* s, std::size_t n) noexcept {
+    std::size_t in_string = 0;  // bytes of this string so far, unescaped
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::uint32_t c = s[i];
+      if (c < 0x80) {
+        const std::size_t k = 1 + kEscapeExtra[c];
+        bytes_ += k, chars_ += k, ++in_string;
+        continue;
+      }
+      if (strict_ && is_surrogate(c)) {
+        bad_byte_ = in_string;
+        return false;
+      }
+      const std::size_t k = utf8_length(c);
+      bytes_ += k, in_string += k, ++chars_;
+      max_char_ = std::max(max_char_, c);
+    }
+    return true;
+  }
+  [[nodiscard]] std::size_t size() const noexcept { return bytes_; }
+  [[nodiscard]] std::size_t chars() const noexcept { return chars_; }
+  [[nodiscard]] std::uint32_t max_char() const noexcept { return max_char_; }
+  [[nodiscard]] std::size_t bad_byte() const noexcept { return bad_byte_; }
+
+ private:
+  bool strict_;
+  std::size_t bytes_ = 0;
+  std::size_t chars_ = 0;
+  std::uint32_t max_char_ = 0x7F;
+  std::size_t bad_byte_ = 0;
+};
+
+// The characters of a str made with PyUnicode_New, of its kind `Char`.
+// Every write is checked against the room the count found: a Mapping that
+// changes between the two passes cannot write past the end.
+template <class Char>
+class CharSink {
+ public:
+  CharSink(Char* begin, std::size_t n) : p_(begin), end_(begin + n) {}
+  void put(char c) noexcept {
+    if (p_ != end_) {
+      *p_++ = static_cast<Char>(static_cast<unsigned char>(c));
+    } else {
+      overrun_ = true;
+    }
+  }
+  void put(std::string_view s) noexcept {
+    for (const char c : s) put(c);
+  }
+  void ascii_text(const char* s, std::size_t n) noexcept { text(reinterpret_cast<const unsigned char*>(s), n); }
+  template <class C>
+  bool text(const C* s, std::size_t n) noexcept {
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::uint32_t c = s[i];
+      if (c < 0x80 && kEscape[c] != 0) {
+        char e[6];
+        put(std::string_view(e, escape_of(static_cast<unsigned char>(c), e)));
+      } else if (p_ != end_) {
+        *p_++ = static_cast<Char>(c);
+      } else {
+        overrun_ = true;
+      }
+    }
+    return true;
+  }
+  [[nodiscard]] bool exact() const noexcept { return p_ == end_ && !overrun_; }
+  [[nodiscard]] std::size_t size() const noexcept { return 0; }
+
+ private:
+  Char* p_;
+  Char* end_;
+  bool overrun_ = false;
+};
+
+// Why a walk stopped, and where: the path is collected from the failing value
+// outwards as the walk unwinds.
+struct Failure {
+  enum class Kind : std::uint8_t { none, type, key_type, ill_formed, ill_formed_key, python, too_long };
+  Kind kind = Kind::none;
+  std::string type_name;
+  std::size_t byte = 0;
+  std::vector<std::string> outward;  // path segments, innermost first
+};
+
+constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
+
+template <class Sink>
+class Walker {
+ public:
+  Walker(Sink& sink, NumberForm form, Failure& failure, std::size_t limit = kNoLimit)
+      : sink_(sink), form_(form), failure_(failure), limit_(limit) {}
+
+  bool value(PyObject* v) {
+    if (PyUnicode_Check(v)) return string(v);
+    if (v == Py_None) return put("null");
+    if (v == Py_True) return put("true");
+    if (v == Py_False) return put("false");
+    if (PyLong_Check(v)) return integer(v);
+    if (PyFloat_Check(v)) return floating(PyFloat_AS_DOUBLE(v));
+    if (PyDict_Check(v)) return dict(v);
+    if (PyList_Check(v) || PyTuple_Check(v)) return list(v);
+    if (is_mapping(v)) return mapping(v);
+    return fail_type(v, Failure::Kind::type);
+  }
+
+ private:
+  bool put(std::string_view s) {
+    sink_.put(s);
+    return true;
+  }
+
+  bool string(PyObject* s) {
+    sink_.put('"');
+    const bool ok = string_content(s);
+    sink_.put('"');
+    if (!ok) failure_.kind = Failure::Kind::ill_formed;
+    return ok;
+  }
+
+  bool string_content(PyObject* s) {
+    const auto n = static_cast<std::size_t>(PyUnicode_GET_LENGTH(s));
+    const void* data = PyUnicode_DATA(s);
+    if (PyUnicode_IS_ASCII(s)) {
+      sink_.ascii_text(static_cast<const char*>(data), n);
+      return true;
+    }
+    switch (PyUnicode_KIND(s)) {
+      case PyUnicode_1BYTE_KIND:
+        return sink_.text(static_cast<const Py_UCS1*>(data), n);
+      case PyUnicode_2BYTE_KIND:
+        return sink_.text(static_cast<const Py_UCS2*>(data), n);
+      default:
+        return sink_.text(static_cast<const Py_UCS4*>(data), n);
+    }
+  }
+
+  bool integer(PyObject* v) {
+    int overflow = 0;
+    const long long i = PyLong_AsLongLongAndOverflow(v, &overflow);
+    if (overflow == 0) {
+      char digits[24];
+      return put(std::string_view(digits, static_cast<std::size_t>(std::to_chars(digits, digits + 24, i).ptr - digits)));
+    }
+    // Beyond 64 bits: Python's own digits, in full. int.__repr__ rather than
+    // str(), so that an int subclass with its own __str__ writes its value.
+    PyObject* text = PyLong_Type.tp_repr(v);
+    if (text == nullptr) return fail_python();
+    Py_ssize_t n = 0;
+    const char* digits = PyUnicode_AsUTF8AndSize(text, &n);
+    if (digits != nullptr) sink_.put(std::string_view(digits, static_cast<std::size_t>(n)));
+    Py_DECREF(text);
+    return digits != nullptr || fail_python();
+  }
+
+  bool floating(double d) {
+    if (form_ == NumberForm::json && !std::isfinite(d)) return put("null");
+    char text[detail::kDoubleTextMax];
+    return put(std::string_view(text, detail::format_double(d, text)));
+  }
+
+  bool list(PyObject* v) {
+    if (Py_EnterRecursiveCall(" while writing a response") != 0) return fail_python();
+    sink_.put('[');
+    const Py_ssize_t n = PySequence_Fast_GET_SIZE(v);
+    PyObject** items = PySequence_Fast_ITEMS(v);
+    bool ok = true;
+    for (Py_ssize_t i = 0; i < n && ok; ++i) {
+      if (i > 0) sink_.put(',');
+      ok = value(items[i]) && within_limit();
+      if (!ok) failure_.outward.push_back("[" + std::to_string(i) + "]");
+    }
+    sink_.put(']');
+    Py_LeaveRecursiveCall();
+    return ok;
+  }
+
+  bool dict(PyObject* v) {
+    if (Py_EnterRecursiveCall(" while writing a response") != 0) return fail_python();
+    sink_.put('{');
+    Py_ssize_t pos = 0;
+    PyObject* key = nullptr;
+    PyObject* item = nullptr;
+    bool ok = true;
+    for (std::size_t i = 0; ok && PyDict_Next(v, &pos, &key, &item); ++i) {
+      if (i > 0) sink_.put(',');
+      ok = member(key, item, i);
+    }
+    sink_.put('}');
+    Py_LeaveRecursiveCall();
+    return ok;
+  }
+
+  // A Mapping that is not a dict (a mappingproxy, a custom Mapping): its
+  // items() in their order.
+  bool mapping(PyObject* v) {
+    PyObject* items = PyMapping_Items(v);
+    if (items == nullptr) return fail_python();
+    if (Py_EnterRecursiveCall(" while writing a response") != 0) {
+      Py_DECREF(items);
+      return fail_python();
+    }
+    sink_.put('{');
+    bool ok = true;
+    const Py_ssize_t n = PyList_GET_SIZE(items);
+    for (Py_ssize_t i = 0; i < n && ok; ++i) {
+      PyObject* pair = PyList_GET_ITEM(items, i);
+      if (i > 0) sink_.put(',');
+      ok = PyTuple_Check(pair) && PyTuple_GET_SIZE(pair) == 2
+               ? member(PyTuple_GET_ITEM(pair, 0), PyTuple_GET_ITEM(pair, 1), static_cast<std::size_t>(i))
+               : fail_type(pair, Failure::Kind::type);
+    }
+    sink_.put('}');
+    Py_LeaveRecursiveCall();
+    Py_DECREF(items);
+    return ok;
+  }
+
+  bool member(PyObject* key, PyObject* item, std::size_t i) {
+    if (!PyUnicode_Check(key)) {
+      fail_type(key, Failure::Kind::key_type);
+      failure_.outward.push_back("key #" + std::to_string(i) + " of ");
+      return false;
+    }
+    if (!string(key)) {
+      failure_.kind = Failure::Kind::ill_formed_key;
+      failure_.outward.push_back("key #" + std::to_string(i) + " of ");
+      return false;
+    }
+    sink_.put(':');
+    if (value(item) && within_limit()) return true;
+    failure_.outward.push_back(key_segment(key));
+    return false;
+  }
+
+  // ".key", the key escaped as in the compact text.
+  static std::string key_segment(PyObject* key) {
+    std::string segment = ".";
+    Utf8Sink sink(segment);
+    Failure ignored;
+    Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
+    return segment;
+  }
+
+  bool within_limit() {
+    if (sink_.size() <= limit_) return true;
+    failure_.kind = Failure::Kind::too_long;
+    return false;
+  }
+
+  static bool is_mapping(PyObject* v) {
+    PyObject* abc = PyImport_ImportModule("collections.abc");
+    if (abc == nullptr) return false;
+    PyObject* mapping = PyObject_GetAttrString(abc, "Mapping");
+    Py_DECREF(abc);
+    if (mapping == nullptr) return false;
+    const int is = PyObject_IsInstance(v, mapping);
+    Py_DECREF(mapping);
+    if (is < 0) PyErr_Clear();
+    return is == 1;
+  }
+
+  bool fail_type(PyObject* v, Failure::Kind kind) {
+    failure_.kind = kind;
+    failure_.type_name = Py_TYPE(v)->tp_name;
+    return false;
+  }
+
+  bool fail_python() {
+    failure_.kind = Failure::Kind::python;
+    return false;
+  }
+
+  Sink& sink_;
+  NumberForm form_;
+  Failure& failure_;
+  std::size_t limit_;
+
+  template <class>
+  friend class Walker;
+};
+
+// The path of the failure: `root`, then the segments outermost first. A key
+// segment ("key #i of ") goes in front of the path of its map.
+std::string where_of(const Failure& failure, std::string_view root) {
+  std::string path(root);
+  std::string prefix;
+  for (auto it = failure.outward.rbegin(); it != failure.outward.rend(); ++it) {
+    if (it->starts_with("key #")) {
+      prefix = *it;
+    } else {
+      path += *it;
+    }
+  }
+  return prefix + path;
+}
+
+// Sets the Python exception that `failure` stands for.
+void raise(const Failure& failure, std::string_view caller, std::string_view root) {
+  using Kind = Failure::Kind;
+  const std::string where = where_of(failure, root);
+  switch (failure.kind) {
+    case Kind::type:
+      PyErr_SetString(PyExc_TypeError,
+                      (std::string(caller) + ": cannot write a value of type '" + failure.type_name + "' at " + where)
+                          .c_str());
+      return;
+    case Kind::key_type:
+      PyErr_SetString(PyExc_TypeError,
+                      (std::string(caller) + ": a map key must be a str, not '" + failure.type_name + "': " + where)
+                          .c_str());
+      return;
+    case Kind::ill_formed:
+    case Kind::ill_formed_key:
+      set_encoding_error(where, failure.byte);
+      return;
+    case Kind::python:
+    case Kind::too_long:
+    case Kind::none:
+      break;
+  }
+}
+
+// Characters `n` of kind `max_char` written by a second walk straight into a
+// new str.
+PyObject* text_in_place(PyObject* value, const CountSink& count, std::string_view caller) {
+  PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(count.chars()), count.max_char());
+  if (str == nullptr) return nullptr;
+  Failure failure;
+  bool ok = false;
+  bool exact = false;
+  const auto write = [&]<class Char>(Char* begin) {
+    CharSink<Char> sink(begin, count.chars());
+    ok = Walker<CharSink<Char>>(sink, NumberForm::compact, failure).value(value);
+    exact = sink.exact();
+  };
+  switch (PyUnicode_KIND(str)) {
+    case PyUnicode_1BYTE_KIND:
+      write(PyUnicode_1BYTE_DATA(str));
+      break;
+    case PyUnicode_2BYTE_KIND:
+      write(PyUnicode_2BYTE_DATA(str));
+      break;
+    default:
+      write(PyUnicode_4BYTE_DATA(str));
+      break;
+  }
+  if (ok && exact) return str;
+  Py_DECREF(str);
+  if (ok) {
+    PyErr_SetString(PyExc_RuntimeError, (std::string(caller) + ": the value changed while it was written").c_str());
+  } else {
+    raise(failure, caller, "$");
+  }
+  return nullptr;
+}
+
+// Texts up to this many bytes are written once as UTF-8 and then made a str;
+// longer ones are counted first and written in place, so that they are held
+// once.
+constexpr std::size_t kOnePassBytes = std::size_t{8} << 20;
+
+}  // namespace
+
+PyObject* str_from_utf8(std::string_view bytes) {
+  const bool ascii = std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (ascii) {
+    PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(bytes.size()), 127);
+    if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), bytes.data(), bytes.size());
+    return str;
+  }
+  return PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), "surrogatepass");
+}
+
+PyObject* text_of(PyObject* value, std::string_view caller) {
+  std::string out;
+  out.reserve(256);
+  Utf8Sink sink(out);
+  Failure failure;
+  if (Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value)) {
+    if (!sink.non_ascii()) {
+      PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(out.size()), 127);
+      if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), out.data(), out.size());
+      return str;
+    }
+    return PyUnicode_DecodeUTF8(out.data(), static_cast<Py_ssize_t>(out.size()), "surrogatepass");
+  }
+  if (failure.kind != Failure::Kind::too_long) {
+    raise(failure, caller, "$");
+    return nullptr;
+  }
+  std::string().swap(out);  // give the first attempt's memory back before the large text is made
+  CountSink count(false);
+  Failure count_failure;
+  if (!Walker<CountSink>(count, NumberForm::compact, count_failure).value(value)) {
+    raise(count_failure, caller, "$");
+    return nullptr;
+  }
+  return text_in_place(value, count, caller);
+}
+
+bool append_text(std::string& out, PyObject* value, NumberForm form, std::string_view caller) {
+  Utf8Sink sink(out);
+  Failure failure;
+  if (Walker<Utf8Sink>(sink, form, failure).value(value)) return true;
+  raise(failure, caller, "$");
+  return false;
+}
+
+Py_ssize_t encoded_size(PyObject* value, std::string_view caller, std::string_view root) {
+  CountSink count(true);
+  Failure failure;
+  Walker<CountSink> walker(count, NumberForm::compact, failure);
+  if (walker.value(value)) return static_cast<Py_ssize_t>(count.size());
+  failure.byte = count.bad_byte();
+  raise(failure, caller, root);
+  return -1;
+}
+
+void append_escaped_utf8(std::string& out, std::string_view text) {
+  Utf8Sink sink(out);
+  sink.ascii_text(text.data(), text.size());
+}
+
+}  // namespace kestrune::mcp_responses::python

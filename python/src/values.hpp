@@ -1,0 +1,34 @@
+// Crossing between Python objects and the library's values and text.
+#pragma once
+
+#include <Python.h>
+
+#include <string>
+#include <string_view>
+
+#include "kestrune/mcp_responses/types.hpp"
+
+namespace kestrune::mcp_responses::python {
+
+/// utf8_of: the UTF-8 bytes of str `s` (a lone surrogate as its three
+/// bytes, as the library keeps text that is not well-formed), viewed in `s`
+/// itself or in `scratch`. Raises TypeError (returns false) for a non-str,
+/// naming `what`.
+[[nodiscard]] bool utf8_of(PyObject* s, std::string& scratch, std::string_view& out, std::string_view what);
+
+/// BigIntegers: what a conversion makes of an int beyond 64 bits. The
+/// library's values stop at 64 bits; where a value is only measured and the
+/// caller's object is what the response holds, a string of the same encoded
+/// size stands in for it.
+enum class BigIntegers : bool { raise, stand_in };
+
+/// to_value: `v` as a library value, or false with a Python exception set
+/// naming `where`.
+[[nodiscard]] bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const std::string& where);
+
+/// from_value: a new Python object for `v`; lists and maps made read-only
+/// (tuples and mappingproxies) when `frozen`.
+[[nodiscard]] PyObject* from_value(const ResponseValue& v, bool frozen = false);
+[[nodiscard]] PyObject* from_dict(const ResponseDict& d, bool frozen = false);
+
+}  // namespace kestrune::mcp_responses::python
