@@ -3,7 +3,8 @@
 #   scripts/install-deps.sh [core|all]   (default: all)
 set -euo pipefail
 
-core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags)
+core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
+      pybind11-dev python3-dev python3-wheel)
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3)
 want=("${core[@]}")
 [ "${1:-all}" = all ] && want+=("${extra[@]}")

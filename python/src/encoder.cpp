@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "encoding/double_text.hpp"
@@ -43,58 +44,152 @@ bool is_surrogate(std::uint32_t c) noexcept { return c >= 0xD800 && c <= 0xDFFF;
 
 std::size_t utf8_length(std::uint32_t c) noexcept { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
 
-// UTF-8 bytes, growing a std::string.
+// Whether any of the 8 ASCII bytes of `w` needs an escape (a control
+// character, a quotation mark or a reverse solidus). May report a byte above
+// a real one, never miss one: callers then look byte by byte.
+bool word_needs_escape(std::uint64_t w) noexcept {
+  constexpr std::uint64_t k01 = 0x0101010101010101u;
+  constexpr std::uint64_t k80 = 0x8080808080808080u;
+  const std::uint64_t control = (w - k01 * 0x20) & ~w & k80;
+  const std::uint64_t quote = w ^ (k01 * '"');
+  const std::uint64_t backslash = w ^ (k01 * '\\');
+  return (control | ((quote - k01) & ~quote & k80) | ((backslash - k01) & ~backslash & k80)) != 0;
+}
+
+std::uint64_t load_word(const char* s) noexcept {
+  std::uint64_t w;
+  std::memcpy(&w, s, sizeof w);
+  return w;
+}
+
+// UTF-8 bytes in a buffer that grows ahead of each write, so that the
+// writes themselves check nothing.
 class Utf8Sink {
  public:
-  explicit Utf8Sink(std::string& out) : out_(out) {}
-  void put(char c) { out_ += c; }
-  void put(std::string_view s) { out_.append(s); }
+  explicit Utf8Sink(std::string& out) : out_(out) {
+    const std::size_t size = out_.size();
+    out_.resize(std::max(out_.capacity(), size + 256));
+    p_ = out_.data() + size;
+    end_ = out_.data() + out_.size();
+  }
+  Utf8Sink(const Utf8Sink&) = delete;
+  Utf8Sink& operator=(const Utf8Sink&) = delete;
+  ~Utf8Sink() { finish(); }
+
+  void put(char c) {
+    room(1);
+    *p_++ = c;
+  }
+  void put(std::string_view s) {
+    room(s.size());
+    std::memcpy(p_, s.data(), s.size());
+    p_ += s.size();
+  }
+  // A whole ASCII string with its quotes; short ones (nearly all) with one
+  // check of the room.
+  void quoted_ascii(const char* s, std::size_t n) {
+    if (n > kChunk) {
+      put('"');
+      ascii_text(s, n);
+      put('"');
+      return;
+    }
+    room(6 * n + 2);
+    *p_++ = '"';
+    escaped_ascii(s, n);
+    *p_++ = '"';
+  }
+  // Eight bytes at a time while none needs an escape.
   void ascii_text(const char* s, std::size_t n) {
+    for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
+      const std::size_t len = std::min(n - chunk, kChunk);
+      room(6 * len);
+      escaped_ascii(s + chunk, len);
+    }
+  }
+  // Writes `n` bytes of ASCII `s` escaped; the room is there.
+  void escaped_ascii(const char* s, std::size_t n) noexcept {
     std::size_t i = 0;
     while (i < n) {
-      std::size_t j = i;
-      while (j < n && kEscape[static_cast<unsigned char>(s[j])] == 0) ++j;
-      out_.append(s + i, j - i);
-      if (j == n) break;
-      char e[6];
-      out_.append(e, escape_of(static_cast<unsigned char>(s[j]), e));
-      i = j + 1;
+      if (i + 8 <= n && !word_needs_escape(load_word(s + i))) {
+        std::memcpy(p_, s + i, 8);
+        p_ += 8, i += 8;
+        continue;
+      }
+      const auto c = static_cast<unsigned char>(s[i++]);
+      if (kEscape[c] == 0) {
+        *p_++ = static_cast<char>(c);
+      } else {
+        p_ += escape_of(c, p_);
+      }
     }
   }
   template <class C>
   bool text(const C* s, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) {
-      const std::uint32_t c = s[i];
-      if (c < 0x80) {
-        if (kEscape[c] != 0) {
-          char e[6];
-          out_.append(e, escape_of(static_cast<unsigned char>(c), e));
-        } else {
-          out_ += static_cast<char>(c);
-        }
-        continue;
-      }
-      non_ascii_ = true;
-      if (c < 0x800) {
-        out_ += static_cast<char>(0xC0 | (c >> 6));
-      } else {
-        if (c < 0x10000) {
-          out_ += static_cast<char>(0xE0 | (c >> 12));
-        } else {
-          out_ += static_cast<char>(0xF0 | (c >> 18));
-          out_ += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        }
-        out_ += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      }
-      out_ += static_cast<char>(0x80 | (c & 0x3F));
+    for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
+      const std::size_t end = std::min(n, chunk + kChunk);
+      room(6 * (end - chunk));
+      for (std::size_t i = chunk; i < end; ++i) write(s[i]);
     }
     return true;
   }
-  [[nodiscard]] std::size_t size() const noexcept { return out_.size(); }
+  [[nodiscard]] std::size_t size() const noexcept { return static_cast<std::size_t>(p_ - out_.data()); }
   [[nodiscard]] bool non_ascii() const noexcept { return non_ascii_; }
+  // at_most/advance: room for `n` bytes written straight into the buffer,
+  // then the end of what was written there.
+  [[nodiscard]] char* at_most(std::size_t n) {
+    room(n);
+    return p_;
+  }
+  void advance(char* end) noexcept { p_ = end; }
+  // finish: gives `out` its final size; the sink is not written after it.
+  void finish() {
+    if (end_ != nullptr) out_.resize(size());
+    end_ = nullptr;
+  }
 
  private:
+  static constexpr std::size_t kChunk = 4096;
+
+  // Makes room for `n` more bytes: the string is sized ahead of the writes,
+  // and p_ marks the end of what is written.
+  void room(std::size_t n) {
+    if (static_cast<std::size_t>(end_ - p_) < n) grow(n);
+  }
+  [[gnu::noinline]] void grow(std::size_t n) {
+    const std::size_t size = this->size();
+    out_.resize(std::max(out_.size() * 2, size + n));
+    p_ = out_.data() + size;
+    end_ = out_.data() + out_.size();
+  }
+
+  void write(std::uint32_t c) noexcept {
+    if (c < 0x80) {
+      if (kEscape[c] != 0) {
+        p_ += escape_of(static_cast<unsigned char>(c), p_);
+      } else {
+        *p_++ = static_cast<char>(c);
+      }
+      return;
+    }
+    non_ascii_ = true;
+    if (c < 0x800) {
+      *p_++ = static_cast<char>(0xC0 | (c >> 6));
+    } else {
+      if (c < 0x10000) {
+        *p_++ = static_cast<char>(0xE0 | (c >> 12));
+      } else {
+        *p_++ = static_cast<char>(0xF0 | (c >> 18));
+        *p_++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      }
+      *p_++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    }
+    *p_++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+
   std::string& out_;
+  char* p_ = nullptr;
+  char* end_ = nullptr;
   bool non_ascii_ = false;
 };
 
@@ -107,7 +202,12 @@ class CountSink {
   void put(std::string_view s) noexcept { bytes_ += s.size(), chars_ += s.size(); }
   void ascii_text(const char* s, std::size_t n) noexcept {
     std::size_t extra = 0;
-    for (std::size_t i = 0; i < n; ++i) extra += kEscapeExtra[static_cast<unsigned char>(s[i])];
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+      if (!word_needs_escape(load_word(s + i))) continue;
+      for (std::size_t k = i; k < i + 8; ++k) extra += kEscapeExtra[static_cast<unsigned char>(s[k])];
+    }
+    for (; i < n; ++i) extra += kEscapeExtra[static_cast<unsigned char>(s[i])];
     bytes_ += n + extra;
     chars_ += n + extra;
   }
@@ -198,6 +298,26 @@ struct Failure {
 
 constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
+// The value of an int that fits 64 bits (overflow 0), read from the object
+// itself when it has at most one digit, as nearly all ints in responses do.
+long long small_integer(PyObject* v, int& overflow) {
+  overflow = 0;
+#if PY_VERSION_HEX < 0x030C0000
+  if (Py_TYPE(v) == &PyLong_Type) {
+    const Py_ssize_t size = Py_SIZE(v);
+    const auto* digits = reinterpret_cast<const PyLongObject*>(v)->ob_digit;
+    if (size == 0) return 0;
+    if (size == 1) return static_cast<long long>(digits[0]);
+    if (size == -1) return -static_cast<long long>(digits[0]);
+  }
+#else
+  if (Py_TYPE(v) == &PyLong_Type && PyUnstable_Long_IsCompact(reinterpret_cast<PyLongObject*>(v))) {
+    return static_cast<long long>(PyUnstable_Long_CompactValue(reinterpret_cast<PyLongObject*>(v)));
+  }
+#endif
+  return PyLong_AsLongLongAndOverflow(v, &overflow);
+}
+
 template <class Sink>
 class Walker {
  public:
@@ -205,6 +325,13 @@ class Walker {
       : sink_(sink), form_(form), failure_(failure), limit_(limit) {}
 
   bool value(PyObject* v) {
+    // The exact types first: one compare each, before the subclass checks.
+    const PyTypeObject* type = Py_TYPE(v);
+    if (type == &PyUnicode_Type) return string(v);
+    if (type == &PyLong_Type) return integer(v);
+    if (type == &PyDict_Type) return dict(v);
+    if (type == &PyFloat_Type) return floating(PyFloat_AS_DOUBLE(v));
+    if (type == &PyList_Type) return list(v);
     if (PyUnicode_Check(v)) return string(v);
     if (v == Py_None) return put("null");
     if (v == Py_True) return put("true");
@@ -224,6 +351,13 @@ class Walker {
   }
 
   bool string(PyObject* s) {
+    if constexpr (std::is_same_v<Sink, Utf8Sink>) {
+      if (PyUnicode_IS_ASCII(s)) {
+        sink_.quoted_ascii(static_cast<const char*>(PyUnicode_DATA(s)),
+                           static_cast<std::size_t>(PyUnicode_GET_LENGTH(s)));
+        return true;
+      }
+    }
     sink_.put('"');
     const bool ok = string_content(s);
     sink_.put('"');
@@ -250,8 +384,13 @@ class Walker {
 
   bool integer(PyObject* v) {
     int overflow = 0;
-    const long long i = PyLong_AsLongLongAndOverflow(v, &overflow);
+    const long long i = small_integer(v, overflow);
     if (overflow == 0) {
+      if constexpr (std::is_same_v<Sink, Utf8Sink>) {
+        char* at = sink_.at_most(20);
+        sink_.advance(std::to_chars(at, at + 20, i).ptr);
+        return true;
+      }
       char digits[24];
       return put(std::string_view(digits, static_cast<std::size_t>(std::to_chars(digits, digits + 24, i).ptr - digits)));
     }
@@ -268,6 +407,11 @@ class Walker {
 
   bool floating(double d) {
     if (form_ == NumberForm::json && !std::isfinite(d)) return put("null");
+    if constexpr (std::is_same_v<Sink, Utf8Sink>) {
+      char* at = sink_.at_most(detail::kDoubleTextMax);
+      sink_.advance(at + detail::format_double(d, at));
+      return true;
+    }
     char text[detail::kDoubleTextMax];
     return put(std::string_view(text, detail::format_double(d, text)));
   }
@@ -349,9 +493,11 @@ class Walker {
   // ".key", the key escaped as in the compact text.
   static std::string key_segment(PyObject* key) {
     std::string segment = ".";
-    Utf8Sink sink(segment);
-    Failure ignored;
-    Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
+    {
+      Utf8Sink sink(segment);
+      Failure ignored;
+      Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
+    }
     return segment;
   }
 
@@ -487,10 +633,11 @@ PyObject* str_from_utf8(std::string_view bytes) {
 
 PyObject* text_of(PyObject* value, std::string_view caller) {
   std::string out;
-  out.reserve(256);
   Utf8Sink sink(out);
   Failure failure;
-  if (Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value)) {
+  const bool written = Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value);
+  sink.finish();
+  if (written) {
     if (!sink.non_ascii()) {
       PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(out.size()), 127);
       if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), out.data(), out.size());
