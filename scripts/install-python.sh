@@ -12,7 +12,8 @@ py=${PYTHON:-python3}
 if ! "$py" -c "import wheel" 2>/dev/null; then
   borrowed=$(mktemp -d)
   trap 'rm -rf "$borrowed"' EXIT
-  ln -s /usr/lib/python3/dist-packages/wheel "$borrowed/wheel"
+  # The package and its metadata: setuptools finds bdist_wheel by its entry point.
+  ln -s /usr/lib/python3/dist-packages/wheel /usr/lib/python3/dist-packages/wheel-*info "$borrowed/"
   export PYTHONPATH="$borrowed${PYTHONPATH:+:$PYTHONPATH}"
 fi
 "$py" -m pip install --quiet --no-build-isolation --no-index --no-deps --force-reinstall ./python
