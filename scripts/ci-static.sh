@@ -9,6 +9,6 @@ clang-format --dry-run --Werror "${files[@]}"
 echo "clang-format: ${#files[@]} files clean"
 
 [ -f build/dev/compile_commands.json ] || cmake --preset dev >/dev/null
-run-clang-tidy-14 -p build/dev -quiet -j"$(nproc)" "$PWD/(src|tools|fuzz|bench|examples)/" >build/dev/clang-tidy.log 2>&1 ||
+run-clang-tidy-14 -p build/dev -quiet -j"$(nproc)" "$PWD/(src|tools|fuzz|bench|examples|python)/" >build/dev/clang-tidy.log 2>&1 ||
   { grep -E 'warning:|error:' -A3 build/dev/clang-tidy.log >&2; exit 1; }
 echo "clang-tidy: clean"

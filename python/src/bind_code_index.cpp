@@ -353,8 +353,8 @@ void bind_code_index(py::module_& m) {
         arg("items_key") = "items",
         "One page of rows: `items` itself under `items_key`, then total_count, truncated and has_more\n"
         "(offset + len(items) < total_count) and offset, with the pagination hint when truncated.");
-  m.def("fit_paginated_response", &fit_paginated, arg("items"), arg("total_count"), arg("offset"),
-        arg("max_bytes"), py::kw_only(), arg("items_key") = "items",
+  m.def("fit_paginated_response", &fit_paginated, arg("items"), arg("total_count"), arg("offset"), arg("max_bytes"),
+        py::kw_only(), arg("items_key") = "items",
         "build_paginated_response of the longest prefix of `items` whose page's compact text takes at most\n"
         "`max_bytes` bytes (of no rows when even that is longer); the hint tells the model the next offset.\n"
         "`items` itself is in the page when it is a list that fits whole; otherwise a new list.");
@@ -376,8 +376,7 @@ void bind_code_index(py::module_& m) {
         if (!utf8_of(tool_name.ptr(), scratch, name, "get_empty_response: tool_name")) throw py::error_already_set();
         return checked(from_dict(get_empty_response(name)));
       },
-      arg("tool_name"),
-      "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}.");
+      arg("tool_name"), "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}.");
   m.def("build_symbol_search_result", &symbol_search_result, arg("symbol"), arg("file_path") = none,
         "The search row of `symbol`: fqn, name, kind, file, line, signature, summary; None left out.");
   m.def("build_symbol_full_details", &symbol_full_details, arg("symbol"), arg("file_path") = none,

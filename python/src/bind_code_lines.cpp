@@ -38,18 +38,21 @@ py::dict lines_of(const py::handle& root, const py::iterable& places) {
   std::string scratch;
   for (const auto& place : places) {
     const py::object pair = checked(PySequence_Fast(place.ptr(), "code_lines: a place must be a (path, line) pair"));
-    if (PySequence_Fast_GET_SIZE(pair.ptr()) != 2) throw py::value_error("code_lines: a place must be a (path, line) pair");
+    if (PySequence_Fast_GET_SIZE(pair.ptr()) != 2)
+      throw py::value_error("code_lines: a place must be a (path, line) pair");
     std::string_view path;
     if (!utf8_of(PySequence_Fast_GET_ITEM(pair.ptr(), 0), scratch, path, "code_lines: a place's path")) {
       throw py::error_already_set();
     }
     const py::handle line = PySequence_Fast_GET_ITEM(pair.ptr(), 1);
-    if (!PyLong_Check(line.ptr()) || PyBool_Check(line.ptr())) throw py::type_error("code_lines: a place's line must be an int");
+    if (!PyLong_Check(line.ptr()) || PyBool_Check(line.ptr()))
+      throw py::type_error("code_lines: a place's line must be an int");
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(line.ptr(), &overflow);
     wanted.push_back({std::string(path), overflow == 0 ? n : 0});  // a line beyond 64 bits is past any end
-    keys.push_back(PyTuple_Check(place.ptr()) ? py::reinterpret_borrow<py::object>(place)
-                                              : py::object(py::make_tuple(PySequence_Fast_GET_ITEM(pair.ptr(), 0), line)));
+    keys.push_back(PyTuple_Check(place.ptr())
+                       ? py::reinterpret_borrow<py::object>(place)
+                       : py::object(py::make_tuple(PySequence_Fast_GET_ITEM(pair.ptr(), 0), line)));
   }
   CodeLines found;
   {

@@ -2,19 +2,20 @@
 #include "bindings.hpp"
 #include "encoder.hpp"
 #include "errors.hpp"
-#include "values.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
 
 void bind_encoding(py::module_& m) {
-  py::register_exception_translator([](std::exception_ptr p) {
-    try {
-      if (p) std::rethrow_exception(p);
-    } catch (const EncodingError& e) {
-      set_encoding_error(e.where(), e.byte());
-    }
-  });
+  py::register_exception_translator(
+      [](std::exception_ptr p) {  // NOLINT(performance-unnecessary-value-param): pybind11 fixes the type
+        try {
+          if (p) std::rethrow_exception(p);
+        } catch (const EncodingError& e) {
+          set_encoding_error(e.where(), e.byte());
+        }
+      });
   m.def(
       "tool_result_text", [](const py::handle& value) { return checked(text_of(value.ptr(), "tool_result_text")); },
       py::arg("result"),

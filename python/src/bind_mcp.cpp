@@ -86,7 +86,8 @@ void bind_mcp(py::module_& m) {
   m.def(
       "jsonrpc_error_line",
       [](const py::handle& id, const py::handle& code, const py::handle& message) {
-        if (!PyLong_Check(code.ptr()) || PyBool_Check(code.ptr())) throw py::type_error("jsonrpc_error_line: code must be an int");
+        if (!PyLong_Check(code.ptr()) || PyBool_Check(code.ptr()))
+          throw py::type_error("jsonrpc_error_line: code must be an int");
         if (!PyUnicode_Check(message.ptr())) throw py::type_error("jsonrpc_error_line: message must be a str");
         std::string out;
         append_id(out, id, true, "jsonrpc_error_line");

@@ -183,8 +183,8 @@ py::list picked(const detail::CitationMerge& merge, std::size_t n, const std::ve
   py::list out;
   for (const detail::CitationPick& pick : merge.picks(n)) {
     const py::object& items = pick.section ? lists[*pick.section].items : extra.items;
-    out.append(py::reinterpret_borrow<py::object>(
-        PySequence_Fast_GET_ITEM(items.ptr(), static_cast<Py_ssize_t>(pick.index))));
+    out.append(
+        py::reinterpret_borrow<py::object>(PySequence_Fast_GET_ITEM(items.ptr(), static_cast<Py_ssize_t>(pick.index))));
   }
   return out;
 }
@@ -196,9 +196,7 @@ std::vector<std::span<const ResponseValue>> spans_of(const std::vector<Citations
   return spans;
 }
 
-py::object sequence(const py::handle& v, const char* what) {
-  return checked(PySequence_Fast(v.ptr(), what));
-}
+py::object sequence(const py::handle& v, const char* what) { return checked(PySequence_Fast(v.ptr(), what)); }
 
 py::list ask_citations(const py::handle& sections, const py::handle& extra) {
   const py::object seq = sequence(sections, "_ask_citations: sections must be a sequence");
@@ -213,10 +211,10 @@ py::list ask_citations(const py::handle& sections, const py::handle& extra) {
   return picked(merge, lists.size(), lists, own);
 }
 
-py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::handle& answer,
-                  const py::handle& sections, const py::handle& citations, const py::handle& model,
-                  const py::handle& tokens, const py::handle& note, const py::handle& decisions,
-                  const py::handle& code, const py::handle& memories, const py::handle& token_budget) {
+py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::handle& answer, const py::handle& sections,
+                  const py::handle& citations, const py::handle& model, const py::handle& tokens,
+                  const py::handle& note, const py::handle& decisions, const py::handle& code,
+                  const py::handle& memories, const py::handle& token_budget) {
   const Keys& k = keys();
   const py::object seq = sequence(sections, "build_wiki_ask_response: sections must be a sequence");
   const Py_ssize_t n_sections = PySequence_Fast_GET_SIZE(seq.ptr());
@@ -240,9 +238,9 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
         citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, where + ".citations"));
     section_values.emplace_back(std::move(row));
   }
-  const py::object extra_list =
-      citations.is_none() ? py::object(py::list())
-                          : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
+  const py::object extra_list = citations.is_none()
+                                    ? py::object(py::list())
+                                    : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
   Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations");
   const detail::CitationMerge merge(spans_of(lists), extra.values);
   for (std::size_t i = 0; i < lists.size(); ++i) {
@@ -282,9 +280,12 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
   }
   set(out, k.sections, row_list);
   set(out, k.citations, picked(merge, rows.size(), lists, extra));
-  const std::array<std::pair<PyObject*, const py::handle*>, 6> attachments = {
-      {{k.model, &model}, {k.tokens, &tokens}, {k.note, &note}, {k.decisions, &decisions}, {k.code, &code},
-       {k.memories, &memories}}};
+  const std::array<std::pair<PyObject*, const py::handle*>, 6> attachments = {{{k.model, &model},
+                                                                               {k.tokens, &tokens},
+                                                                               {k.note, &note},
+                                                                               {k.decisions, &decisions},
+                                                                               {k.code, &code},
+                                                                               {k.memories, &memories}}};
   for (const auto& [name, value] : attachments) {
     if (fitted.contains(PyUnicode_AsUTF8(name))) set(out, name, *value);
   }
@@ -322,9 +323,9 @@ void bind_wiki(py::module_& m) {
         set(r, k.stale_pages, list_or_empty(stale_pages));
         return r;
       },
-      py::kw_only(), arg("built"), arg("branch"), arg("pages") = 0, arg("files_covered") = 0,
-      arg("total_sources") = 0, arg("coverage_pct") = 0.0, arg("last_built") = none, arg("model") = none,
-      arg("stale_pages") = none, arg("enabled") = false, arg("configured") = false,
+      py::kw_only(), arg("built"), arg("branch"), arg("pages") = 0, arg("files_covered") = 0, arg("total_sources") = 0,
+      arg("coverage_pct") = 0.0, arg("last_built") = none, arg("model") = none, arg("stale_pages") = none,
+      arg("enabled") = false, arg("configured") = false,
       "The wiki status response: eleven keys, always; stale_pages a list (a new empty one for None or empty).");
   m.def(
       "build_wiki_list_response",
@@ -359,12 +360,12 @@ void bind_wiki(py::module_& m) {
         set(r, k.related_pages, list_or_empty(related_pages));
         return r;
       },
-      py::kw_only(), arg("page_id"), arg("title"), arg("content"), arg("citations") = none,
-      arg("source_files") = none, arg("related_pages") = none,
+      py::kw_only(), arg("page_id"), arg("title"), arg("content"), arg("citations") = none, arg("source_files") = none,
+      arg("related_pages") = none,
       "The wiki read response: page_id, title, content, then three lists (new empty ones for None or empty).");
-  m.def("build_wiki_ask_response", &wiki_ask, py::kw_only(), arg("mode"), arg("query"), arg("answer"),
-        arg("sections"), arg("citations") = none, arg("model") = none, arg("tokens") = none, arg("note") = none,
-        arg("decisions") = none, arg("code") = none, arg("memories") = none, arg("token_budget") = none,
+  m.def("build_wiki_ask_response", &wiki_ask, py::kw_only(), arg("mode"), arg("query"), arg("answer"), arg("sections"),
+        arg("citations") = none, arg("model") = none, arg("tokens") = none, arg("note") = none, arg("decisions") = none,
+        arg("code") = none, arg("memories") = none, arg("token_budget") = none,
         "The wiki ask response: mode, query, answer, a row per kept section, the merged citations, then the\n"
         "attachments that are not None. With token_budget, fitted to token_budget x 4 bytes of compact text by\n"
         "keeping fewer sections, cutting excerpts, dropping sections and then memories and code.\n"

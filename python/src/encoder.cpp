@@ -25,8 +25,7 @@ namespace {
 using detail::kEscape;
 using detail::kEscapeExtra;
 
-constexpr std::array<char, 16> kHex = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                       '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+constexpr std::array<char, 16> kHex = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
 
 // The escape of ASCII `c` (kEscape[c] != 0) into `out`; returns its length.
 std::size_t escape_of(unsigned char c, char* out) noexcept {
@@ -392,7 +391,8 @@ class Walker {
         return true;
       }
       char digits[24];
-      return put(std::string_view(digits, static_cast<std::size_t>(std::to_chars(digits, digits + 24, i).ptr - digits)));
+      return put(
+          std::string_view(digits, static_cast<std::size_t>(std::to_chars(digits, digits + 24, i).ptr - digits)));
     }
     // Beyond 64 bits: Python's own digits, in full. int.__repr__ rather than
     // str(), so that an int subclass with its own __str__ writes its value.
@@ -544,11 +544,12 @@ class Walker {
 std::string where_of(const Failure& failure, std::string_view root) {
   std::string path(root);
   std::string prefix;
-  for (auto it = failure.outward.rbegin(); it != failure.outward.rend(); ++it) {
-    if (it->starts_with("key #")) {
-      prefix = *it;
+  for (std::size_t i = failure.outward.size(); i-- > 0;) {
+    const std::string& segment = failure.outward[i];
+    if (segment.starts_with("key #")) {
+      prefix = segment;
     } else {
-      path += *it;
+      path += segment;
     }
   }
   return prefix + path;
@@ -560,14 +561,14 @@ void raise(const Failure& failure, std::string_view caller, std::string_view roo
   const std::string where = where_of(failure, root);
   switch (failure.kind) {
     case Kind::type:
-      PyErr_SetString(PyExc_TypeError,
-                      (std::string(caller) + ": cannot write a value of type '" + failure.type_name + "' at " + where)
-                          .c_str());
+      PyErr_SetString(
+          PyExc_TypeError,
+          (std::string(caller) + ": cannot write a value of type '" + failure.type_name + "' at " + where).c_str());
       return;
     case Kind::key_type:
-      PyErr_SetString(PyExc_TypeError,
-                      (std::string(caller) + ": a map key must be a str, not '" + failure.type_name + "': " + where)
-                          .c_str());
+      PyErr_SetString(
+          PyExc_TypeError,
+          (std::string(caller) + ": a map key must be a str, not '" + failure.type_name + "': " + where).c_str());
       return;
     case Kind::ill_formed:
     case Kind::ill_formed_key:
@@ -622,7 +623,8 @@ constexpr std::size_t kOnePassBytes = std::size_t{8} << 20;
 }  // namespace
 
 PyObject* str_from_utf8(std::string_view bytes) {
-  const bool ascii = std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  const bool ascii =
+      std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
   if (ascii) {
     PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(bytes.size()), 127);
     if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), bytes.data(), bytes.size());

@@ -10,8 +10,7 @@ namespace kestrune::mcp_responses::python {
 
 bool utf8_of(PyObject* s, std::string& scratch, std::string_view& out, std::string_view what) {
   if (!PyUnicode_Check(s)) {
-    PyErr_SetString(PyExc_TypeError,
-                    (std::string(what) + " must be a str, not '" + Py_TYPE(s)->tp_name + "'").c_str());
+    PyErr_SetString(PyExc_TypeError, (std::string(what) + " must be a str, not '" + Py_TYPE(s)->tp_name + "'").c_str());
     return false;
   }
   if (PyUnicode_IS_ASCII(s)) {
