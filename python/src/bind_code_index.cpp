@@ -146,6 +146,7 @@ py::dict paginated(const py::handle& items, const py::handle& total_count, const
 py::dict fit_paginated(const py::handle& items, const py::handle& total_count, const py::handle& offset,
                        Py_ssize_t max_bytes, const py::handle& items_key) {
   check_key(items_key, "fit_paginated_response");
+  if (max_bytes < 0) throw py::value_error("fit_paginated_response: max_bytes must be at least 0");
   const py::object rows = checked(PySequence_Fast(items.ptr(), "fit_paginated_response: items must be a sequence"));
   const Py_ssize_t n_rows = PySequence_Fast_GET_SIZE(rows.ptr());
   std::string root = "$.";
@@ -239,7 +240,7 @@ py::dict file_symbol(const py::handle& symbol, const py::handle& module) {
   std::string_view fqn_bytes;
   std::string_view module_bytes;
   if (!utf8_of(fqn.ptr(), s1, fqn_bytes, "build_file_symbol: fqn") ||
-      !utf8_of(module.ptr(), s2, module_bytes, "build_file_symbol: module")) {
+      (!module.is_none() && !utf8_of(module.ptr(), s2, module_bytes, "build_file_symbol: module"))) {
     throw py::error_already_set();
   }
   if (!module_bytes.empty() && fqn_bytes.size() > module_bytes.size() && fqn_bytes.starts_with(module_bytes) &&
@@ -383,8 +384,9 @@ void bind_code_index(py::module_& m) {
         "The GetSymbolResponse of `symbol`: every key, None where unknown.");
   m.def("outline_module", &module_of, arg("fqns"),
         "The dotted parts that the parents of all `fqns` share, compared whole; '' when none.");
-  m.def("build_file_symbol", &file_symbol, arg("symbol"), arg("module") = "",
-        "The outline row of `symbol`, named relative to `module`; end_line only when it differs.");
+  m.def(
+      "build_file_symbol", &file_symbol, arg("symbol"), arg("module") = "",
+      "The outline row of `symbol`, named relative to `module` (None or '' for none); end_line only when it differs.");
   m.def("build_reference", &reference_row, arg("reference"), arg("code") = none,
         "The reference row: file and line always, then code, caller, caller_kind, usage_type when given.");
   m.def("build_api_endpoint", &api_endpoint, arg("symbol"), arg("file_path") = none, arg("component_name") = none,

@@ -29,10 +29,9 @@ void log_to_python(std::string_view logger, LogLevel level, std::string_view mes
 }
 
 py::dict lines_of(const py::handle& root, const py::iterable& places) {
-  std::optional<std::filesystem::path> root_path;
-  if (!root.is_none()) {
-    root_path = std::filesystem::path(checked(PyOS_FSPath(root.ptr())).cast<std::string>());
-  }
+  if (root.is_none()) return {};  // no work tree: nothing is read, the places not even looked at
+  const std::optional<std::filesystem::path> root_path =
+      std::filesystem::path(checked(PyOS_FSPath(root.ptr())).cast<std::string>());
   std::vector<Place> wanted;
   std::vector<py::object> keys;
   std::string scratch;
@@ -52,7 +51,7 @@ py::dict lines_of(const py::handle& root, const py::iterable& places) {
     wanted.push_back({std::string(path), overflow == 0 ? n : 0});  // a line beyond 64 bits is past any end
     keys.push_back(PyTuple_Check(place.ptr())
                        ? py::reinterpret_borrow<py::object>(place)
-                       : py::object(py::make_tuple(PySequence_Fast_GET_ITEM(pair.ptr(), 0), line)));
+                       : py::object(py::make_tuple(py::handle(PySequence_Fast_GET_ITEM(pair.ptr(), 0)), line)));
   }
   CodeLines found;
   {

@@ -40,8 +40,9 @@ void bind_text(py::module_& m) {
   m.def(
       "_cut",
       [](const py::handle& s, std::int64_t chars) {
+        if (chars < 1) throw py::value_error("_cut: chars must be at least 1");
         const Utf8Arg t(s, "_cut: text");
-        return text(detail::cut(t.bytes, static_cast<std::size_t>(std::max<std::int64_t>(chars, 0))));
+        return text(detail::cut(t.bytes, static_cast<std::size_t>(chars)));
       },
       py::arg("text"), py::arg("chars"),
       "`text` when it has at most `chars` characters, else its first chars - 1, end stripped, and an ellipsis.");
