@@ -10,6 +10,9 @@ of every width, doubles at the layout's thresholds, ask budgets around the
 answer's size, and code_lines over a small work tree with links, a directory
 and a missing file. Exits 1 and prints the first differences when the two
 builds disagree; a refactoring must leave every byte as it was.
+
+tests/python/test_calls.py imports the generator (Gen, CALLS, make_tree,
+dump) to send the same requests to the Python module.
 """
 import argparse
 import json
@@ -150,6 +153,15 @@ class Gen:
             "ask_citations": lambda: {"sections": [g.section() for _ in range(r.randrange(10))],
                                       "extra": [g.citation() for _ in range(r.randrange(30))]},
             "build_wiki_ask_response": lambda: self.ask(),
+            "call_tool_result": lambda: dict({"response": g.value()}, **g.flags()),
+            "jsonrpc_result_line": lambda: {"id": g.request_id(), "result": g.value()},
+            "jsonrpc_error_line": lambda: {"id": g.request_id(), "code": r.choice([-32700, -32601, 0, 2**63 - 1]),
+                                           "message": g.text()},
+            "tool_call_line": lambda: dict({"id": g.request_id(), "response": g.value()}, **g.flags()),
+            "fit_paginated_response": lambda: dict(
+                {"items": [g.value(1) for _ in range(r.randrange(6))], "total_count": r.randrange(-2, 12),
+                 "offset": r.randrange(-2, 12), "max_bytes": r.randrange(0, 300)},
+                **({"items_key": r.choice(["symbols", "é"])} if r.random() < 0.5 else {})),
         }
         args = table[call]()
         # Now and then an argument of the wrong kind, a missing one or an unknown one.
@@ -164,6 +176,12 @@ class Gen:
             for key in r.sample(list(args), min(len(args), r.randrange(2, 4))):
                 args[key] = g.value(1)
         return args
+
+    def flags(self):
+        return {k: self.r.random() < 0.5 for k in ["structured", "is_error"] if self.r.random() < 0.5}
+
+    def request_id(self):
+        return self.r.choice([0, 7, -2**63, "req", self.text(), 2.5, float("nan"), None, True, [1]])
 
     def ask(self):
         r = self.r
@@ -191,7 +209,8 @@ CALLS = ["tool_result_text", "encoded_size", "first_sentence", "cut", "trimmed",
          "get_empty_response", "build_symbol_search_result", "build_symbol_full_details", "outline_module",
          "build_file_symbol", "build_reference", "build_api_endpoint", "build_component", "build_test_coverage",
          "build_wiki_status_response", "build_wiki_list_response", "build_wiki_read_response", "ask_citations",
-         "build_wiki_ask_response"]
+         "build_wiki_ask_response", "call_tool_result", "jsonrpc_result_line", "jsonrpc_error_line", "tool_call_line",
+         "fit_paginated_response"]
 
 
 def make_tree(root):
