@@ -6,9 +6,13 @@ import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js"
 export { McpError } from "@modelcontextprotocol/sdk/types.js";
 
 // connect: a client session with the server at `server`, started with `args`.
+// The client passes the server only a few variables of its own environment;
+// PYTHONPATH goes too, when set, as a client's "env" setting passes it, so
+// that the Python server finds the response layer's module.
 export async function connect(server, args) {
   const client = new Client({ name: "kestrune-example-client", version: "0.1.0" });
-  await client.connect(new StdioClientTransport({ command: server, args, stderr: "ignore" }));
+  const env = process.env.PYTHONPATH === undefined ? undefined : { PYTHONPATH: process.env.PYTHONPATH };
+  await client.connect(new StdioClientTransport({ command: server, args, env, stderr: "ignore" }));
   return client;
 }
 

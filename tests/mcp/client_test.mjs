@@ -70,7 +70,8 @@ test("an index that is not initialized answers the canned responses", () =>
 test("the official inspector's CLI lists the tools", (t) => {
   const inspector = here("inspector/node_modules/.bin/mcp-inspector");
   if (!existsSync(inspector)) return t.skip("the inspector did not install (tests/mcp/install.sh)");
-  const run = spawnSync(inspector, ["--cli", "--format", "json", server, "--db", db, "--method", "tools/list"],
+  const env = process.env.PYTHONPATH === undefined ? [] : ["-e", `PYTHONPATH=${process.env.PYTHONPATH}`];
+  const run = spawnSync(inspector, ["--cli", ...env, "--format", "json", server, "--db", db, "--method", "tools/list"],
     { encoding: "utf8", timeout: 120000 });
   assert.equal(run.status, 0, run.stderr);
   assert.deepEqual(JSON.parse(run.stdout).result.tools.map((t) => t.name), tools);

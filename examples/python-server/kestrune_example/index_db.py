@@ -1,0 +1,442 @@
+"""The repository index that the server answers from: a SQLite database
+opened read-only, queried with bound parameters only; the SQL texts are
+constants, the C++ server's own."""
+
+import bisect
+import os
+import pathlib
+import sqlite3
+from typing import NamedTuple, Optional
+
+from kestrune_mcp_responses import ComponentInfo, Reference, Symbol
+
+_BUSY_SECONDS = 2.0
+
+_SYMBOL_COLUMNS = (
+    "fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated"
+)
+
+
+class IndexState(NamedTuple):
+    """The indexer's state, as the status tool reports it."""
+
+    status: str
+    health: str
+    branch: Optional[str]
+    progress: int
+    files_indexed: int
+    symbols_indexed: int
+    last_updated: Optional[str]
+    errors_count: int
+    phase: Optional[str]
+    phase_detail: Optional[str]
+
+
+class SymbolRow(NamedTuple):
+    """A symbol with the path of its file, which the record itself leaves out."""
+
+    symbol: Symbol
+    file_path: Optional[str]
+
+
+class Page(NamedTuple):
+    """One page of rows and how many match in all."""
+
+    rows: list
+    total: int
+
+
+class WikiState(NamedTuple):
+    """The wiki's own facts; the counts come from its pages."""
+
+    built: bool
+    branch: str
+    enabled: bool
+    configured: bool
+    pages: int
+    files_covered: int
+    total_sources: int
+    last_built: Optional[str]
+    model: Optional[str]
+    stale_pages: list
+
+
+class WikiPage(NamedTuple):
+    """A wiki page with its citations, source files and related pages."""
+
+    page_id: str
+    title: str
+    content: str
+    citations: list
+    source_files: list
+    related_pages: list
+
+
+class IndexDbError(RuntimeError):
+    """The database failed, in the C++ server's words."""
+
+
+def _failed(error):
+    return IndexDbError(f"index database: {error}")
+
+
+def _text_of(data):
+    return data.decode("utf-8", "surrogateescape")
+
+
+def _text(value):
+    # A NULL read as text is empty, as the C++ server reads it.
+    return "" if value is None else value
+
+
+def _flag(value):
+    return None if value is None else value != 0
+
+
+def _symbol_row(row):
+    fqn, name, kind, file_path, start, end, signature, docstring, is_export, truncated = row
+    symbol = Symbol(
+        _text(fqn),
+        name=name,
+        kind=kind,
+        start_line=start,
+        end_line=end,
+        signature=signature,
+        docstring=docstring,
+        is_export=_flag(is_export),
+        docstring_truncated=_flag(truncated),
+    )
+    return SymbolRow(symbol, file_path)
+
+
+def _symbols_query(tail):
+    return f"SELECT {_SYMBOL_COLUMNS} FROM symbols {tail}"
+
+
+def _fts_phrase(text):
+    """An FTS5 phrase of `text` with ASCII letters in lower case: in
+    symbol_names, which holds fqns and names so, the rows that hold it as a
+    substring in the sense of LIKE, which folds ASCII letters only."""
+    lowered = "".join(chr(ord(c) + 32) if "A" <= c <= "Z" else c for c in text)
+    return '"' + lowered.replace('"', '""') + '"'
+
+
+def _contains_pattern(text):
+    """A LIKE pattern that matches `text` anywhere, its wildcards taken literally."""
+    escaped = "".join("\\" + c if c in "%_\\" else c for c in text)
+    return "%" + escaped + "%"
+
+
+def _any_word_query(text):
+    """An FTS5 query for any word of `text`: letters, digits and underscores
+    (and every non-ASCII character), each quoted, joined by OR. Empty when
+    `text` has no word."""
+    words = []
+    word = []
+    for c in text + " ":
+        if ("0" <= c <= "9") or ("a" <= c <= "z") or ("A" <= c <= "Z") or c == "_" or ord(c) >= 0x80:
+            word.append(c)
+        elif word:
+            words.append('"' + "".join(word) + '"')
+            word = []
+    return " OR ".join(words)
+
+
+class IndexDb:
+    """The index at a path, or none (a missing or empty database), which
+    every query reads as not initialized. Queries raise IndexDbError with
+    SQLite's message when the database fails."""
+
+    def __init__(self, path):
+        """The database at `path`, read-only. A file that does not exist, or
+        holds no indexer state, gives an index that is not initialized;
+        a file that SQLite cannot read raises IndexDbError."""
+        self._path = path
+        self._db = self._connect(path)
+
+    def initialized(self):
+        """Whether the index holds the indexer's state. One that did not is
+        looked at again, so that a server started before an indexer made its
+        database answers from it once the indexer has begun."""
+        if self._db is None and self._path:
+            try:
+                self._db = self._connect(self._path)
+            except IndexDbError:
+                pass  # still not a database: not initialized, as before
+        return self._db is not None
+
+    @staticmethod
+    def _connect(path):
+        if not path or not os.path.exists(path):
+            return None
+        uri = pathlib.Path(os.path.abspath(path)).as_uri() + "?mode=ro"
+        try:
+            # An indexer may be writing: a read waits out its brief locks.
+            db = sqlite3.connect(uri, uri=True, timeout=_BUSY_SECONDS)
+            # Text that is not UTF-8 is kept byte for byte, as the C++ server
+            # keeps it: each bad byte a lone surrogate, which the response
+            # layer writes (and server.py sends) as that byte again.
+            db.text_factory = _text_of
+        except sqlite3.Error as e:
+            raise IndexDbError(f"cannot open {path}: {e}") from None
+        try:
+            # Without the indexer's state the repository was never indexed.
+            has_state = db.execute(
+                "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'"
+            ).fetchone()
+            if has_state[0] and db.execute("SELECT count(*) FROM index_status").fetchone()[0]:
+                return db
+        except sqlite3.Error as e:
+            db.close()
+            raise _failed(e) from None
+        db.close()
+        return None
+
+    def _all(self, sql, params=()):
+        try:
+            return self._db.execute(sql, params).fetchall()
+        except sqlite3.Error as e:
+            raise _failed(e) from None
+
+    def _one(self, sql, params=()):
+        rows = self._all(sql, params)
+        return rows[0] if rows else None
+
+    def _count(self, sql, params=()):
+        row = self._one(sql, params)
+        return row[0] if row is not None and row[0] is not None else 0
+
+    def _ids(self, sql, params=()):
+        return [row[0] for row in self._all(sql, params)]
+
+    def state(self):
+        row = self._one(
+            "SELECT status, health, branch, progress, files_indexed, symbols_indexed, last_updated, errors_count, "
+            "phase, phase_detail FROM index_status"
+        )
+        if row is None:
+            raise _failed("no indexer state")
+        status, health, branch, progress, files, symbols, updated, errors, phase, detail = row
+        return IndexState(
+            _text(status), _text(health), branch, progress or 0, files or 0, symbols or 0, updated, errors or 0,
+            phase, detail,
+        )
+
+    def search(self, query, offset, limit):
+        """Symbols whose fqn or name contains `query` (any case), exact names
+        first, then by fqn."""
+        # Below three characters a query has no trigram.
+        if len(query) < 3:
+            return self._scan_search(query, offset, limit)
+        return self._trigram_search(query, offset, limit)
+
+    def _scan_search(self, query, offset, limit):
+        # Search by scanning every symbol with LIKE: for queries too short to
+        # have a trigram.
+        contains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' "
+        pattern = _contains_pattern(query)
+        total = self._count("SELECT count(*) FROM symbols " + contains, (pattern,))
+        rows = self._all(
+            _symbols_query(contains + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"),
+            (pattern, query, limit, offset),
+        )
+        return Page([_symbol_row(r) for r in rows], total)
+
+    def _first_by_fqn(self, candidates, wanted, total, n):
+        """The first `n` ids in fqn order of which `wanted` holds, of the
+        `total` that it holds for. Where they are dense, walking the fqn index
+        finds them sooner than reading and sorting the fqn of every one."""
+        ids = []
+        symbols = float(self._count("SELECT max(id) FROM symbols"))
+        if float(n) * symbols < 4.0 * float(total) * float(total):
+            try:
+                walk = self._db.execute("SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn")
+                for (symbol_id,) in walk:
+                    if len(ids) >= n:
+                        break
+                    if wanted(symbol_id):
+                        ids.append(symbol_id)
+                walk.close()
+            except sqlite3.Error as e:
+                raise _failed(e) from None
+            return ids
+        keyed = []
+        for symbol_id in candidates:
+            if wanted(symbol_id):
+                row = self._one("SELECT fqn FROM symbols WHERE id = ?1", (symbol_id,))
+                if row is not None:
+                    keyed.append((_text(row[0]), symbol_id))
+        keyed.sort()
+        return [symbol_id for _, symbol_id in keyed[: max(n, 0)]]
+
+    def _trigram_search(self, query, offset, limit):
+        # Search through the trigram index, read once: it gives every matching
+        # id, and so the count. The answer's order (exact names first, then by
+        # fqn) is read as three groups, each in fqn order: the symbols named
+        # `query`, the other matches, and those without a name (after the
+        # others, as NULL sorts last in the descending order). Only the page's
+        # rows are read whole.
+        matches = self._ids(
+            "SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid", (_fts_phrase(query),)
+        )
+        total = len(matches)
+
+        def holds(sorted_ids, symbol_id):
+            at = bisect.bisect_left(sorted_ids, symbol_id)
+            return at < len(sorted_ids) and sorted_ids[at] == symbol_id
+
+        # A name equal to the query holds it: each is a match.
+        exact = self._ids("SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn", (query,))
+        unnamed = [
+            i for i in self._ids("SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn") if holds(matches, i)
+        ]
+        grouped = sorted(exact + unnamed)
+
+        ids = []
+        skip = offset
+
+        def take(group):
+            nonlocal skip
+            for symbol_id in group:
+                if len(ids) >= limit:
+                    return
+                if skip > 0:
+                    skip -= 1
+                else:
+                    ids.append(symbol_id)
+
+        take(exact)
+        others = total - len(grouped)
+        if len(ids) < limit:
+            if skip >= others:
+                skip -= others
+            else:
+                wanted = lambda i: holds(matches, i) and not holds(grouped, i)  # noqa: E731
+                take(self._first_by_fqn(matches, wanted, others, skip + limit - len(ids)))
+        take(unnamed)
+        rows = []
+        for symbol_id in ids:
+            row = self._one(_symbols_query("WHERE id = ?1"), (symbol_id,))
+            if row is not None:
+                rows.append(_symbol_row(row))
+        return Page(rows, total)
+
+    def symbol(self, fqn):
+        row = self._one(_symbols_query("WHERE fqn = ?1"), (fqn,))
+        return None if row is None else _symbol_row(row)
+
+    def file_symbols(self, path):
+        """The symbols of the file at `path`, by start line."""
+        rows = self._all(_symbols_query("WHERE file_path = ?1 ORDER BY start_line, fqn"), (path,))
+        return [_symbol_row(r) for r in rows]
+
+    def references(self, fqn, offset, limit):
+        """The uses of the symbol `fqn`, by file and line."""
+        total = self._count("SELECT count(*) FROM symbol_refs WHERE symbol_fqn = ?1", (fqn,))
+        rows = []
+        for path, line, caller_fqn, caller_kind, usage in self._all(
+            "SELECT file_path, line, caller_fqn, caller_kind, usage_type FROM symbol_refs WHERE symbol_fqn = ?1 "
+            "ORDER BY file_path, line LIMIT ?2 OFFSET ?3",
+            (fqn, limit, offset),
+        ):
+            caller = None if caller_fqn is None else {"fqn": caller_fqn, "kind": caller_kind}
+            rows.append(Reference(file_path=path, line=line, caller_symbol=caller, usage_type=usage))
+        return Page(rows, total)
+
+    def components(self):
+        return [
+            ComponentInfo(name=name, layer=layer, path_pattern=pattern, file_count=files, symbol_count=symbols)
+            for name, layer, pattern, files, symbols in self._all(
+                "SELECT name, layer, path_pattern, file_count, symbol_count FROM components ORDER BY name"
+            )
+        ]
+
+    def wiki_state(self):
+        """None when the wiki was never set up."""
+        row = self._one(
+            "SELECT built, branch, enabled, configured, total_sources, last_built, model, "
+            "(SELECT count(*) FROM wiki_pages), "
+            "(SELECT count(DISTINCT path) FROM wiki_citations) FROM wiki_state"
+        )
+        if row is None:
+            return None
+        built, branch, enabled, configured, total_sources, last_built, model, pages, covered = row
+        stale = [_text(r[0]) for r in self._all("SELECT page_id FROM wiki_pages WHERE stale ORDER BY position")]
+        return WikiState(
+            bool(built), _text(branch), bool(enabled), bool(configured), pages or 0, covered or 0,
+            total_sources or 0, last_built, model, stale,
+        )
+
+    def wiki_pages(self, offset, limit):
+        """Page rows (page_id, title, stale, sections) in wiki order."""
+        total = self._count("SELECT count(*) FROM wiki_pages")
+        rows = [
+            {"page_id": _text(page_id), "title": _text(title), "stale": bool(stale), "sections": sections or 0}
+            for page_id, title, stale, sections in self._all(
+                "SELECT page_id, title, stale, (SELECT count(*) FROM wiki_sections WHERE page_id = p.page_id) "
+                "FROM wiki_pages AS p ORDER BY position LIMIT ?1 OFFSET ?2",
+                (limit, offset),
+            )
+        ]
+        return Page(rows, total)
+
+    def _citations(self, section_id):
+        return [
+            {"path": _text(path), "line_start": start, "line_end": end}
+            for path, start, end in self._all(
+                "SELECT path, line_start, line_end FROM wiki_citations WHERE section_id = ?1 ORDER BY id",
+                (section_id,),
+            )
+        ]
+
+    def wiki_page(self, page_id):
+        row = self._one("SELECT page_id, title, content FROM wiki_pages WHERE page_id = ?1", (page_id,))
+        if row is None:
+            return None
+        citations = []
+        for section_id in self._ids("SELECT id FROM wiki_sections WHERE page_id = ?1 ORDER BY id", (page_id,)):
+            citations.extend(self._citations(section_id))
+        files = [
+            _text(r[0])
+            for r in self._all(
+                "SELECT DISTINCT c.path FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id = c.section_id "
+                "WHERE s.page_id = ?1 ORDER BY c.path",
+                (page_id,),
+            )
+        ]
+        related = [
+            _text(r[0])
+            for r in self._all(
+                "SELECT related_page_id FROM wiki_links WHERE page_id = ?1 ORDER BY related_page_id", (page_id,)
+            )
+        ]
+        return WikiPage(_text(row[0]), _text(row[1]), _text(row[2]), citations, files, related)
+
+    def wiki_sections(self, query, limit):
+        """The sections that hold words of `query`, best first (at most
+        `limit`), as the wiki's ask takes them: page_id, title, heading,
+        similarity (1.0 for the best), stale, excerpt and citations."""
+        match = _any_word_query(query)
+        if not match:
+            return []
+        # bm25 is negative, best lowest: the best section's similarity is 1.0.
+        rows = self._all(
+            "WITH hits AS (SELECT rowid AS id, bm25(wiki_search) AS score FROM wiki_search "
+            "WHERE wiki_search MATCH ?1 ORDER BY score LIMIT ?2) "
+            "SELECT h.id, p.page_id, p.title, s.heading, round(h.score / min(h.score) OVER (), 3), p.stale, s.body "
+            "FROM hits AS h JOIN wiki_sections AS s ON s.id = h.id JOIN wiki_pages AS p ON p.page_id = s.page_id "
+            "ORDER BY h.score, h.id",
+            (match, limit),
+        )
+        return [
+            {
+                "page_id": _text(page_id),
+                "title": _text(title),
+                "heading": _text(heading),
+                "similarity": float(similarity or 0.0),
+                "stale": bool(stale),
+                "excerpt": _text(body),
+                "citations": self._citations(section_id),
+            }
+            for section_id, page_id, title, heading, similarity, stale, body in rows
+        ]

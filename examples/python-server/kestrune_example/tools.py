@@ -1,0 +1,279 @@
+"""The tools: what each takes (its params, which are its input schema) and
+how it answers from the index with the response layer's builders."""
+
+from typing import Callable, NamedTuple, Optional
+
+import kestrune_mcp_responses as mr
+
+from .index_db import IndexDb
+from .tool_args import Args, InputError, Param, input_schema
+
+DEFAULT_LIMIT = 20
+MAX_LIMIT = 100
+ASK_SECTIONS = 5
+
+_OFFSET = Param("offset", "integer", False, "rows to skip: the offset a truncated page's hint names")
+_LIMIT = Param("limit", "integer", False, "most rows in the page (default 20)", (), 1, MAX_LIMIT)
+
+_SEARCH_PARAMS = (
+    Param("query", "string", True, "text that the symbol's qualified name or name contains (any case)"),
+    _OFFSET,
+    _LIMIT,
+)
+_SYMBOL_PARAMS = (Param("fqn", "string", True, "the symbol's fully qualified name"),)
+_FILE_PARAMS = (Param("path", "string", True, "the file's path in the repository"),)
+_REFERENCES_PARAMS = (
+    Param("fqn", "string", True, "the fully qualified name of the symbol that is used"),
+    _OFFSET,
+    _LIMIT,
+)
+_WIKI_PARAMS = (
+    Param(
+        "action",
+        "string",
+        True,
+        "what to do: the wiki's status, a list of its pages, read a page, or ask",
+        ("status", "list", "read", "ask"),
+    ),
+    Param("page_id", "string", False, "read: the page to read"),
+    Param("query", "string", False, "ask: the question"),
+    Param("token_budget", "integer", False, "ask: most tokens of the answer (4 bytes each)", (), 1),
+    _OFFSET,
+    _LIMIT,
+)
+
+
+class ToolsConfig(NamedTuple):
+    """Where the tools read from and how much one answer may hold."""
+
+    index: IndexDb
+    root: str  # the work tree that code lines are read from
+    page_bytes: int = 40000  # most bytes of a page's text (search, references)
+
+
+class ToolAnswer(NamedTuple):
+    """A tool's answer and how to send it."""
+
+    response: dict
+    structured: bool = False
+    is_error: bool = False
+
+
+def _status(c, args):
+    s = c.index.state()
+    return mr.build_index_status_response(
+        s.status, s.health, s.branch, s.progress, s.files_indexed, s.symbols_indexed,
+        s.last_updated, s.errors_count, s.phase, s.phase_detail,
+    )
+
+
+def _fitted_page(c, rows, total, offset, key):
+    # A page of rows, cut to the server's byte budget: its hint names the
+    # offset of the first row left out.
+    return mr.fit_paginated_response(rows, total, offset, c.page_bytes, items_key=key)
+
+
+def _search(c, args):
+    offset = args.integer_or("offset", 0)
+    hits = c.index.search(args.string("query"), offset, args.integer_or("limit", DEFAULT_LIMIT))
+    rows = [mr.build_symbol_search_result(hit.symbol, hit.file_path) for hit in hits.rows]
+    return _fitted_page(c, rows, hits.total, offset, "symbols")
+
+
+def _symbol(c, args):
+    fqn = args.string("fqn")
+    hit = c.index.symbol(fqn)
+    if hit is None:
+        return {"found": False, "message": f"No symbol is named {fqn}."}
+    return mr.build_symbol_full_details(hit.symbol, hit.file_path)
+
+
+def _file(c, args):
+    path = args.string("path")
+    symbols = c.index.file_symbols(path)
+    if not symbols:
+        raise InputError("no indexed file at " + mr.quote(path))
+    # The module is the one the file's definitions sit in: its own module
+    # symbol, when it has one, would make that the module's parent. That row
+    # is listed all the same, under its whole fqn.
+    fqns = [s.symbol.fqn for s in symbols if s.symbol.kind != "module"]
+    if not fqns:
+        fqns = [s.symbol.fqn for s in symbols]
+    module = mr.outline_module(fqns)
+    rows = [mr.build_file_symbol(s.symbol, module) for s in symbols]
+    return {"file": path, "module": module, "symbols": rows}
+
+
+def _references(c, args):
+    offset = args.integer_or("offset", 0)
+    refs = c.index.references(args.string("fqn"), offset, args.integer_or("limit", DEFAULT_LIMIT))
+    # One read of the work tree for the whole page.
+    places = [(r.file_path, r.line) for r in refs.rows if r.file_path is not None and r.line is not None]
+    code = mr.code_lines(c.root, places)
+    rows = [mr.build_reference(r, code.get((r.file_path, r.line))) for r in refs.rows]
+    return _fitted_page(c, rows, refs.total, offset, "references")
+
+
+def _architecture(c, args):
+    return {"components": [mr.build_component(component) for component in c.index.components()]}
+
+
+def _wiki_status(c):
+    s = c.index.wiki_state()
+    if s is None:
+        return mr.build_wiki_status_response(built=False, branch=c.index.state().branch or "")
+    return mr.build_wiki_status_response(
+        built=s.built,
+        branch=s.branch,
+        pages=s.pages,
+        files_covered=s.files_covered,
+        total_sources=s.total_sources,
+        coverage_pct=100.0 * s.files_covered / s.total_sources if s.total_sources > 0 else 0.0,
+        last_built=s.last_built,
+        model=s.model,
+        stale_pages=s.stale_pages,
+        enabled=s.enabled,
+        configured=s.configured,
+    )
+
+
+def _wiki(c, args):
+    action = args.string("action")
+    if action == "status":
+        return _wiki_status(c)
+    if action == "list":
+        offset = args.integer_or("offset", 0)
+        pages = c.index.wiki_pages(offset, args.integer_or("limit", DEFAULT_LIMIT))
+        return mr.build_wiki_list_response(pages.rows, pages.total, offset, offset + len(pages.rows) < pages.total)
+    if action == "read":
+        page_id = args.optional("page_id")
+        if page_id is None:
+            raise InputError('the read action needs "page_id"')
+        page = c.index.wiki_page(page_id)
+        if page is None:
+            raise InputError("no wiki page " + mr.quote(page_id))
+        return mr.build_wiki_read_response(
+            page_id=page.page_id,
+            title=page.title,
+            content=page.content,
+            citations=page.citations,
+            source_files=page.source_files,
+            related_pages=page.related_pages,
+        )
+    query = args.optional("query")
+    if query is None:
+        raise InputError('the ask action needs "query"')
+    return mr.build_wiki_ask_response(
+        mode="sections",
+        query=query,
+        answer=None,
+        sections=c.index.wiki_sections(query, ASK_SECTIONS),
+        note="No answer model is configured: these are the wiki sections that match, best first.",
+        token_budget=args.optional("token_budget"),
+    )
+
+
+def _status_output_schema():
+    # The status tool's output schema: the keys that every status answer
+    # has, the canned one for a repository that is not initialized included.
+    text = {"type": "string"}
+    count = {"type": "integer"}
+    text_or_null = {"type": ["string", "null"]}
+    return {
+        "type": "object",
+        "properties": {
+            "status": text,
+            "health": text,
+            "branch": text_or_null,
+            "progress": count,
+            "files_indexed": count,
+            "symbols_indexed": count,
+            "last_updated": text_or_null,
+            "errors_count": count,
+            "phase": text,
+            "phase_detail": text,
+        },
+        "required": ["status", "health", "branch", "progress", "files_indexed", "symbols_indexed", "errors_count"],
+    }
+
+
+class _Tool(NamedTuple):
+    name: str
+    description: str
+    params: tuple
+    run: Callable
+    # A tool with an output schema also sends its answers as structuredContent.
+    output_schema: Optional[Callable] = None
+
+
+_TOOLS = (
+    _Tool(
+        "status",
+        "The indexer's state: status, health, branch, progress and counts.",
+        (),
+        _status,
+        _status_output_schema,
+    ),
+    _Tool(
+        "search",
+        "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
+        _SEARCH_PARAMS,
+        _search,
+    ),
+    _Tool("symbol", "Everything known about one symbol, its whole docstring included.", _SYMBOL_PARAMS, _symbol),
+    _Tool(
+        "file",
+        "The outline of one file: its module and a row per symbol, named relative to the module.",
+        _FILE_PARAMS,
+        _file,
+    ),
+    _Tool(
+        "references",
+        "Where a symbol is used, with the line of code at each place.",
+        _REFERENCES_PARAMS,
+        _references,
+    ),
+    _Tool("architecture", "The repository's components with their layers and counts.", (), _architecture),
+    _Tool(
+        "wiki",
+        "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
+        _WIKI_PARAMS,
+        _wiki,
+    ),
+)
+_BY_NAME = {t.name: t for t in _TOOLS}
+
+
+class Tools:
+    def __init__(self, config):
+        self._config = config
+
+    @staticmethod
+    def list():
+        """The result of tools/list: {"tools": [...]}, each with its input
+        schema (and the status tool with its output schema)."""
+        tools = []
+        for t in _TOOLS:
+            entry = {"name": t.name, "description": t.description, "inputSchema": input_schema(t.params)}
+            if t.output_schema is not None:
+                entry["outputSchema"] = t.output_schema()
+            tools.append(entry)
+        return {"tools": tools}
+
+    @staticmethod
+    def exists(name):
+        return name in _BY_NAME
+
+    def call(self, name, arguments):
+        """Tool `name`'s answer to `arguments`. Arguments that the schema does
+        not allow give an error answer (isError) that says what is wrong; an
+        index that is not initialized gives the tool's canned answer."""
+        tool = _BY_NAME[name]
+        structured = tool.output_schema is not None
+        try:
+            args = Args(arguments, tool.params)
+            if not self._config.index.initialized():
+                return ToolAnswer(mr.get_empty_response(name), structured)
+            return ToolAnswer(tool.run(self._config, args), structured)
+        except InputError as e:
+            return ToolAnswer({"error": e.message}, is_error=True)
