@@ -10,6 +10,7 @@ import dataclasses
 import logging
 import operator
 import os
+import re
 import sys
 import tempfile
 import threading
@@ -256,6 +257,27 @@ class CodeLines(unittest.TestCase):
         finally:
             sys.setswitchinterval(interval)
         self.assertTrue(state["seen"], "no other thread ran while code_lines read")
+
+
+class Stubs(unittest.TestCase):
+    def test_every_public_name_has_a_stub_with_its_parameters(self):
+        import ast
+        stub = Path(kmr.__file__).with_name("_native.pyi").read_text()
+        stubbed = {}
+        for node in ast.parse(stub).body:
+            if isinstance(node, ast.FunctionDef):
+                stubbed[node.name] = [a.arg for a in node.args.posonlyargs + node.args.args + node.args.kwonlyargs]
+            elif isinstance(node, ast.AnnAssign):
+                stubbed[node.target.id] = None
+        native = sys.modules["kestrune_mcp_responses._native"]
+        public = {n for n in dir(native) if not n.startswith("__")}
+        self.assertEqual(public, set(stubbed) - {"Value", "Row", "Record"})
+        for name, params in stubbed.items():
+            if params is None:
+                continue
+            # pybind11 writes the signature as the docstring's first line.
+            signature = getattr(native, name).__doc__.splitlines()[0]
+            self.assertEqual(re.findall(r"(\w+):", signature.split("(", 1)[1]), params, name)
 
 
 if __name__ == "__main__":
