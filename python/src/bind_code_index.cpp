@@ -150,10 +150,7 @@ py::dict fit_paginated(const py::handle& items, const py::handle& total_count, c
   const py::object rows = checked(PySequence_Fast(items.ptr(), "fit_paginated_response: items must be a sequence"));
   const Py_ssize_t n_rows = PySequence_Fast_GET_SIZE(rows.ptr());
   std::string root = "$.";
-  std::string scratch;
-  std::string_view key_bytes;
-  if (!utf8_of(items_key.ptr(), scratch, key_bytes, "items_key")) throw py::error_already_set();
-  append_escaped_utf8(root, key_bytes);
+  append_escaped_utf8(root, Utf8Arg(items_key, "items_key").bytes);
   std::vector<Py_ssize_t> prefix(static_cast<std::size_t>(n_rows) + 1, 0);
   for (Py_ssize_t i = 0; i < n_rows; ++i) {
     const std::string where = root + "[" + std::to_string(i) + "]";
@@ -222,12 +219,7 @@ py::dict symbol_full_details(const py::handle& symbol, const py::handle& file_pa
 
 py::str module_of(const py::iterable& fqns) {
   std::vector<std::string> texts;
-  std::string scratch;
-  for (const auto& fqn : fqns) {
-    std::string_view bytes;
-    if (!utf8_of(fqn.ptr(), scratch, bytes, "outline_module: an fqn")) throw py::error_already_set();
-    texts.emplace_back(bytes);
-  }
+  for (const auto& fqn : fqns) texts.emplace_back(Utf8Arg(fqn, "outline_module: an fqn").bytes);
   return text(outline_module(std::span<const std::string>(texts)));
 }
 
@@ -372,10 +364,7 @@ void bind_code_index(py::module_& m) {
   m.def(
       "get_empty_response",
       [](const py::handle& tool_name) {
-        std::string scratch;
-        std::string_view name;
-        if (!utf8_of(tool_name.ptr(), scratch, name, "get_empty_response: tool_name")) throw py::error_already_set();
-        return checked(from_dict(get_empty_response(name)));
+        return checked(from_dict(get_empty_response(Utf8Arg(tool_name, "get_empty_response: tool_name").bytes)));
       },
       arg("tool_name"), "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}.");
   m.def("build_symbol_search_result", &symbol_search_result, arg("symbol"), arg("file_path") = none,

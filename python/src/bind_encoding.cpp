@@ -32,14 +32,7 @@ void bind_encoding(py::module_& m) {
       "The number of bytes of the UTF-8 form of tool_result_text(result), counted without writing it.\n"
       "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form.");
   m.def(
-      "quote",
-      [](const py::handle& s) {
-        std::string scratch;
-        std::string_view bytes;
-        if (!utf8_of(s.ptr(), scratch, bytes, "quote: text")) throw py::error_already_set();
-        return text(quote(bytes));
-      },
-      py::arg("text"),
+      "quote", [](const py::handle& s) { return text(quote(Utf8Arg(s, "quote: text").bytes)); }, py::arg("text"),
       "`text` in double quotes as an error message shows an argument: whole, with the compact text's\n"
       "escapes (a NUL as \\u0000).");
 }

@@ -10,19 +10,6 @@
 #include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
-namespace {
-
-// A text argument's UTF-8 bytes.
-struct Utf8Arg {
-  Utf8Arg(const py::handle& s, std::string_view what) {
-    if (!utf8_of(s.ptr(), scratch, bytes, what)) throw py::error_already_set();
-  }
-  std::string scratch;
-  std::string_view bytes;
-};
-
-}  // namespace
-
 py::object summary_of(const py::handle& docstring, std::string_view caller) {
   if (docstring.is_none()) return py::none();
   const Utf8Arg doc(docstring, caller);

@@ -149,12 +149,7 @@ std::optional<std::string> optional_text(const py::handle& v, const char* what) 
   return required_text(v, what);
 }
 
-std::string required_text(const py::handle& v, const char* what) {
-  std::string scratch;
-  std::string_view bytes;
-  if (!utf8_of(v.ptr(), scratch, bytes, what)) throw py::error_already_set();
-  return std::string(bytes);
-}
+std::string required_text(const py::handle& v, const char* what) { return std::string(Utf8Arg(v, what).bytes); }
 
 std::optional<ResponseDict> optional_map(const py::handle& v, const char* name) {
   if (v.is_none()) return std::nullopt;

@@ -4,6 +4,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <string>
 #include <string_view>
 
 namespace kestrune::mcp_responses::python {
@@ -39,6 +40,14 @@ py::object field(const py::handle& record, PyObject* name);
 
 /// summary_of: first_sentence of a docstring that is None or a str.
 py::object summary_of(const py::handle& docstring, std::string_view caller);
+
+/// Utf8Arg: the UTF-8 bytes of a str argument (see utf8_of); a non-str
+/// raises TypeError naming `what`.
+struct Utf8Arg {
+  Utf8Arg(const py::handle& s, std::string_view what);
+  std::string scratch;
+  std::string_view bytes;
+};
 
 /// text: str of UTF-8 bytes (lone surrogates kept).
 py::object text(std::string_view utf8);

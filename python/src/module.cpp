@@ -4,6 +4,7 @@
 
 #include "bindings.hpp"
 #include "encoder.hpp"
+#include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
 
@@ -14,6 +15,10 @@ py::object field(const py::handle& record, PyObject* name) {
     return py::reinterpret_borrow<py::object>(v != nullptr ? v : Py_None);
   }
   return checked(PyObject_GetAttr(record.ptr(), name));
+}
+
+Utf8Arg::Utf8Arg(const py::handle& s, std::string_view what) {
+  if (!utf8_of(s.ptr(), scratch, bytes, what)) throw py::error_already_set();
 }
 
 py::object text(std::string_view utf8) { return checked(str_from_utf8(utf8)); }
