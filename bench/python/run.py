@@ -1,0 +1,249 @@
+"""Times the native module kestrune_mcp_responses against json, orjson and
+the same builders in plain Python (reference.py), under one interpreter,
+and prints Markdown tables of medians and ratios with the targets met or not.
+
+    python3 bench/python/run.py [--quick] [--no-memory]
+
+The module's output is checked against the plain-Python builders on every
+input before that input is timed; a mismatch is printed loudly and makes
+the run exit with status 1 after the tables.
+"""
+
+import argparse
+import datetime
+import json
+import os
+import platform
+import sys
+
+import orjson
+
+import kestrune_mcp_responses as m
+
+import corpus
+import peak_memory
+import reference as ref
+from timing import Contender, medians
+
+MISMATCHES = []
+
+
+def check(what, ours, theirs):
+    """Whether the module's `ours` equals plain Python's `theirs`; if not, says so loudly."""
+    if ours == theirs:
+        return True
+    MISMATCHES.append(what)
+    at = 0
+    if isinstance(ours, (str, list)) and type(ours) is type(theirs):
+        at = next((k for k, (a, b) in enumerate(zip(ours, theirs)) if a != b), min(len(ours), len(theirs)))
+        ours, theirs = ours[at:], theirs[at:]
+    print(f"\n!!!!! MISMATCH: {what}, from [{at}]:\n  module: {str(ours)[:300]}\n  python: {str(theirs)[:300]}\n",
+          file=sys.stderr)
+    return False
+
+
+def us(seconds):
+    return f"{seconds * 1e6:,.1f}"
+
+
+def met(ok):
+    return "met" if ok else "**not met**"
+
+
+def table(header, rows, left=1):
+    """A Markdown table whose first `left` columns are text, the others numbers."""
+    print("| " + " | ".join(header) + " |")
+    print("|" + "|".join("---" if k < left else "---:" for k in range(len(header))) + "|")
+    for r in rows:
+        print("| " + " | ".join(str(c) for c in r) + " |")
+    print()
+
+
+FRESH_COPIES = 500
+
+
+def encoding(opts):
+    print("## 1. Encoding: tool_result_text against json.dumps and orjson.dumps\n")
+    compact = json.JSONEncoder(separators=(",", ":"), ensure_ascii=False).encode
+    same, fresh, parts = [], [], []
+    for name, value in corpus.encoding_mix().items():
+        text = m.tool_result_text(value)
+        check(f"tool_result_text of {name} differs from json.dumps", text, ref.tool_result_text(value))
+        check(f"_encoded_size of {name}", m._encoded_size(value), len(text.encode()))
+        encoders = {"ours": m.tool_result_text, "json": ref.tool_result_text, "orjson": orjson.dumps,
+                    "orjson_str": lambda v: orjson.dumps(v).decode()}
+        contenders = {k: Contender(fn, value) for k, fn in encoders.items()}
+        contenders |= {"fresh " + k: Contender.fresh(fn, lambda: json.loads(text), FRESH_COPIES)
+                       for k, fn in encoders.items()}
+        contenders |= {"json_encoder": Contender(compact, value), "size": Contender(m._encoded_size, value),
+                       "decode": Contender(bytes.decode, text.encode())}
+        c = medians(contenders, **opts)
+        t = {k: v.median for k, v in c.items()}
+        for rows, p in ((same, ""), (fresh, "fresh ")):
+            vs_json, vs_orjson = t[p + "json"] / t[p + "ours"], t[p + "orjson"] / t[p + "ours"]
+            rows.append([name, f"{len(text.encode()):,}", us(t[p + "ours"]), us(t[p + "json"]), us(t[p + "orjson"]),
+                         us(t[p + "orjson_str"]), f"{vs_json:.2f}x", f"{vs_orjson:.2f}x",
+                         f"{t[p + 'orjson_str'] / t[p + 'ours']:.2f}x", met(vs_json >= 4), met(vs_orjson >= 1)])
+        parts.append([name, us(t["json_encoder"]), f"{t['json_encoder'] / t['ours']:.2f}x", us(t["size"]),
+                      f"{t['size'] / t['ours']:.2f}", us(t["decode"]), f"{t['decode'] / t['ours']:.2f}",
+                      f"{max(x.spread for x in c.values()):.1%}"])
+    header = ["response", "bytes", "tool_result_text µs", "json.dumps µs", "orjson.dumps µs", "orjson + decode µs",
+              "vs json.dumps", "vs orjson.dumps", "vs orjson + decode", "≥ 4x json.dumps", "≥ orjson.dumps"]
+    print("The same objects encoded again and again (timeit):\n")
+    table(header, same)
+    print(f"Each response encoded once, as a server does: {FRESH_COPIES} copies made by json.loads before "
+          "each repetition, so no string has a cached UTF-8 form yet (orjson relies on that cache):\n")
+    table(header, fresh)
+    print("A json.JSONEncoder made once (json.dumps with separators makes one per call); _encoded_size "
+          "(the same walk, counting instead of writing); decoding the text's UTF-8 into a str; and the "
+          "widest interquartile range of this response's timings, over its median:\n")
+    table(["response", "prebuilt JSONEncoder µs", "vs ours", "_encoded_size µs", "/ ours", "UTF-8 to str µs",
+           "/ ours", "widest spread"], parts)
+
+
+def page_module(symbols, paths, total):
+    rows = [m.build_symbol_search_result(s, p) for s, p in zip(symbols, paths)]
+    return m.tool_result_text(m.build_paginated_response(rows, total, 0, items_key="symbols"))
+
+
+def page_python(symbols, paths, total):
+    rows = [ref.build_symbol_search_result(s, p) for s, p in zip(symbols, paths)]
+    return ref.tool_result_text(ref.build_paginated_response(rows, total, 0, items_key="symbols"))
+
+
+def rows_module(symbols, paths):
+    return [m.build_symbol_search_result(s, p) for s, p in zip(symbols, paths)]
+
+
+def rows_python(symbols, paths):
+    return [ref.build_symbol_search_result(s, p) for s, p in zip(symbols, paths)]
+
+
+def first_sentences(fn, docstrings):
+    return [fn(d) for d in docstrings]
+
+
+def search_page(opts):
+    print("## 2. A 50-row symbol search page: build from records and encode\n")
+    symbols, paths, total = corpus.symbol_hits(50, 11)
+    rows = rows_module(symbols, paths)
+    check("symbol search rows", rows, rows_python(symbols, paths))
+    check("symbol search page text", page_module(symbols, paths, total), page_python(symbols, paths, total))
+    docstrings = [s.docstring for s in symbols]
+    check("first sentences", first_sentences(m.first_sentence, docstrings),
+          first_sentences(ref.first_sentence, docstrings))
+    page = m.build_paginated_response(list(rows), total, 0, items_key="symbols")
+    c = medians({
+        "ours": Contender(page_module, symbols, paths, total),
+        "python": Contender(page_python, symbols, paths, total),
+        "rows_ours": Contender(rows_module, symbols, paths),
+        "rows_python": Contender(rows_python, symbols, paths),
+        "first_ours": Contender(first_sentences, m.first_sentence, docstrings),
+        "first_python": Contender(first_sentences, ref.first_sentence, docstrings),
+        "wrap_ours": Contender(lambda r: m.build_paginated_response(r, total, 0, items_key="symbols"), rows),
+        "wrap_python": Contender(lambda r: ref.build_paginated_response(r, total, 0, items_key="symbols"), rows),
+        "encode_ours": Contender(m.tool_result_text, page),
+        "encode_python": Contender(ref.tool_result_text, page),
+    }, **opts)
+    t = {k: v.median for k, v in c.items()}
+    ratio = t["python"] / t["ours"]
+    table(["step", "module µs", "plain Python µs", "ratio"], [
+        ["build 50 rows + wrap + encode", us(t["ours"]), us(t["python"]), f"{ratio:.2f}x"],
+        ["of which: 50 rows", us(t["rows_ours"]), us(t["rows_python"]), f"{t['rows_python'] / t['rows_ours']:.2f}x"],
+        ["of which: 50 first sentences alone", us(t["first_ours"]), us(t["first_python"]),
+         f"{t['first_python'] / t['first_ours']:.2f}x"],
+        ["of which: build_paginated_response", us(t["wrap_ours"]), us(t["wrap_python"]),
+         f"{t['wrap_python'] / t['wrap_ours']:.2f}x"],
+        ["of which: encode the page", us(t["encode_ours"]), us(t["encode_python"]),
+         f"{t['encode_python'] / t['encode_ours']:.2f}x"],
+    ])
+    print(f"Target at least 3x: {met(ratio >= 3)} ({ratio:.2f}x).\n")
+
+
+def ask(opts):
+    print("## 3. A budgeted wiki ask over 50 sections\n")
+    inputs = corpus.ask_inputs(50, 17, excerpt_chars=1200, excerpt_spread=600)
+    unbudgeted = ref._encoded_size(ref.build_wiki_ask_response(**inputs))
+    budget = unbudgeted * 6 // 10 // ref._BYTES_PER_TOKEN
+    ours = m.build_wiki_ask_response(**inputs, token_budget=budget)
+    theirs = ref.build_wiki_ask_response(**inputs, token_budget=budget)
+    same = check("budgeted ask text", m.tool_result_text(ours), ref.tool_result_text(theirs))
+    whole = unbudgeted // ref._BYTES_PER_TOKEN
+    for tokens in (None, -1, 0, 100, whole // 10, whole * 4 // 10, whole * 8 // 10, whole, whole + 50 * 50):
+        same &= check(f"ask text with token_budget {tokens}",
+                      m.tool_result_text(m.build_wiki_ask_response(**inputs, token_budget=tokens)),
+                      ref.tool_result_text(ref.build_wiki_ask_response(**inputs, token_budget=tokens)))
+    excerpts = [len(s["excerpt"]) for s in theirs["sections"]]
+    cut = sum(1 for s, e in zip(inputs["sections"], excerpts) if e < len(ref._trimmed(s["excerpt"], 1200)))
+    print(f"Inputs: 50 sections, excerpts of {min(len(s['excerpt']) for s in inputs['sections'])} to "
+          f"{max(len(s['excerpt']) for s in inputs['sections'])} characters, 2-6 citations each; "
+          f"unbudgeted answer {unbudgeted:,} bytes; token_budget {budget:,} ({budget * 4:,} bytes). "
+          f"The result keeps {len(excerpts)} sections, {cut} of them cut, {ref._encoded_size(theirs):,} bytes. "
+          f"Module and plain Python give the same text, under this budget and under none, -1, 0, 100, "
+          f"10%, 40%, 80% and 100% of the unbudgeted answer's tokens and that plus 200 bytes a section: "
+          f"{'yes' if same else 'NO'}.\n")
+    c = medians({
+        "ours": Contender(lambda: m.build_wiki_ask_response(**inputs, token_budget=budget)),
+        "python": Contender(lambda: ref.build_wiki_ask_response(**inputs, token_budget=budget)),
+        "ours_free": Contender(lambda: m.build_wiki_ask_response(**inputs)),
+        "python_free": Contender(lambda: ref.build_wiki_ask_response(**inputs)),
+        "encode_ours": Contender(m.tool_result_text, ours),
+        "size_python": Contender(ref._encoded_size, theirs),
+        "citations_python": Contender(ref._ask_citations, inputs["sections"], inputs["citations"]),
+    }, **opts)
+    t = {k: v.median for k, v in c.items()}
+    ratio = t["python"] / t["ours"]
+    table(["step", "module µs", "plain Python µs", "ratio"], [
+        ["budgeted ask", us(t["ours"]), us(t["python"]), f"{ratio:.2f}x"],
+        ["ask without a budget", us(t["ours_free"]), us(t["python_free"]),
+         f"{t['python_free'] / t['ours_free']:.2f}x"],
+        ["one measurement of the result (tool_result_text / len(dumps().encode()))", us(t["encode_ours"]),
+         us(t["size_python"]), f"{t['size_python'] / t['encode_ours']:.2f}x"],
+        ["one _ask_citations of all 50 sections", "", us(t["citations_python"]), ""],
+    ])
+    print(f"Target at least 20x: {met(ratio >= 20)} ({ratio:.2f}x).\n")
+
+
+def memory():
+    print("## 4. Peak memory encoding a ~100 MB response (each encoder in a fresh process)\n")
+    texts = {"bmp": "ASCII, Latin-1 and other BMP characters", "latin1": "ASCII and Latin-1 only"}
+    rows, ours = [], {}
+    for text, label in texts.items():
+        for name in peak_memory.NAMES:
+            r = peak_memory.measure(name, text)
+            grown = (r["peak_after"] - r["peak_before"]) / r["text_bytes"]
+            mb = 1e6
+            rows.append([label, name, f"{r['text_bytes'] / mb:,.1f}", f"{r['current_before'] / mb:,.1f}",
+                         f"{r['peak_before'] / mb:,.1f}", f"{r['peak_after'] / mb:,.1f}", f"{grown:.2f}",
+                         f"{r['object_bytes'] / r['text_bytes']:.2f}", f"{r['seconds']:.2f}"])
+            if name == "tool_result_text":
+                ours[label] = grown
+    table(["text", "encoder", "text MB (UTF-8)", "RSS before MB", "peak before MB", "peak after MB",
+           "(peak - before) / text", "result object / text", "seconds"], rows, left=2)
+    for label, grown in ours.items():
+        print(f"Target below 2x for tool_result_text, {label}: {met(grown < 2)} ({grown:.2f}x).")
+    print()
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    p.add_argument("--quick", action="store_true", help="5 repetitions of 0.01 s (a smoke run)")
+    p.add_argument("--no-memory", action="store_true", help="skip the 100 MB peak-memory runs")
+    args = p.parse_args()
+    opts = {"repeats": 5, "min_time": 0.01} if args.quick else {"repeats": 21, "min_time": 0.05}
+    print(f"# kestrune_mcp_responses benchmark, {datetime.date.today()}\n")
+    print(f"Python {platform.python_version()} ({sys.executable}), orjson {orjson.__version__}, "
+          f"module {m.__file__}; {os.cpu_count()} CPUs, load {os.getloadavg()[0]:.2f} at the start; "
+          f"medians of {opts['repeats']} interleaved repetitions of at least {opts['min_time']} s each.\n")
+    encoding(opts)
+    search_page(opts)
+    ask(opts)
+    if not args.no_memory:
+        memory()
+    if MISMATCHES:
+        print("!!!!! MISMATCHES between the module and plain Python:", *MISMATCHES, sep="\n  ", file=sys.stderr)
+        sys.exit(1)
+
+
+if __name__ == "__main__":
+    main()
