@@ -13,6 +13,7 @@
 #include "bindings.hpp"
 #include "encoder.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "text/cut.hpp"
 #include "values.hpp"
 #include "wiki/ask_citations.hpp"
 #include "wiki/ask_limits.hpp"
@@ -115,15 +116,31 @@ struct Citations {
   ResponseList values;
 };
 
-Citations citations_of(const py::handle& list, std::size_t most, const std::string& where) {
+// CitationForm: a citation whole (its size counts), or only its place (the
+// merge alone reads it).
+enum class CitationForm : bool { whole, place };
+
+ResponseValue place_of(const py::handle& c, const std::string& where) {
+  const Keys& k = keys();
+  ResponseDict place;
+  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
+    const char* key = PyUnicode_AsUTF8(name);
+    place.append(key, value_of(member(c, name), BigIntegers::raise, where + "." + key));
+  }
+  return place;
+}
+
+Citations citations_of(const py::handle& list, std::size_t most, const std::string& where,
+                       CitationForm form = CitationForm::whole) {
   Citations c;
   if (list.is_none() || !(PyList_Check(list.ptr()) || PyTuple_Check(list.ptr()))) return c;
   c.items = py::reinterpret_borrow<py::object>(list);
   const auto n = std::min(static_cast<std::size_t>(PySequence_Fast_GET_SIZE(list.ptr())), most);
   c.values.reserve(n);
   for (std::size_t i = 0; i < n; ++i) {
-    c.values.push_back(citation_of(PySequence_Fast_GET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i)),
-                                   where + "[" + std::to_string(i) + "]"));
+    const py::handle item = PySequence_Fast_GET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i));
+    const std::string at = where + "[" + std::to_string(i) + "]";
+    c.values.push_back(form == CitationForm::whole ? citation_of(item, at) : place_of(item, at));
   }
   return c;
 }
@@ -198,12 +215,65 @@ py::list ask_citations(const py::handle& sections, const py::handle& extra) {
   std::vector<Citations> lists;
   for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(seq.ptr()); ++i) {
     lists.push_back(citations_of(member(PySequence_Fast_GET_ITEM(seq.ptr(), i), keys().citations),
-                                 detail::ASK_CITATIONS_PER_SECTION, "sections[" + std::to_string(i) + "].citations"));
+                                 detail::ASK_CITATIONS_PER_SECTION, "sections[" + std::to_string(i) + "].citations",
+                                 CitationForm::place));
   }
   const py::object extra_list = sequence(extra, "_ask_citations: extra must be a sequence");
-  const Citations own = citations_of(extra_list, static_cast<std::size_t>(-1), "extra");
+  const Citations own = citations_of(extra_list, static_cast<std::size_t>(-1), "extra", CitationForm::place);
   const detail::CitationMerge merge(spans_of(lists), own.values);
   return picked(merge, lists.size(), lists, own);
+}
+
+using Attachments = std::array<std::pair<PyObject*, const py::handle*>, 6>;
+
+// A section's row: the section's own values, the staleness flag and the excerpt.
+py::dict section_row(const py::handle& section, bool stale, const py::handle& excerpt) {
+  const Keys& k = keys();
+  py::dict row;
+  for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) set(row, name, member(section, name));
+  set(row, k.stale, stale ? Py_True : Py_False);
+  set(row, k.excerpt, excerpt);
+  return row;
+}
+
+// The excerpt of an answer without a budget: cut to _ASK_EXCERPT_CHARS; a
+// str within that is the caller's own.
+py::object whole_excerpt(const py::handle& v) {
+  if (PyUnicode_Check(v.ptr()) && PyUnicode_GET_LENGTH(v.ptr()) <= detail::ASK_EXCERPT_CHARS) {
+    return py::reinterpret_borrow<py::object>(v);
+  }
+  return text(detail::trimmed(excerpt_of(v), detail::ASK_EXCERPT_CHARS));
+}
+
+// Without a budget nothing is measured: every section's row, the merge read
+// from the places alone, the attachments that are not None.
+py::dict ask_unbudgeted(const py::object& seq, const py::handle& mode, const py::handle& query,
+                        const py::handle& answer, const py::handle& citations, const Attachments& attachments) {
+  const Keys& k = keys();
+  const Py_ssize_t n = PySequence_Fast_GET_SIZE(seq.ptr());
+  std::vector<Citations> lists;
+  py::list rows;
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
+    lists.push_back(citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION,
+                                 "$.sections[" + std::to_string(i) + "].citations", CitationForm::place));
+    rows.append(section_row(section, truthy(member(section, k.stale)), whole_excerpt(member(section, k.excerpt))));
+  }
+  const py::object extra_list = citations.is_none()
+                                    ? py::object(py::list())
+                                    : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
+  const Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations", CitationForm::place);
+  const detail::CitationMerge merge(spans_of(lists), extra.values);
+  py::dict out;
+  set(out, k.mode, mode);
+  set(out, k.query, query);
+  set(out, k.answer, answer);
+  set(out, k.sections, rows);
+  set(out, k.citations, picked(merge, lists.size(), lists, extra));
+  for (const auto& [name, value] : attachments) {
+    if (!value->is_none()) set(out, name, *value);
+  }
+  return out;
 }
 
 py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::handle& answer, const py::handle& sections,
@@ -213,6 +283,13 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
   const Keys& k = keys();
   const py::object seq = sequence(sections, "build_wiki_ask_response: sections must be a sequence");
   const Py_ssize_t n_sections = PySequence_Fast_GET_SIZE(seq.ptr());
+  const Attachments attachments = {{{k.model, &model},
+                                    {k.tokens, &tokens},
+                                    {k.note, &note},
+                                    {k.decisions, &decisions},
+                                    {k.code, &code},
+                                    {k.memories, &memories}}};
+  if (token_budget.is_none()) return ask_unbudgeted(seq, mode, query, answer, citations, attachments);
 
   // The sections as the library reads them, and what the rows take back.
   std::vector<Citations> lists;
@@ -267,20 +344,10 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), static_cast<Py_ssize_t>(i));
     const ResponseDict& fitted_row = rows[i].as_dict();
-    py::dict row;
-    for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) set(row, name, member(section, name));
-    set(row, k.stale, fitted_row.at("stale").as_bool() ? Py_True : Py_False);
-    set(row, k.excerpt, text(fitted_row.at("excerpt").as_string()));
-    row_list.append(row);
+    row_list.append(section_row(section, fitted_row.at("stale").as_bool(), text(fitted_row.at("excerpt").as_string())));
   }
   set(out, k.sections, row_list);
   set(out, k.citations, picked(merge, rows.size(), lists, extra));
-  const std::array<std::pair<PyObject*, const py::handle*>, 6> attachments = {{{k.model, &model},
-                                                                               {k.tokens, &tokens},
-                                                                               {k.note, &note},
-                                                                               {k.decisions, &decisions},
-                                                                               {k.code, &code},
-                                                                               {k.memories, &memories}}};
   for (const auto& [name, value] : attachments) {
     if (fitted.contains(PyUnicode_AsUTF8(name))) set(out, name, *value);
   }

@@ -10,7 +10,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -65,15 +68,10 @@ std::uint64_t load_word(const char* s) noexcept {
 // writes themselves check nothing.
 class Utf8Sink {
  public:
-  explicit Utf8Sink(std::string& out) : out_(out) {
-    const std::size_t size = out_.size();
-    out_.resize(std::max(out_.capacity(), size + 256));
-    p_ = out_.data() + size;
-    end_ = out_.data() + out_.size();
-  }
+  Utf8Sink() = default;
   Utf8Sink(const Utf8Sink&) = delete;
   Utf8Sink& operator=(const Utf8Sink&) = delete;
-  ~Utf8Sink() { finish(); }
+  ~Utf8Sink() = default;
 
   void put(char c) {
     room(1);
@@ -128,11 +126,19 @@ class Utf8Sink {
     for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
       const std::size_t end = std::min(n, chunk + kChunk);
       room(6 * (end - chunk));
-      for (std::size_t i = chunk; i < end; ++i) write(s[i]);
+      std::size_t i = chunk;
+      while (i < end) {
+        // A run of characters written as themselves in one byte.
+        while (i < end && s[i] < 0x80 && s[i] >= 0x20 && s[i] != '"' && s[i] != '\\') {
+          *p_++ = static_cast<char>(s[i++]);
+        }
+        if (i < end) write(s[i++]);
+      }
     }
     return true;
   }
-  [[nodiscard]] std::size_t size() const noexcept { return static_cast<std::size_t>(p_ - out_.data()); }
+  [[nodiscard]] std::size_t size() const noexcept { return static_cast<std::size_t>(p_ - begin_); }
+  [[nodiscard]] std::string_view view() const noexcept { return {begin_, size()}; }
   [[nodiscard]] bool non_ascii() const noexcept { return non_ascii_; }
   // at_most/advance: room for `n` bytes written straight into the buffer,
   // then the end of what was written there.
@@ -141,25 +147,34 @@ class Utf8Sink {
     return p_;
   }
   void advance(char* end) noexcept { p_ = end; }
-  // finish: gives `out` its final size; the sink is not written after it.
-  void finish() {
-    if (end_ != nullptr) out_.resize(size());
-    end_ = nullptr;
-  }
 
  private:
   static constexpr std::size_t kChunk = 4096;
 
-  // Makes room for `n` more bytes: the string is sized ahead of the writes,
-  // and p_ marks the end of what is written.
+  // Makes room for `n` more bytes. The buffer starts in the sink itself and
+  // moves to the heap when it outgrows it; it is never cleared, only written.
   void room(std::size_t n) {
     if (static_cast<std::size_t>(end_ - p_) < n) grow(n);
   }
   [[gnu::noinline]] void grow(std::size_t n) {
     const std::size_t size = this->size();
-    out_.resize(std::max(out_.size() * 2, size + n));
-    p_ = out_.data() + size;
-    end_ = out_.data() + out_.size();
+    const std::size_t capacity = std::max(2 * static_cast<std::size_t>(end_ - begin_), size + n);
+    if (heap_ == nullptr) {
+      heap_.reset(static_cast<char*>(std::malloc(capacity)));
+      if (heap_ != nullptr) std::memcpy(heap_.get(), begin_, size);
+    } else {
+      char* moved = static_cast<char*>(std::realloc(heap_.get(), capacity));
+      if (moved != nullptr) {
+        static_cast<void>(heap_.release());
+        heap_.reset(moved);
+      } else {
+        heap_.reset();
+      }
+    }
+    if (heap_ == nullptr) throw std::bad_alloc();
+    begin_ = heap_.get();
+    p_ = begin_ + size;
+    end_ = begin_ + capacity;
   }
 
   void write(std::uint32_t c) noexcept {
@@ -186,9 +201,14 @@ class Utf8Sink {
     *p_++ = static_cast<char>(0x80 | (c & 0x3F));
   }
 
-  std::string& out_;
-  char* p_ = nullptr;
-  char* end_ = nullptr;
+  struct Free {
+    void operator()(char* p) const noexcept { std::free(p); }
+  };
+  char local_[8192];
+  std::unique_ptr<char, Free> heap_;
+  char* begin_ = local_;
+  char* p_ = local_;
+  char* end_ = local_ + sizeof local_;
   bool non_ascii_ = false;
 };
 
@@ -492,13 +512,10 @@ class Walker {
 
   // ".key", the key escaped as in the compact text.
   static std::string key_segment(PyObject* key) {
-    std::string segment = ".";
-    {
-      Utf8Sink sink(segment);
-      Failure ignored;
-      Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
-    }
-    return segment;
+    Utf8Sink sink;
+    Failure ignored;
+    Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
+    return "." + std::string(sink.view());
   }
 
   bool within_limit() {
@@ -634,24 +651,23 @@ PyObject* str_from_utf8(std::string_view bytes) {
 }
 
 PyObject* text_of(PyObject* value, std::string_view caller) {
-  std::string out;
-  Utf8Sink sink(out);
   Failure failure;
-  const bool written = Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value);
-  sink.finish();
-  if (written) {
-    if (!sink.non_ascii()) {
-      PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(out.size()), 127);
-      if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), out.data(), out.size());
-      return str;
+  {
+    Utf8Sink sink;
+    if (Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value)) {
+      const std::string_view text = sink.view();
+      if (!sink.non_ascii()) {
+        PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(text.size()), 127);
+        if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), text.data(), text.size());
+        return str;
+      }
+      return PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass");
     }
-    return PyUnicode_DecodeUTF8(out.data(), static_cast<Py_ssize_t>(out.size()), "surrogatepass");
-  }
+  }  // the first attempt's memory is given back before a large text is made
   if (failure.kind != Failure::Kind::too_long) {
     raise(failure, caller, "$");
     return nullptr;
   }
-  std::string().swap(out);  // give the first attempt's memory back before the large text is made
   CountSink count(false);
   Failure count_failure;
   if (!Walker<CountSink>(count, NumberForm::compact, count_failure).value(value)) {
@@ -662,9 +678,12 @@ PyObject* text_of(PyObject* value, std::string_view caller) {
 }
 
 bool append_text(std::string& out, PyObject* value, NumberForm form, std::string_view caller) {
-  Utf8Sink sink(out);
+  Utf8Sink sink;
   Failure failure;
-  if (Walker<Utf8Sink>(sink, form, failure).value(value)) return true;
+  if (Walker<Utf8Sink>(sink, form, failure).value(value)) {
+    out.append(sink.view());
+    return true;
+  }
   raise(failure, caller, "$");
   return false;
 }
@@ -680,8 +699,9 @@ Py_ssize_t encoded_size(PyObject* value, std::string_view caller, std::string_vi
 }
 
 void append_escaped_utf8(std::string& out, std::string_view text) {
-  Utf8Sink sink(out);
+  Utf8Sink sink;
   sink.ascii_text(text.data(), text.size());
+  out.append(sink.view());
 }
 
 }  // namespace kestrune::mcp_responses::python
