@@ -16,5 +16,5 @@ if ! "$py" -c "import wheel" 2>/dev/null; then
   ln -s /usr/lib/python3/dist-packages/wheel /usr/lib/python3/dist-packages/wheel-*info "$borrowed/"
   export PYTHONPATH="$borrowed${PYTHONPATH:+:$PYTHONPATH}"
 fi
-"$py" -m pip install --quiet --no-build-isolation --no-index --no-deps --force-reinstall ./python
+"$py" -m pip install --quiet --root-user-action=ignore --no-build-isolation --no-index --no-deps --force-reinstall ./python
 cd / && "$py" -c "import kestrune_mcp_responses as m; print('installed', m.__name__, m.__version__, 'for', __import__('sys').executable)"
