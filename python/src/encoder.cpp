@@ -305,6 +305,221 @@ class CharSink {
   bool overrun_ = false;
 };
 
+// The characters of the result str, written at the width of the widest
+// character so far (one, two or four bytes, as a str holds them) and widened
+// in place when a wider string comes: no UTF-8 to decode at the end. A
+// string of kind 2 or 4 always holds a character that needs that width, so
+// the width reached is the str's own. One-byte units, by far the most
+// common, are written as Utf8Sink writes bytes.
+class WideSink {
+ public:
+  WideSink() = default;
+  WideSink(const WideSink&) = delete;
+  WideSink& operator=(const WideSink&) = delete;
+  ~WideSink() = default;
+
+  void put(char c) {
+    if (width_ == 1) {
+      room(1);
+      *p_++ = c;
+    } else {
+      wide_ascii(&c, 1);
+    }
+  }
+  void put(std::string_view s) {
+    if (width_ == 1) {
+      room(s.size());
+      std::memcpy(p_, s.data(), s.size());
+      p_ += s.size();
+    } else {
+      wide_ascii(s.data(), s.size());
+    }
+  }
+  void quoted_ascii(const char* s, std::size_t n) {
+    if (width_ != 1 || n > kChunk) {
+      put('"');
+      ascii_text(s, n);
+      put('"');
+      return;
+    }
+    room(6 * n + 2);
+    *p_++ = '"';
+    p_ = escaped_one_byte(s, n, p_);
+    *p_++ = '"';
+  }
+  void ascii_text(const char* s, std::size_t n) { one_byte_text(reinterpret_cast<const Py_UCS1*>(s), n); }
+  template <class C>
+  bool text(const C* s, std::size_t n) {
+    if constexpr (sizeof(C) == 1) {
+      latin1_ = true;  // a one-byte str that is not ASCII holds a byte above 0x7F
+      one_byte_text(s, n);
+    } else {
+      if (width_ < sizeof(C)) widen(sizeof(C));
+      if (width_ == 2) {
+        copy<Py_UCS2>(s, n);
+      } else {
+        copy<Py_UCS4>(s, n);
+      }
+    }
+    return true;
+  }
+  // at_most/advance: with one-byte units, room for `n` ASCII bytes written
+  // straight in (nullptr at a wider width), then the end of what was written.
+  [[nodiscard]] char* at_most(std::size_t n) {
+    if (width_ != 1) return nullptr;
+    room(n);
+    return p_;
+  }
+  void advance(char* end) noexcept { p_ = end; }
+  // size: the bytes held, for the one-pass limit.
+  [[nodiscard]] std::size_t size() const noexcept { return static_cast<std::size_t>(p_ - begin_); }
+
+  // str: the characters as a new str.
+  [[nodiscard]] PyObject* str() const {
+    Py_UCS4 max_char = 0x10FFFF;
+    if (width_ == 1) max_char = latin1_ ? 0xFF : 0x7F;
+    if (width_ == 2) max_char = 0xFFFF;
+    PyObject* out = PyUnicode_New(static_cast<Py_ssize_t>(size() / width_), max_char);
+    if (out != nullptr) std::memcpy(PyUnicode_DATA(out), begin_, size());
+    return out;
+  }
+
+ private:
+  static constexpr std::size_t kChunk = 4096;
+
+  // Room for `n` more bytes.
+  void room(std::size_t n) {
+    if (static_cast<std::size_t>(end_ - p_) < n) relocate(std::max(2 * capacity(), size() + n), width_);
+  }
+  [[nodiscard]] std::size_t capacity() const noexcept { return static_cast<std::size_t>(end_ - begin_); }
+
+  // Moves the units into a buffer of `bytes` bytes of units `width` wide.
+  [[gnu::noinline]] void relocate(std::size_t bytes, std::size_t width) {
+    const std::size_t units = size() / width_;
+    bytes = std::max(bytes, units * width);
+    std::unique_ptr<char, Free> moved(static_cast<char*>(std::malloc(bytes)));
+    if (moved == nullptr) throw std::bad_alloc();
+    if (width == width_) {
+      std::memcpy(moved.get(), begin_, size());
+    } else {
+      const auto convert = [&](const auto* from) {
+        for (std::size_t i = 0; i < units; ++i) {
+          if (width == 2) {
+            reinterpret_cast<Py_UCS2*>(moved.get())[i] = static_cast<Py_UCS2>(from[i]);
+          } else {
+            reinterpret_cast<Py_UCS4*>(moved.get())[i] = from[i];
+          }
+        }
+      };
+      if (width_ == 1) {
+        convert(reinterpret_cast<const Py_UCS1*>(begin_));
+      } else {
+        convert(reinterpret_cast<const Py_UCS2*>(begin_));
+      }
+    }
+    heap_ = std::move(moved);
+    begin_ = heap_.get();
+    p_ = begin_ + units * width;
+    end_ = begin_ + bytes;
+    width_ = width;
+  }
+  void widen(std::size_t width) { relocate(2 * capacity() * width / width_, width); }
+
+  template <class Char>
+  Char* wide_room(std::size_t n) {
+    room(n * sizeof(Char));
+    return reinterpret_cast<Char*>(p_);
+  }
+  // Tokens and numbers, which are never escaped, widened.
+  void wide_ascii(const char* s, std::size_t n) {
+    if (width_ == 2) {
+      raw_widen<Py_UCS2>(s, n);
+    } else {
+      raw_widen<Py_UCS4>(s, n);
+    }
+  }
+  template <class Char>
+  void raw_widen(const char* s, std::size_t n) {
+    Char* out = wide_room<Char>(n);
+    for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<unsigned char>(s[i]);
+    p_ = reinterpret_cast<char*>(out + n);
+  }
+
+  void one_byte_text(const Py_UCS1* s, std::size_t n) {
+    if (width_ == 2) {
+      copy<Py_UCS2>(s, n);
+      return;
+    }
+    if (width_ == 4) {
+      copy<Py_UCS4>(s, n);
+      return;
+    }
+    for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
+      const std::size_t len = std::min(n - chunk, kChunk);
+      room(6 * len);
+      p_ = escaped_one_byte(reinterpret_cast<const char*>(s + chunk), len, p_);
+    }
+  }
+
+  // `n` one-byte characters at `out`, escaped, eight at a time while none
+  // needs an escape (the check holds for Latin-1 bytes too); returns the end.
+  static char* escaped_one_byte(const char* s, std::size_t n, char* out) noexcept {
+    std::size_t i = 0;
+    while (i < n) {
+      if (i + 8 <= n && !word_needs_escape(load_word(s + i))) {
+        std::memcpy(out, s + i, 8);
+        out += 8, i += 8;
+        continue;
+      }
+      const auto c = static_cast<unsigned char>(s[i++]);
+      if (kEscape[c] == 0) {
+        *out++ = static_cast<char>(c);
+      } else {
+        out += escape_of(c, out);
+      }
+    }
+    return out;
+  }
+
+  template <class Char, class C>
+  void copy(const C* s, std::size_t n) {
+    for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
+      const std::size_t len = std::min(n - chunk, kChunk);
+      Char* out = wide_room<Char>(6 * len);
+      for (std::size_t i = chunk; i < chunk + len; ++i) {
+        if constexpr (sizeof(C) == 1) {
+          // Eight one-byte characters at a time while none needs an escape.
+          while (i + 8 <= chunk + len && !word_needs_escape(load_word(reinterpret_cast<const char*>(s + i)))) {
+            for (std::size_t j = 0; j < 8; ++j) out[j] = s[i + j];
+            out += 8, i += 8;
+          }
+          if (i == chunk + len) break;
+        }
+        const std::uint32_t c = s[i];
+        if (c < 0x80 && kEscape[c] != 0) {
+          char e[6];
+          const std::size_t k = escape_of(static_cast<unsigned char>(c), e);
+          for (std::size_t j = 0; j < k; ++j) *out++ = static_cast<unsigned char>(e[j]);
+        } else {
+          *out++ = static_cast<Char>(c);
+        }
+      }
+      p_ = reinterpret_cast<char*>(out);
+    }
+  }
+
+  struct Free {
+    void operator()(char* p) const noexcept { std::free(p); }
+  };
+  alignas(8) char local_[8192];
+  std::unique_ptr<char, Free> heap_;
+  char* begin_ = local_;
+  char* p_ = local_;
+  char* end_ = local_ + sizeof local_;
+  std::size_t width_ = 1;
+  bool latin1_ = false;
+};
+
 // Why a walk stopped, and where: the path is collected from the failing value
 // outwards as the walk unwinds.
 struct Failure {
@@ -370,7 +585,7 @@ class Walker {
   }
 
   bool string(PyObject* s) {
-    if constexpr (std::is_same_v<Sink, Utf8Sink>) {
+    if constexpr (std::is_same_v<Sink, Utf8Sink> || std::is_same_v<Sink, WideSink>) {
       if (PyUnicode_IS_ASCII(s)) {
         sink_.quoted_ascii(static_cast<const char*>(PyUnicode_DATA(s)),
                            static_cast<std::size_t>(PyUnicode_GET_LENGTH(s)));
@@ -405,10 +620,11 @@ class Walker {
     int overflow = 0;
     const long long i = small_integer(v, overflow);
     if (overflow == 0) {
-      if constexpr (std::is_same_v<Sink, Utf8Sink>) {
-        char* at = sink_.at_most(20);
-        sink_.advance(std::to_chars(at, at + 20, i).ptr);
-        return true;
+      if constexpr (std::is_same_v<Sink, Utf8Sink> || std::is_same_v<Sink, WideSink>) {
+        if (char* at = sink_.at_most(20)) {
+          sink_.advance(std::to_chars(at, at + 20, i).ptr);
+          return true;
+        }
       }
       char digits[24];
       return put(
@@ -427,10 +643,11 @@ class Walker {
 
   bool floating(double d) {
     if (form_ == NumberForm::json && !std::isfinite(d)) return put("null");
-    if constexpr (std::is_same_v<Sink, Utf8Sink>) {
-      char* at = sink_.at_most(detail::kDoubleTextMax);
-      sink_.advance(at + detail::format_double(d, at));
-      return true;
+    if constexpr (std::is_same_v<Sink, Utf8Sink> || std::is_same_v<Sink, WideSink>) {
+      if (char* at = sink_.at_most(detail::kDoubleTextMax)) {
+        sink_.advance(at + detail::format_double(d, at));
+        return true;
+      }
     }
     char text[detail::kDoubleTextMax];
     return put(std::string_view(text, detail::format_double(d, text)));
@@ -653,16 +870,8 @@ PyObject* str_from_utf8(std::string_view bytes) {
 PyObject* text_of(PyObject* value, std::string_view caller) {
   Failure failure;
   {
-    Utf8Sink sink;
-    if (Walker<Utf8Sink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value)) {
-      const std::string_view text = sink.view();
-      if (!sink.non_ascii()) {
-        PyObject* str = PyUnicode_New(static_cast<Py_ssize_t>(text.size()), 127);
-        if (str != nullptr) std::memcpy(PyUnicode_1BYTE_DATA(str), text.data(), text.size());
-        return str;
-      }
-      return PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogatepass");
-    }
+    WideSink sink;
+    if (Walker<WideSink>(sink, NumberForm::compact, failure, kOnePassBytes).value(value)) return sink.str();
   }  // the first attempt's memory is given back before a large text is made
   if (failure.kind != Failure::Kind::too_long) {
     raise(failure, caller, "$");
