@@ -99,7 +99,9 @@ def answer_text(call, args, result):
     of first appearance, lines ascending), else the compact text."""
     if call == "tool_result_text":
         return result
-    if call == "code_lines":
+    if call == "code_lines" and not result:
+        result = []  # nothing found: the places need not even be pairs (no root reads none)
+    elif call == "code_lines":
         first = {}
         for place in args.get("places", []):
             first.setdefault(place[0], len(first))
