@@ -64,6 +64,26 @@ std::uint64_t load_word(const char* s) noexcept {
   return w;
 }
 
+// `n` one-byte characters at `out`, escaped, eight at a time while none
+// needs an escape (the check holds for Latin-1 bytes too); returns the end.
+char* escaped_one_byte(const char* s, std::size_t n, char* out) noexcept {
+  std::size_t i = 0;
+  while (i < n) {
+    if (i + 8 <= n && !word_needs_escape(load_word(s + i))) {
+      std::memcpy(out, s + i, 8);
+      out += 8, i += 8;
+      continue;
+    }
+    const auto c = static_cast<unsigned char>(s[i++]);
+    if (kEscape[c] == 0) {
+      *out++ = static_cast<char>(c);
+    } else {
+      out += escape_of(c, out);
+    }
+  }
+  return out;
+}
+
 // UTF-8 bytes in a buffer that grows ahead of each write, so that the
 // writes themselves check nothing.
 class Utf8Sink {
@@ -105,22 +125,7 @@ class Utf8Sink {
     }
   }
   // Writes `n` bytes of ASCII `s` escaped; the room is there.
-  void escaped_ascii(const char* s, std::size_t n) noexcept {
-    std::size_t i = 0;
-    while (i < n) {
-      if (i + 8 <= n && !word_needs_escape(load_word(s + i))) {
-        std::memcpy(p_, s + i, 8);
-        p_ += 8, i += 8;
-        continue;
-      }
-      const auto c = static_cast<unsigned char>(s[i++]);
-      if (kEscape[c] == 0) {
-        *p_++ = static_cast<char>(c);
-      } else {
-        p_ += escape_of(c, p_);
-      }
-    }
-  }
+  void escaped_ascii(const char* s, std::size_t n) noexcept { p_ = escaped_one_byte(s, n, p_); }
   template <class C>
   bool text(const C* s, std::size_t n) {
     for (std::size_t chunk = 0; chunk < n; chunk += kChunk) {
@@ -459,26 +464,6 @@ class WideSink {
       room(6 * len);
       p_ = escaped_one_byte(reinterpret_cast<const char*>(s + chunk), len, p_);
     }
-  }
-
-  // `n` one-byte characters at `out`, escaped, eight at a time while none
-  // needs an escape (the check holds for Latin-1 bytes too); returns the end.
-  static char* escaped_one_byte(const char* s, std::size_t n, char* out) noexcept {
-    std::size_t i = 0;
-    while (i < n) {
-      if (i + 8 <= n && !word_needs_escape(load_word(s + i))) {
-        std::memcpy(out, s + i, 8);
-        out += 8, i += 8;
-        continue;
-      }
-      const auto c = static_cast<unsigned char>(s[i++]);
-      if (kEscape[c] == 0) {
-        *out++ = static_cast<char>(c);
-      } else {
-        out += escape_of(c, out);
-      }
-    }
-    return out;
   }
 
   template <class Char, class C>
