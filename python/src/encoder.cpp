@@ -46,17 +46,22 @@ bool is_surrogate(std::uint32_t c) noexcept { return c >= 0xD800 && c <= 0xDFFF;
 
 std::size_t utf8_length(std::uint32_t c) noexcept { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
 
-// Whether any of the 8 ASCII bytes of `w` needs an escape (a control
-// character, a quotation mark or a reverse solidus). May report a byte above
-// a real one, never miss one: callers then look byte by byte.
-bool word_needs_escape(std::uint64_t w) noexcept {
-  constexpr std::uint64_t k01 = 0x0101010101010101u;
-  constexpr std::uint64_t k80 = 0x8080808080808080u;
-  const std::uint64_t control = (w - k01 * 0x20) & ~w & k80;
-  const std::uint64_t quote = w ^ (k01 * '"');
-  const std::uint64_t backslash = w ^ (k01 * '\\');
-  return (control | ((quote - k01) & ~quote & k80) | ((backslash - k01) & ~backslash & k80)) != 0;
+// Whether any of the characters packed in `w`, lanes of type Lane (one,
+// two or four bytes), needs an escape: a control character, a quotation
+// mark or a reverse solidus. May report a lane above a real one, never miss
+// one: callers then look character by character. A lane with its top bit set
+// is never reported, nor does it disturb its neighbours.
+template <class Lane>
+bool lanes_need_escape(std::uint64_t w) noexcept {
+  constexpr std::uint64_t ones = ~std::uint64_t{0} / static_cast<Lane>(~Lane{0});
+  constexpr std::uint64_t top = ones << (8 * sizeof(Lane) - 1);
+  const std::uint64_t control = (w - ones * 0x20) & ~w & top;
+  const std::uint64_t quote = w ^ (ones * '"');
+  const std::uint64_t backslash = w ^ (ones * '\\');
+  return (control | ((quote - ones) & ~quote & top) | ((backslash - ones) & ~backslash & top)) != 0;
 }
+
+bool word_needs_escape(std::uint64_t w) noexcept { return lanes_need_escape<std::uint8_t>(w); }
 
 std::uint64_t load_word(const char* s) noexcept {
   std::uint64_t w;
@@ -472,14 +477,17 @@ class WideSink {
       const std::size_t len = std::min(n - chunk, kChunk);
       Char* out = wide_room<Char>(6 * len);
       for (std::size_t i = chunk; i < chunk + len; ++i) {
-        if constexpr (sizeof(C) == 1) {
-          // Eight one-byte characters at a time while none needs an escape.
-          while (i + 8 <= chunk + len && !word_needs_escape(load_word(reinterpret_cast<const char*>(s + i)))) {
-            for (std::size_t j = 0; j < 8; ++j) out[j] = s[i + j];
-            out += 8, i += 8;
+        // Eight bytes of characters at a time while none needs an escape.
+        constexpr std::size_t kLanes = 8 / sizeof(C);
+        while (i + kLanes <= chunk + len && !lanes_need_escape<C>(load_word(reinterpret_cast<const char*>(s + i)))) {
+          if constexpr (sizeof(C) == sizeof(Char)) {
+            std::memcpy(out, s + i, 8);
+          } else {
+            for (std::size_t j = 0; j < kLanes; ++j) out[j] = static_cast<Char>(s[i + j]);
           }
-          if (i == chunk + len) break;
+          out += kLanes, i += kLanes;
         }
+        if (i == chunk + len) break;
         const std::uint32_t c = s[i];
         if (c < 0x80 && kEscape[c] != 0) {
           char e[6];
