@@ -149,7 +149,6 @@ class Utf8Sink {
   }
   [[nodiscard]] std::size_t size() const noexcept { return static_cast<std::size_t>(p_ - begin_); }
   [[nodiscard]] std::string_view view() const noexcept { return {begin_, size()}; }
-  [[nodiscard]] bool non_ascii() const noexcept { return non_ascii_; }
   // at_most/advance: room for `n` bytes written straight into the buffer,
   // then the end of what was written there.
   [[nodiscard]] char* at_most(std::size_t n) {
@@ -196,7 +195,6 @@ class Utf8Sink {
       }
       return;
     }
-    non_ascii_ = true;
     if (c < 0x800) {
       *p_++ = static_cast<char>(0xC0 | (c >> 6));
     } else {
@@ -219,7 +217,6 @@ class Utf8Sink {
   char* begin_ = local_;
   char* p_ = local_;
   char* end_ = local_ + sizeof local_;
-  bool non_ascii_ = false;
 };
 
 // Counts bytes of UTF-8 and characters; with `strict`, a lone surrogate stops
