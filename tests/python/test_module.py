@@ -259,6 +259,49 @@ class CodeLines(unittest.TestCase):
         self.assertTrue(state["seen"], "no other thread ran while code_lines read")
 
 
+class Fitting(unittest.TestCase):
+    def test_an_ask_with_room_for_everything_is_the_ask_without_a_budget(self):
+        # The two take different paths: the library fits the budgeted one, the
+        # binding alone makes the other.
+        long = "word " * 400
+        sections = [
+            {"page_id": "a", "title": "A", "heading": "H", "similarity": 0.5, "stale": [1], "excerpt": long,
+             "citations": [{"path": "x.py", "line_start": i} for i in range(5)]},
+            {"excerpt": {"k": [1, "é"]}, "citations": [{"path": "x.py", "line_start": 0.0}, "odd"]},
+            "not a section",
+            {"title": 7, "excerpt": 0, "stale": "", "citations": None},
+            {"excerpt": "short é", "citations": [{"path": "y.py", "line_end": None}]},
+        ]
+        common = dict(mode="m", query="q", answer="a", sections=sections, citations=[{"path": "x.py"}, {}],
+                      model="n", tokens={"in": 1}, code={"c": 1}, memories={"m": 2})
+        free = kmr.build_wiki_ask_response(**common)
+        fitted = kmr.build_wiki_ask_response(**common, token_budget=10**6)
+        self.assertEqual(kmr.tool_result_text(fitted), kmr.tool_result_text(free))
+        self.assertEqual(free["sections"][0]["excerpt"], kmr._trimmed(long, kmr._ASK_EXCERPT_CHARS))
+        self.assertIs(free["sections"][4]["excerpt"], sections[4]["excerpt"])
+
+    def test_a_fitted_page_is_the_longest_that_fits(self):
+        rows = [{"fqn": "m.f%d" % i, "doc": "é" * i} for i in range(12)]
+        for total, offset in [(12, 0), (40, 0), (40, 30)]:
+            sizes = [len(kmr.tool_result_text(kmr.build_paginated_response(rows[:n], total, offset)).encode())
+                     for n in range(len(rows) + 1)]
+            for max_bytes in range(min(sizes) - 1, max(sizes) + 2, 7):
+                with self.subTest(total=total, offset=offset, max_bytes=max_bytes):
+                    page = kmr.fit_paginated_response(rows, total, offset, max_bytes)
+                    n = len(page["items"])
+                    fitting = [k for k, size in enumerate(sizes) if size <= max_bytes]
+                    self.assertEqual(n, max(fitting, default=0))
+                    self.assertEqual(page, kmr.build_paginated_response(rows[:n], total, offset))
+        self.assertIs(kmr.fit_paginated_response(rows, 12, 0, 10**6)["items"], rows)
+
+    def test_the_hint_is_added_in_place(self):
+        page = {"items": [], "total_count": 5, "truncated": True, "offset": 2**70}
+        self.assertIs(kmr.add_pagination_hint(page, 3), page)
+        self.assertEqual(page["hint"], "Showing 3 of 5 results. Call again with offset=%d for more." % (2**70 + 3))
+        untouched = {"truncated": 1}
+        self.assertEqual(kmr.add_pagination_hint(untouched, 3), {"truncated": 1})
+
+
 class Stubs(unittest.TestCase):
     def test_every_public_name_has_a_stub_with_its_parameters(self):
         import ast
