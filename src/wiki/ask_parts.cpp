@@ -14,21 +14,6 @@ namespace kestrune::mcp_responses::detail {
 
 namespace {
 
-// Where a section's members stand: the row's keys, then its citations; null
-// where absent.
-constexpr std::size_t kCitationsField = kRowMembers;
-std::array<ResponseValue*, kRowMembers + 1> fields_of(ResponseDict& section) {
-  std::array<ResponseValue*, kRowMembers + 1> fields{};
-  for (std::size_t i = 0; i < section.size(); ++i) {
-    const std::string_view key = (section.begin() + static_cast<std::ptrdiff_t>(i))->first;
-    for (std::size_t f = 0; f < kRowMembers; ++f) {
-      if (key == kRowKeys[f].text) fields[f] = &section.value_at(i);
-    }
-    if (key == "citations") fields[kCitationsField] = &section.value_at(i);
-  }
-  return fields;
-}
-
 // Whether the first members of `section` are the row's, in the row's order.
 bool has_row_keys_first(const ResponseDict& section) noexcept {
   if (section.size() < kRowMembers) return false;
@@ -36,6 +21,26 @@ bool has_row_keys_first(const ResponseDict& section) noexcept {
     if ((section.begin() + static_cast<std::ptrdiff_t>(f))->first != kRowKeys[f].text) return false;
   }
   return true;
+}
+
+// Where a section's members stand: the row's keys, then its citations; null
+// where absent. When the row's keys come first, as they usually do, only the
+// members after them are looked at.
+constexpr std::size_t kCitationsField = kRowMembers;
+std::array<ResponseValue*, kRowMembers + 1> fields_of(ResponseDict& section, bool row_keys_first) {
+  std::array<ResponseValue*, kRowMembers + 1> fields{};
+  std::size_t i = 0;
+  if (row_keys_first) {
+    for (; i < kRowMembers; ++i) fields[i] = &section.value_at(i);
+  }
+  for (; i < section.size(); ++i) {
+    const std::string_view key = (section.begin() + static_cast<std::ptrdiff_t>(i))->first;
+    for (std::size_t f = 0; f < kRowMembers; ++f) {
+      if (key == kRowKeys[f].text) fields[f] = &section.value_at(i);
+    }
+    if (key == "citations") fields[kCitationsField] = &section.value_at(i);
+  }
+  return fields;
 }
 
 // A part placed in a candidate: moved out of parts that are spent, copied
@@ -85,13 +90,14 @@ AskParts::AskParts(WikiAskOptions&& options) : rows_(*std::move(options.sections
     // The row is made in the section's own map: its staleness becomes a flag,
     // its excerpt's source and its citations are taken out, and it keeps the
     // row's members in their order.
-    const std::array<ResponseValue*, kRowMembers + 1> fields = fields_of(row);
+    const bool row_keys_first = has_row_keys_first(row);
+    const std::array<ResponseValue*, kRowMembers + 1> fields = fields_of(row, row_keys_first);
     const ResponseValue* stale = fields[index(RowMember::stale)];
     const bool is_stale = stale != nullptr && !is_falsy(*stale);
     Taken& taken = taken_.emplace_back(Taken{ExcerptSource(fields[index(RowMember::excerpt)]), {}});
     ResponseValue* citations = fields[kCitationsField];
     if (citations != nullptr && citations->is_list()) taken.citations = std::move(citations->as_list());
-    if (has_row_keys_first(row)) {
+    if (row_keys_first) {
       // The common case: the section's first members are the row's.
       row.value_at(index(RowMember::stale)) = is_stale;
       row.value_at(index(RowMember::excerpt)) = "";
