@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 // SSE2 where the target has it, unless the build asks for the portable
 // blocks (KESTRUNE_PORTABLE_BLOCKS), which CI also builds and tests.
@@ -139,47 +140,46 @@ inline Block load_block(const char* s, std::size_t n) noexcept {
     std::memcpy(b.bytes, s, kBlock);
   } else {
     const Tail t = gather_tail(s, n);
-    std::memcpy(b.bytes, &t.lo, 8);
-    std::memcpy(b.bytes + 8, &t.hi, 8);
+    static_assert(sizeof t == kBlock, "a tail is the block's two words, low first");
+    std::memcpy(b.bytes, &t, kBlock);
   }
   return b;
 }
 
 inline void store_block(char* out, const Block& b) noexcept { std::memcpy(out, b.bytes, kBlock); }
 
-inline unsigned escape_mask(const Block& b) noexcept {
+// The mask of the bytes of `b` for which `p` holds.
+template <class P>
+unsigned mask_of(const Block& b, P p) noexcept {
   unsigned m = 0;
-  for (std::size_t k = 0; k < kBlock; ++k) {
-    const unsigned char c = b.bytes[k];
-    m |= static_cast<unsigned>(c < 0x20 || c == '"' || c == '\\') << k;
+  unsigned bit = 1;
+  for (const unsigned char c : b.bytes) {
+    if (p(c)) m |= bit;
+    bit <<= 1;
   }
   return m;
 }
 
+inline unsigned escape_mask(const Block& b) noexcept {
+  return mask_of(b, [](unsigned char c) { return c < 0x20 || c == '"' || c == '\\'; });
+}
+
 inline unsigned high_mask(const Block& b) noexcept {
-  unsigned m = 0;
-  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(b.bytes[k] >> 7) << k;
-  return m;
+  return mask_of(b, [](unsigned char c) { return c >= 0x80; });
 }
 
 inline unsigned attention_mask(const Block& b) noexcept { return escape_mask(b) | high_mask(b); }
 
 inline unsigned below_mask(const Block& b, signed char x) noexcept {
-  unsigned m = 0;
-  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(static_cast<signed char>(b.bytes[k]) < x) << k;
-  return m;
+  return mask_of(b, [x](unsigned char c) { return static_cast<signed char>(c) < x; });
 }
 
 inline unsigned above_mask(const Block& b, signed char x) noexcept {
-  unsigned m = 0;
-  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(static_cast<signed char>(b.bytes[k]) > x) << k;
-  return m;
+  return mask_of(b, [x](unsigned char c) { return static_cast<signed char>(c) > x; });
 }
 
 inline unsigned equal_mask(const Block& b, unsigned char x) noexcept {
-  unsigned m = 0;
-  for (std::size_t k = 0; k < kBlock; ++k) m |= static_cast<unsigned>(b.bytes[k] == x) << k;
-  return m;
+  return mask_of(b, [x](unsigned char c) { return c == x; });
 }
 
 #endif
@@ -211,7 +211,7 @@ inline std::size_t count_continuations(const char* s, std::size_t n) noexcept {
     n -= blocks * kBlock;
   }
 #else
-  for (std::size_t i = 0; i < n; ++i) total += (static_cast<unsigned char>(s[i]) & 0xC0u) == 0x80u ? 1 : 0;
+  for (const char c : std::string_view(s, n)) total += (static_cast<unsigned char>(c) & 0xC0u) == 0x80u ? 1 : 0;
 #endif
   return total;
 }
