@@ -36,6 +36,7 @@ unsigned char byte_at(std::string_view s, std::size_t i) noexcept { return stati
 
 // The byte length of the line boundary at `i` (0 for none), or kNeedMore
 // when that depends on bytes past the end of `s` and `s` is not the `last`.
+// s[i] is one of kBreakBytes.
 std::size_t boundary_at(std::string_view s, std::size_t i, bool last) noexcept {
   const std::size_t left = s.size() - i;
   switch (byte_at(s, i)) {
@@ -52,12 +53,10 @@ std::size_t boundary_at(std::string_view s, std::size_t i, bool last) noexcept {
     case 0xC2:
       if (left > 1) return byte_at(s, i + 1) == 0x85 ? 2 : 0;
       return last ? 0 : kNeedMore;
-    case 0xE2:
+    default:  // 0xE2
       if (left > 1 && byte_at(s, i + 1) != 0x80) return 0;
       if (left > 2) return byte_at(s, i + 2) == 0xA8 || byte_at(s, i + 2) == 0xA9 ? 3 : 0;
       return last ? 0 : kNeedMore;
-    default:
-      return 0;
   }
 }
 

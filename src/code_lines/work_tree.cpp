@@ -199,14 +199,14 @@ Opened WorkTree::open(std::string_view path) {
   if (error_ != 0) return failed(error_);
   const Resolved target = resolve(path.starts_with('/') ? std::string("/") : path_, path);
   if (target.error != 0) return failed(target.error);
-  if (!is_within(target.path, path_)) return {Opened::Outcome::outside, Fd(), 0};
+  if (!is_within(target.path, path_)) return {Opened::Outcome::outside, Fd()};
   int error = 0;
   const int base_fd = root_fd(error);
   if (base_fd < 0) return failed(error);
   Fd file;
   error = open_within(base_fd, path_, target.path, file);
   if (error != 0) return failed(error);
-  return {Opened::Outcome::opened, std::move(file), 0};
+  return {Opened::Outcome::opened, std::move(file)};
 }
 
 }  // namespace kestrune::mcp_responses::detail

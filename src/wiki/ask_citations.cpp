@@ -59,7 +59,7 @@ std::size_t text_hash(std::string_view s) noexcept {
     h ^= h >> 29;
   }
   std::uint64_t tail = 0;
-  for (std::size_t k = i; k < s.size(); ++k) tail = tail << 8 | static_cast<unsigned char>(s[k]);
+  std::copy(s.begin() + static_cast<std::ptrdiff_t>(i), s.end(), reinterpret_cast<char*>(&tail));
   h = (h ^ tail) * kMul;
   return static_cast<std::size_t>(h ^ (h >> 32));
 }

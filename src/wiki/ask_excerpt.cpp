@@ -47,10 +47,8 @@ Excerpt ExcerptSource::trimmed(std::int64_t chars) const noexcept {
 }
 
 Excerpt ExcerptSource::retrimmed(const Excerpt& excerpt, std::int64_t chars) const noexcept {
-  // Within its length the excerpt is returned as it is. Below it, the cut's
-  // first chars - 1 characters are the source's, and more than one character
-  // follows them in both, so both are cut at the same place.
-  if (chars >= 0 && static_cast<std::size_t>(chars) >= this->chars(excerpt)) return excerpt;
+  // The cut's first chars - 1 characters are the source's, and more than one
+  // character follows them in both, so both are cut at the same place.
   // The new cut lies within the part of the source that a first cut found
   // well-formed, so it is counted without checking.
   const Utf8 known = excerpt.cut.ellipsis && excerpt.cut.well_formed ? Utf8::well_formed : utf8_;

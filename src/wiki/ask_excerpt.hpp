@@ -35,8 +35,9 @@ class ExcerptSource {
   /// trimmed: trimmed(source, chars).
   [[nodiscard]] Excerpt trimmed(std::int64_t chars) const noexcept;
   /// retrimmed: trimmed(text of `excerpt`, chars), for a trimmed `excerpt` of
-  /// this source; a shorter cut of a cut keeps fewer of the source's
-  /// characters, at the same boundaries.
+  /// this source and 0 <= `chars` below its character count (or an empty
+  /// `excerpt`, which stays empty): a shorter cut of a cut keeps fewer of the
+  /// source's characters, at the same boundaries.
   [[nodiscard]] Excerpt retrimmed(const Excerpt& excerpt, std::int64_t chars) const noexcept;
   /// chars: the number of characters of the excerpt's text.
   [[nodiscard]] std::size_t chars(const Excerpt& excerpt) const noexcept;

@@ -59,25 +59,33 @@ std::size_t member_of(PlainKey key, std::size_t value) noexcept {
 }  // namespace
 
 Excerpts::Excerpts(std::size_t count) : items_(count, empty_excerpt()) {
-  for (const Excerpt& excerpt : items_) add(excerpt, 1);
+  for (const Excerpt& excerpt : items_) add(excerpt);
 }
 
-void Excerpts::add(const Excerpt& excerpt, int sign) noexcept {
+void Excerpts::add(const Excerpt& excerpt) noexcept {
   if (excerpt.size == kIllFormed) {
-    ill_formed_ = sign > 0 ? ill_formed_ + 1 : ill_formed_ - 1;
+    ++ill_formed_;
   } else {
-    total_ = sign > 0 ? total_ + excerpt.size : total_ - excerpt.size;
+    total_ += excerpt.size;
+  }
+}
+
+void Excerpts::remove(const Excerpt& excerpt) noexcept {
+  if (excerpt.size == kIllFormed) {
+    --ill_formed_;
+  } else {
+    total_ -= excerpt.size;
   }
 }
 
 void Excerpts::set(std::size_t i, const Excerpt& excerpt) noexcept {
-  add(items_[i], -1);
+  remove(items_[i]);
   items_[i] = excerpt;
-  add(excerpt, 1);
+  add(excerpt);
 }
 
 void Excerpts::pop_back() noexcept {
-  add(items_.back(), -1);
+  remove(items_.back());
   items_.pop_back();
 }
 

@@ -38,7 +38,9 @@ class Excerpts {
   void pop_back() noexcept;
 
  private:
-  void add(const Excerpt& excerpt, int sign) noexcept;
+  // Counts `excerpt` in the sums, or out of them.
+  void add(const Excerpt& excerpt) noexcept;
+  void remove(const Excerpt& excerpt) noexcept;
 
   std::vector<Excerpt> items_;
   std::size_t total_ = 0;
