@@ -78,15 +78,9 @@ struct ValueAccess {
   [[nodiscard]] static const ResponseDict* dict(const ResponseValue& v) noexcept {
     return static_cast<const ResponseDict*>(v.pointer());
   }
-  /// measured_string: the string value `text`, whose string_overhead the
-  /// caller already knows to be `overhead`, made without scanning it again.
-  [[nodiscard]] static ResponseValue measured_string(std::string_view text, std::size_t overhead) {
-    ResponseValue value;
-    value.set_string(text, overhead);
-    return value;
-  }
-  /// measured_string: the same for the text `head` followed by `tail`, made
-  /// in one allocation.
+  /// measured_string: the string value `head` followed by `tail`, whose
+  /// string_overhead the caller already knows to be `overhead`, made in one
+  /// allocation without scanning it again.
   [[nodiscard]] static ResponseValue measured_string(std::string_view head, std::string_view tail,
                                                      std::size_t overhead) {
     ResponseValue value;
@@ -135,13 +129,6 @@ struct ValueAccess {
   }
 };
 
-[[nodiscard]] inline std::size_t stored_overhead(const ResponseValue& v) noexcept { return ValueAccess::overhead(v); }
-[[nodiscard]] inline std::size_t stored_keys_overhead(const ResponseDict& d) noexcept {
-  return ValueAccess::keys_overhead(d);
-}
-[[nodiscard]] inline ResponseValue measured_string(std::string_view text, std::size_t overhead) {
-  return ValueAccess::measured_string(text, overhead);
-}
 template <class T>
 ResponseValue& append_plain(ResponseDict& dict, PlainKey key, T&& value) {
   return ValueAccess::append_plain(dict, key, std::forward<T>(value));
