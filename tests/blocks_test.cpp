@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "internal/blocks.hpp"
 
@@ -64,7 +66,7 @@ TEST(Blocks, MasksMatchTheByteReference) {
     EXPECT_EQ(d::above_mask(b, 0x20), reference_mask(head, [](unsigned char c) { return c > 0x20 && c < 0x80; }));
     EXPECT_EQ(d::equal_mask(b, 0xE2), reference_mask(head, [](unsigned char c) { return c == 0xE2; }));
     EXPECT_EQ(d::equal_mask(b, 'A'), reference_mask(head, [](unsigned char c) { return c == 'A'; }));
-    EXPECT_EQ(d::popcount16(d::high_mask(b)), static_cast<unsigned>(__builtin_popcount(d::high_mask(b))));
+    EXPECT_EQ(d::popcount16(d::high_mask(b)), static_cast<unsigned>(std::popcount(d::high_mask(b))));
   }
 }
 

@@ -48,8 +48,8 @@ Excerpt ExcerptSource::trimmed(std::int64_t chars) const noexcept {
 
 Excerpt ExcerptSource::retrimmed(const Excerpt& excerpt, std::int64_t chars) const noexcept {
   // The cut's first chars - 1 characters are the source's, and more than one
-  // character follows them in both, so both are cut at the same place.
-  // The new cut lies within the part of the source that a first cut found
+  // character follows them in both, so both are cut at the same place. The
+  // new cut lies within the part of the source that a first cut found
   // well-formed, so it is counted without checking.
   const Utf8 known = excerpt.cut.ellipsis && excerpt.cut.well_formed ? Utf8::well_formed : utf8_;
   return measured(plan_trimmed(text(), chars, known));
