@@ -4,7 +4,7 @@
 -- builds from a work tree (examples/indexer/). The version changes with the
 -- schema: kestrune-index builds an index of another version anew.
 
-PRAGMA user_version = 1;
+PRAGMA user_version = 2;
 
 -- The indexer's state: one row, rewritten as a run goes on.
 CREATE TABLE index_status (
@@ -48,7 +48,9 @@ CREATE TABLE symbols (
   is_export INTEGER,
   docstring_truncated INTEGER
 );
-CREATE UNIQUE INDEX symbols_by_fqn ON symbols (fqn);
+-- An fqn may name several definitions (overloads, a getter and a setter,
+-- two files of one module path): each is its own row.
+CREATE INDEX symbols_by_fqn ON symbols (fqn);
 CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE);
 CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
 
@@ -106,6 +108,7 @@ CREATE TABLE wiki_pages (
   position INTEGER NOT NULL,
   source_path TEXT
 );
+CREATE INDEX pages_by_source ON wiki_pages (source_path);
 
 CREATE TABLE wiki_sections (
   id INTEGER PRIMARY KEY,

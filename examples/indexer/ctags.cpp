@@ -1,12 +1,7 @@
 #include "ctags.hpp"
 
-#include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "process.hpp"
 #include "utf8.hpp"
 
 namespace kestrune::indexer {
@@ -25,30 +20,21 @@ int int_field(const Json& tag, const char* key) {
   return it != tag.end() && it->is_number_integer() ? it->get<int>() : 0;
 }
 
-// A temporary file that holds the list of files for ctags's -L, removed when
-// it goes out of scope.
-class ListFile {
- public:
-  explicit ListFile(const std::vector<std::string>& paths) {
-    std::string name = (std::filesystem::temp_directory_path() / "kestrune-ctags-XXXXXX").string();
-    const int fd = ::mkstemp(name.data());
-    if (fd < 0) return;
-    ::close(fd);
-    path_ = name;
-    std::ofstream out(path_, std::ios::binary);
-    for (const std::string& p : paths) out << p << '\n';
-    if (!out) path_.clear();
-  }
-  ListFile(const ListFile&) = delete;
-  ListFile& operator=(const ListFile&) = delete;
-  ~ListFile() {
-    if (!path_.empty()) std::filesystem::remove(path_);
-  }
-  [[nodiscard]] const std::string& path() const { return path_; }
+// How long ctags may take over one file of at most the size limit before it
+// is taken to be stuck on it.
+constexpr int kFileTimeoutMs = 60'000;
 
- private:
-  std::string path_;
-};
+// Every option ctags runs with: "--options=NONE" first, so that no option
+// file (the tree's .ctags.d among them) and no environment variable
+// configures it.
+std::vector<std::string> ctags_argv(const std::string& program, const std::string& mode) {
+  return {program,       "--options=NONE", "--_interactive=" + mode, "--output-format=json", "--fields=+nKSesZial",
+          "--extras=+f", "--sort=no"};
+}
+
+std::string request(std::string_view path, std::size_t size) {
+  return Json{{"command", "generate-tags"}, {"filename", path}, {"size", size}}.dump() + "\n";
+}
 
 }  // namespace
 
@@ -73,8 +59,9 @@ std::optional<Tag> parse_tag(std::string_view line) {
              .file_scope = file != tag.end() && file->is_boolean() && file->get<bool>()};
 }
 
-bool Ctags::usable(std::string& error) const {
-  const std::optional<ProcessOutput> run = run_process({program_, "--version"}, {.quiet = true}, error);
+bool Ctags::usable(std::string& error) {
+  const std::optional<ProcessOutput> run =
+      run_process({program_, "--options=NONE", "--version"}, {.directory = "/", .quiet = true}, error);
   if (!run) {
     error = program_ + " cannot run (" + error + "): install universal-ctags";
     return false;
@@ -83,44 +70,61 @@ bool Ctags::usable(std::string& error) const {
     error = program_ + " is not Universal Ctags: install universal-ctags";
     return false;
   }
-  const std::optional<ProcessOutput> features = run_process({program_, "--list-features"}, {.quiet = true}, error);
-  if (!features || features->output.find("json") == std::string::npos) {
-    error = program_ + " was built without JSON output";
+  const std::optional<ProcessOutput> features =
+      run_process({program_, "--options=NONE", "--list-features"}, {.directory = "/", .quiet = true}, error);
+  if (!features || features->output.find("json") == std::string::npos ||
+      features->output.find("interactive") == std::string::npos) {
+    error = program_ + " was built without JSON output or the interactive mode";
     return false;
   }
-  return true;
+  // The sandbox forbids ctags to open any file; not every system allows it.
+  for (const char* mode : {"sandbox", "default"}) {
+    mode_ = mode;
+    std::string why;
+    if (tags("probe.py", "def probe():\n    pass\n", why)) return true;
+    error = program_ + " does not answer in its interactive mode (" + why + ")";
+  }
+  return false;
 }
 
-CtagsBatch Ctags::run(const std::filesystem::path& root, const std::vector<std::string>& paths) const {
-  CtagsBatch batch;
-  const ListFile list(paths);
-  if (list.path().empty()) {
-    batch.error = "cannot write the list of files for ctags";
-    return batch;
-  }
-  // A program given as a path is found from here, not from the root.
+Conversation Ctags::start(std::string& error) const {
+  // A program given as a path is found from here, not from where it runs.
   const std::string program =
       program_.find('/') == std::string::npos ? program_ : std::filesystem::absolute(program_).string();
-  std::string error;
-  const std::optional<ProcessOutput> run = run_process({program, "--output-format=json", "--fields=+nKSesZial",
-                                                        "--extras=+f", "--sort=no", "-f", "-", "-L", list.path()},
-                                                       {.directory = root}, error);
-  if (!run) {
-    batch.error = "ctags cannot run (" + error + ")";
-    return batch;
+  return Conversation::start(ctags_argv(program, mode_), {.directory = "/", .quiet = true}, error);
+}
+
+std::optional<std::vector<Tag>> Ctags::tags(std::string_view path, std::string_view source, std::string& error) {
+  if (!session_.valid()) {
+    session_ = start(error);
+    if (!session_.valid()) {
+      error = "ctags cannot run (" + error + ")";
+      return std::nullopt;
+    }
   }
-  if (run->exit_code != 0) {
-    batch.error = "ctags exited with status " + std::to_string(run->exit_code);
-    return batch;
+  std::string input = request(path, source.size());
+  input += source;
+  const std::optional<std::string> answer = session_.exchange(input, R"({"_type": "completed")", kFileTimeoutMs, error);
+  if (!answer) {
+    error = "ctags: " + error;
+    return std::nullopt;
   }
-  batch.ok = true;
-  std::string_view output = run->output;
-  while (!output.empty()) {
-    const std::size_t end = output.find('\n');
-    if (std::optional<Tag> tag = parse_tag(output.substr(0, end))) batch.tags.push_back(std::move(*tag));
-    output = end == std::string_view::npos ? std::string_view() : output.substr(end + 1);
+  std::vector<Tag> tags;
+  std::string_view lines = *answer;
+  while (!lines.empty()) {
+    const std::size_t end = lines.find('\n');
+    const std::string_view line = lines.substr(0, end);
+    if (line.starts_with(R"({"_type": "error")")) {
+      error = "ctags: " + std::string(line);
+      return std::nullopt;
+    }
+    if (std::optional<Tag> tag = parse_tag(line)) {
+      tag->path = path;  // the answer is this file's, whatever ctags makes of its name
+      tags.push_back(std::move(*tag));
+    }
+    lines = end == std::string_view::npos ? std::string_view() : lines.substr(end + 1);
   }
-  return batch;
+  return tags;
 }
 
 }  // namespace kestrune::indexer

@@ -1,5 +1,7 @@
-// Universal Ctags run as a process over a batch of files, its JSON lines
-// read into tags.
+// Universal Ctags run beside the indexer in its interactive mode: it is
+// handed each file's bytes as the indexer read them, under the file's name,
+// and answers JSON lines read into tags. It reads no option file, no file of
+// the tree and no name as an option.
 #pragma once
 
 #include <filesystem>
@@ -7,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "process.hpp"
 
 namespace kestrune::indexer {
 
@@ -32,28 +36,28 @@ struct Tag {
 /// the line becomes U+FFFD.
 [[nodiscard]] std::optional<Tag> parse_tag(std::string_view line);
 
-/// What ctags said of a batch.
-struct CtagsBatch {
-  std::vector<Tag> tags{};
-  bool ok = false;      ///< it ran and exited 0
-  std::string error{};  ///< otherwise why not
-};
-
 class Ctags {
  public:
   /// Ctags: the program `program` (a name on PATH, or a path). Call
-  /// `usable` before any batch.
+  /// `usable` before the first file.
   explicit Ctags(std::string program) : program_(std::move(program)) {}
 
   /// usable: whether the program runs and is Universal Ctags with JSON
-  /// output; otherwise `error` says what is wrong.
-  [[nodiscard]] bool usable(std::string& error) const;
+  /// output and the interactive mode; otherwise `error` says what is wrong.
+  [[nodiscard]] bool usable(std::string& error);
 
-  /// run: the tags of the files at `paths`, relative to `root`.
-  [[nodiscard]] CtagsBatch run(const std::filesystem::path& root, const std::vector<std::string>& paths) const;
+  /// tags: the tags of the file `path` (relative to the root, which tells
+  /// ctags its language) whose text is `source`. nullopt, with `error` set,
+  /// when ctags fails on it or takes too long; it is started again for the
+  /// next file.
+  [[nodiscard]] std::optional<std::vector<Tag>> tags(std::string_view path, std::string_view source,
+                                                     std::string& error);
 
  private:
+  [[nodiscard]] Conversation start(std::string& error) const;
   std::string program_{};
+  std::string mode_{};  ///< the interactive mode that works here: "sandbox" where the system allows it
+  Conversation session_{};
 };
 
 }  // namespace kestrune::indexer

@@ -33,9 +33,13 @@ IndexStore IndexStore::open(const std::filesystem::path& path) {
   {
     IndexStore store = open_as_is(path);
     if (!has_table(store.db_.get(), "files") || store.user_version() == schema_version()) return store;
+    // An index of another schema that kestrune-index made: emptied in place
+    // (the file stays, and with it the writer's lock), then built anew.
+    sqlite3* db = store.db_.get();
+    sqlite3_db_config(db, SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
+    store.execute("VACUUM");
+    sqlite3_db_config(db, SQLITE_DBCONFIG_RESET_DATABASE, 0, nullptr);
   }
-  // An index of another schema that kestrune-index made: built anew.
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path.string() + suffix);
   return open_as_is(path);
 }
 
@@ -140,21 +144,25 @@ void IndexStore::put_file(const FileRow& file) {
       .step();
 }
 
-void IndexStore::clear_file(const std::string& path) {
+void IndexStore::clear_symbols(const std::string& path) {
   cached("DELETE FROM symbols WHERE file_path = ?1").bind(1, path).step();
+}
+
+void IndexStore::clear_references(const std::string& path) {
   cached("DELETE FROM symbol_refs WHERE file_path = ?1").bind(1, path).step();
 }
 
 void IndexStore::forget_file(const std::string& path) {
-  clear_file(path);
+  clear_symbols(path);
+  clear_references(path);
   cached("DELETE FROM files WHERE path = ?1").bind(1, path).step();
 }
 
 void IndexStore::insert_symbol(const SymbolRecord& symbol) {
-  // Two definitions of one name in one scope (a property's getter and
-  // setter, a function defined per platform): the first is kept.
+  // Every definition is kept, also where several share an fqn (a
+  // property's getter and setter, overloads, files whose module paths meet).
   cached(
-      "INSERT OR IGNORE INTO symbols (fqn, name, kind, file_path, start_line, end_line, signature, docstring, "
+      "INSERT INTO symbols (fqn, name, kind, file_path, start_line, end_line, signature, docstring, "
       "is_export, docstring_truncated) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, 0)")
       .bind(1, symbol.fqn)
       .bind(2, symbol.name)

@@ -77,8 +77,10 @@ class IndexStore {
   void put_file(const FileRow& file);
   /// forget_file: the file, its symbols and the references in it.
   void forget_file(const std::string& path);
-  /// clear_file: the symbols of the file and the references in it; its row stays.
-  void clear_file(const std::string& path);
+  /// clear_symbols: the symbols of the file; its row and the references in it stay.
+  void clear_symbols(const std::string& path);
+  /// clear_references: the references in the file.
+  void clear_references(const std::string& path);
 
   void insert_symbol(const SymbolRecord& symbol);
   [[nodiscard]] SymbolTable load_symbols() const;

@@ -8,7 +8,13 @@
 #include <set>
 #include <unordered_set>
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <kestrune/mcp_responses/encoding.hpp>
+
 #include "ctags.hpp"
+#include "git_worktree.hpp"
 #include "index_store.hpp"
 #include "markdown_pages.hpp"
 #include "references.hpp"
@@ -17,6 +23,7 @@
 #include "symbols.hpp"
 #include "utf8.hpp"
 #include "wiki_citations.hpp"
+#include "writer_lock.hpp"
 
 namespace kestrune::indexer {
 
@@ -43,6 +50,17 @@ std::int64_t line_count(std::string_view text) {
   return newlines + (!text.empty() && text.back() != '\n' ? 1 : 0);
 }
 
+// shown: a path as a log line shows it: as it is when it is plain, quoted
+// and escaped when it holds what could break the line or the terminal.
+std::string shown(std::string_view path) {
+  const bool plain = std::all_of(path.begin(), path.end(), [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u >= 0x20 && u != 0x7f && c != '"' && c != '\\';
+  });
+  return plain && !path.empty() && path.front() != ' ' && path.back() != ' ' ? std::string(path)
+                                                                             : kestrune::mcp_responses::quote(path);
+}
+
 std::string utc_now() {
   const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   std::tm utc{};
@@ -56,13 +74,29 @@ std::string utc_now() {
 struct Changed {
   FileRow row{};
   bool markdown = false;
-  bool indexed = true;  ///< still readable after its symbols were taken
+  std::optional<std::string> last_hash{};  ///< its content's hash when the last run read it
+  bool indexed = false;                    ///< read, and its symbols written, this run
+};
+
+// What reading a changed file came to.
+struct ReadFile {
+  enum class Outcome { index, same_content, leave_out };
+  Outcome outcome = Outcome::leave_out;
+  std::string bytes{};
 };
 
 class IndexRun {
  public:
   IndexRun(const IndexOptions& options, std::ostream& log)
-      : options_(options), log_(log), store_(IndexStore::open(options.db)), ctags_(options.ctags) {}
+      : options_(options),
+        log_(log),
+        lock_(WriterLock::acquire(options.db,
+                                  [&] {
+                                    log << "kestrune-index: another kestrune-index is updating " << options.db.string()
+                                        << "; waiting for it to finish\n";
+                                  })),
+        store_(IndexStore::open(options.db)),
+        ctags_(options.ctags) {}
 
   IndexSummary run() {
     const std::optional<IndexStatusRow> last = store_.last_status();
@@ -78,6 +112,9 @@ class IndexRun {
       extract_symbols();
       resolve_references();
       build_wiki();
+    }
+    forget_vanished();
+    if (!changed_.empty() || summary_.files_removed > 0) {
       report(98, "counting components", "");
       store_.transaction([&] { store_.rebuild_components(); });
     }
@@ -111,7 +148,7 @@ class IndexRun {
  private:
   void problem(std::string_view path, std::string_view what) {
     ++summary_.errors;
-    log_ << "kestrune-index: " << path << ": " << what << "\n";
+    log_ << "kestrune-index: " << shown(path) << ": " << what << "\n";
   }
 
   void report(std::int64_t progress, std::string phase, std::string detail) {
@@ -135,69 +172,130 @@ class IndexRun {
     report(from + (to - from) * d / t, phase, std::to_string(done) + "/" + std::to_string(total));
   }
 
-  // Which files are new or changed since the last run, and which are gone.
+  // Which files are new or changed since the last run (by size and time;
+  // their content is read when their batch is indexed), and which are gone.
   void read_changed_files(const FileListing& listing) {
+    if (!listing.git_error.empty())
+      problem(options_.repo.string(), listing.git_error + ": its files are found by a walk");
+    for (const std::string& folder : listing.too_deep)
+      problem(folder, "is more than " + std::to_string(kMaxDepth) + " folders deep: not walked");
     const std::unordered_map<std::string, StoredFile> stored = store_.stored_files();
-    std::vector<FileRow> touched;  // unchanged content, new time
     for (std::size_t i = 0; i < listing.paths.size(); ++i) {
       if (i % kBatchFiles == 0) report_step(2, 15, i, listing.paths.size(), "reading files");
       const std::string& path = listing.paths[i];
-      if (path.find('\n') != std::string::npos || !is_utf8(path)) {
-        problem(valid_utf8(path), "its name is not UTF-8 text: not indexed");
+      if (!is_utf8(path)) {
+        problem(path, "its name is not UTF-8 text: not indexed");
         continue;
       }
       const FileCheck check = check_file(options_.repo, path, options_.max_file_bytes);
       if (!admit(path, check)) continue;
+      kept_.insert(path);
       const auto last = stored.find(path);
       const bool known = !full_ && last != stored.end() && !last->second.content_hash.empty();
       if (known && last->second.size == static_cast<std::int64_t>(check.size) &&
           last->second.mtime_ns == check.mtime_ns) {
         if (last->second.problem) problem(path, *last->second.problem);
-        kept_.insert(path);
         continue;
       }
-      // A binary file's head is enough: it is never read whole.
-      std::string error;
-      std::optional<std::string> bytes = read_file(options_.repo / path, error, kSniffBytes);
-      if (bytes && looks_binary(*bytes)) {
-        ++summary_.skipped_binary;
-        continue;
+      Changed file{.row = {.path = path}, .markdown = is_markdown(path)};
+      if (known) {
+        file.last_hash = last->second.content_hash;
+        file.row.stored.language = last->second.language;
       }
-      if (bytes && bytes->size() == kSniffBytes) bytes = read_file(options_.repo / path, error);
-      if (!bytes) {
-        problem(path, "cannot be read (" + error + "): not indexed");
-        continue;
-      }
-      FileRow row{.path = path,
-                  .stored = {.size = static_cast<std::int64_t>(bytes->size()),
-                             .mtime_ns = check.mtime_ns,
-                             .content_hash = content_hash(*bytes)},
-                  .lines = line_count(*bytes)};
-      if (!is_utf8(*bytes)) {
-        row.stored.problem = "its text is not UTF-8: ill-formed bytes are read as U+FFFD";
-        problem(path, *row.stored.problem);
-      }
-      kept_.insert(path);
-      if (known && last->second.content_hash == row.stored.content_hash) {
-        row.stored.language = last->second.language;
-        touched.push_back(std::move(row));
-        continue;
-      }
-      changed_.push_back({.row = std::move(row), .markdown = is_markdown(path)});
+      changed_.push_back(std::move(file));
     }
     std::vector<std::string> gone;
     for (const auto& [path, file] : stored) {
       if (!kept_.contains(path)) gone.push_back(path);
     }
     store_.transaction([&] {
-      for (const FileRow& row : touched) store_.put_file(row);
-      for (const std::string& path : gone) {
-        store_.forget_file(path);
-        if (is_markdown(path)) store_.forget_page(path);
-      }
+      for (const std::string& path : gone) forget(path);
     });
     summary_.files_removed = static_cast<std::int64_t>(gone.size());
-    summary_.files_read = static_cast<std::int64_t>(changed_.size());
+  }
+
+  // forget: the file and all that was made of it, out of the index.
+  void forget(const std::string& path) {
+    store_.forget_file(path);
+    if (is_markdown(path)) store_.forget_page(path);
+    kept_.erase(path);
+  }
+
+  // read_listed: the changed file's bytes, read once and within the size
+  // limit, with its row filled in from them.
+  ReadFile read_listed(Changed& file) {
+    ReadFile read;
+    const std::string& path = file.row.path;
+    std::string error;
+    OpenFile opened = open_regular(options_.repo / path, error);
+    if (!opened.valid()) {
+      problem(path, opened.missing() ? "was removed during the run: not indexed"
+                                     : "cannot be read (" + error + "): not indexed");
+      return read;
+    }
+    // One byte past the limit tells a file that grew over it since it was listed.
+    const std::size_t limit =
+        static_cast<std::size_t>(std::min<std::uintmax_t>(options_.max_file_bytes, SIZE_MAX - 1)) + 1;
+    std::optional<std::string> bytes = opened.read(std::min(limit, kSniffBytes), error);
+    if (bytes && looks_binary(*bytes)) {
+      ++summary_.skipped_binary;
+      return read;
+    }
+    if (bytes && bytes->size() == kSniffBytes && limit > kSniffBytes) {
+      std::optional<std::string> rest = opened.read(limit - kSniffBytes, error);
+      if (rest) {
+        *bytes += *rest;
+      } else {
+        bytes.reset();
+      }
+    }
+    if (!bytes) {
+      problem(path, "cannot be read (" + error + "): not indexed");
+      return read;
+    }
+    if (bytes->size() >= limit) {
+      ++summary_.skipped_large;
+      log_ << "kestrune-index: " << shown(path) << ": grew over the limit of " << options_.max_file_bytes
+           << " bytes after it was listed: not indexed\n";
+      return read;
+    }
+    file.row.stored.size = static_cast<std::int64_t>(bytes->size());
+    file.row.stored.mtime_ns = opened.mtime_ns();
+    file.row.stored.content_hash = content_hash(*bytes);
+    file.row.lines = line_count(*bytes);
+    if (!is_utf8(*bytes)) {
+      file.row.stored.problem = "its text is not UTF-8: ill-formed bytes are read as U+FFFD";
+      problem(path, *file.row.stored.problem);
+    }
+    read.outcome =
+        file.last_hash == file.row.stored.content_hash ? ReadFile::Outcome::same_content : ReadFile::Outcome::index;
+    read.bytes = std::move(*bytes);
+    return read;
+  }
+
+  // read_again: the bytes of a file indexed this run, for a later phase;
+  // nullopt when it vanished (it is then forgotten) or changed since its
+  // symbols were read (it is read again next run).
+  std::optional<std::string> read_again(Changed& file, std::string_view phase) {
+    const std::string& path = file.row.path;
+    std::string error;
+    OpenFile opened = open_regular(options_.repo / path, error);
+    std::optional<std::string> bytes;
+    if (opened.valid()) bytes = opened.read(static_cast<std::size_t>(file.row.stored.size) + 1, error);
+    if (!bytes) {
+      problem(path, opened.missing() ? "was removed during the run: removed from the index"
+                                     : "cannot be read (" + error + "): removed from the index");
+      store_.transaction([&] { forget(path); });
+      file.indexed = false;
+      return std::nullopt;
+    }
+    if (content_hash(*bytes) != file.row.stored.content_hash) {
+      problem(path, "changed while it was indexed: its " + std::string(phase) + " wait for the next run");
+      file.row.stored.content_hash.clear();
+      store_.transaction([&] { store_.put_file(file.row); });
+      return std::nullopt;
+    }
+    return bytes;
   }
 
   // admit: whether the listed file is one to index; the others are counted.
@@ -208,7 +306,7 @@ class IndexRun {
         return true;
       case Kind::too_large:
         ++summary_.skipped_large;
-        log_ << "kestrune-index: " << path << ": " << check.size << " bytes, over the limit of "
+        log_ << "kestrune-index: " << shown(path) << ": " << check.size << " bytes, over the limit of "
              << options_.max_file_bytes << ": not indexed\n";
         return false;
       case Kind::missing:
@@ -228,100 +326,91 @@ class IndexRun {
   }
 
   void extract_symbols() {
-    std::vector<Changed*> code;
-    for (Changed& c : changed_) {
-      if (!c.markdown) code.push_back(&c);
-    }
+    report_step(15, 50, 0, changed_.size(), "extracting symbols");
+    const bool code = std::any_of(changed_.begin(), changed_.end(), [](const Changed& c) { return !c.markdown; });
     std::string error;
-    const bool usable = code.empty() || ctags_.usable(error);
+    const bool usable = !code || ctags_.usable(error);
     if (!usable) problem(options_.ctags, error + "; files are indexed without symbols");
     for (std::size_t start = 0; start < changed_.size(); start += kBatchFiles) {
       report_step(15, 50, start, changed_.size(), "extracting symbols");
       const std::size_t end = std::min(changed_.size(), start + kBatchFiles);
-      std::map<std::string, std::vector<Tag>, std::less<>> tags;
-      std::set<std::string, std::less<>> failed;
-      if (usable) run_ctags(start, end, tags, failed);
+      // Read and parsed first; then the batch is swapped in at once.
+      std::vector<std::pair<ReadFile::Outcome, std::vector<SymbolRecord>>> done;
+      for (std::size_t i = start; i < end; ++i) done.push_back(take_symbols(changed_[i], usable));
       store_.transaction([&] {
-        for (std::size_t i = start; i < end; ++i) index_symbols(changed_[i], usable, tags, failed);
+        for (std::size_t i = start; i < end; ++i) {
+          Changed& file = changed_[i];
+          auto& [outcome, symbols] = done[i - start];
+          if (outcome == ReadFile::Outcome::leave_out) {
+            forget(file.row.path);
+            continue;
+          }
+          if (outcome == ReadFile::Outcome::index) {
+            store_.clear_symbols(file.row.path);
+            for (const SymbolRecord& s : symbols) store_.insert_symbol(s);
+            file.indexed = true;
+          }
+          store_.put_file(file.row);
+        }
       });
     }
+    summary_.files_read = std::count_if(changed_.begin(), changed_.end(), [](const Changed& c) { return c.indexed; });
   }
 
-  // The tags of changed_[start, end): one ctags run, or one a file when the
-  // batch's fails, so that one bad file costs only its own symbols.
-  void run_ctags(std::size_t start, std::size_t end, std::map<std::string, std::vector<Tag>, std::less<>>& tags,
-                 std::set<std::string, std::less<>>& failed) {
-    std::vector<std::string> paths;
-    for (std::size_t i = start; i < end; ++i) {
-      if (!changed_[i].markdown) paths.push_back(changed_[i].row.path);
-    }
-    if (paths.empty()) return;
-    CtagsBatch batch = ctags_.run(options_.repo, paths);
-    if (!batch.ok) {
-      for (const std::string& path : paths) {
-        CtagsBatch one = ctags_.run(options_.repo, {path});
-        if (!one.ok) {
-          problem(path, "ctags failed on it (" + one.error + "): its symbols are not indexed");
-          failed.insert(path);
-          continue;
-        }
-        for (Tag& t : one.tags) batch.tags.push_back(std::move(t));
-      }
-    }
-    for (Tag& t : batch.tags) tags[t.path].push_back(std::move(t));
-  }
-
-  void index_symbols(Changed& file, bool usable, const std::map<std::string, std::vector<Tag>, std::less<>>& tags,
-                     const std::set<std::string, std::less<>>& failed) {
-    const std::string& path = file.row.path;
-    store_.clear_file(path);
+  // take_symbols: the file read and its symbols taken from its bytes.
+  std::pair<ReadFile::Outcome, std::vector<SymbolRecord>> take_symbols(Changed& file, bool usable) {
+    ReadFile read = read_listed(file);
+    if (read.outcome != ReadFile::Outcome::index) return {read.outcome, {}};
     if (file.markdown) {
       file.row.stored.language = "Markdown";
-      store_.put_file(file.row);
-      return;
+      return {read.outcome, {}};
     }
-    const auto found = tags.find(path);
-    if (!usable || failed.contains(path)) {
-      // An empty hash: the next run reads it again.
+    if (!usable) {
+      file.row.stored.content_hash.clear();  // an empty hash: the next run reads it again
+      return {read.outcome, {}};
+    }
+    std::string error;
+    const std::optional<std::vector<Tag>> tags = ctags_.tags(file.row.path, read.bytes, error);
+    if (!tags) {
+      problem(file.row.path, "ctags failed on it (" + error + "): its symbols are not indexed");
       file.row.stored.content_hash.clear();
-    } else if (found != tags.end()) {
-      file.row.stored.language = found->second.front().language;
-      std::string error;
-      const std::optional<std::string> bytes = read_file(options_.repo / path, error);
-      if (!bytes) {
-        problem(path, "cannot be read (" + error + "): not indexed");
-        store_.forget_file(path);
-        file.indexed = false;
-        return;
-      }
-      for (const SymbolRecord& s : file_symbols(path, found->second, *bytes, static_cast<int>(file.row.lines)))
-        store_.insert_symbol(s);
+      return {read.outcome, {}};
     }
-    store_.put_file(file.row);
+    file.row.stored.language.reset();
+    for (const Tag& t : *tags) {
+      if (!t.language.empty()) {
+        file.row.stored.language = t.language;
+        break;
+      }
+    }
+    return {read.outcome, file_symbols(file.row.path, *tags, read.bytes, static_cast<int>(file.row.lines))};
   }
 
   void resolve_references() {
     report(50, "resolving references", "");
     symbols_ = store_.load_symbols();
-    std::vector<const Changed*> scanned;
-    for (const Changed& c : changed_) {
+    std::vector<Changed*> scanned;
+    for (Changed& c : changed_) {
       if (c.indexed && !c.markdown && c.row.stored.language && syntax_of(*c.row.stored.language) != Syntax::plain)
         scanned.push_back(&c);
     }
     for (std::size_t start = 0; start < scanned.size(); start += kBatchFiles) {
       report_step(50, 90, start, scanned.size(), "resolving references");
       const std::size_t end = std::min(scanned.size(), start + kBatchFiles);
+      std::vector<std::pair<const Changed*, std::vector<ReferenceRecord>>> found;
+      for (std::size_t i = start; i < end; ++i) {
+        Changed& file = *scanned[i];
+        if (const std::optional<std::string> bytes = read_again(file, "references")) {
+          found.emplace_back(&file,
+                             file_references(file.row.path, *bytes, syntax_of(*file.row.stored.language), symbols_));
+        }
+      }
+      // A file's references are replaced in one step: a reader sees the old
+      // ones or the new, never none.
       store_.transaction([&] {
-        for (std::size_t i = start; i < end; ++i) {
-          const FileRow& row = scanned[i]->row;
-          std::string error;
-          const std::optional<std::string> bytes = read_file(options_.repo / row.path, error);
-          if (!bytes) {
-            problem(row.path, "cannot be read (" + error + "): its references are not indexed");
-            continue;
-          }
-          for (const ReferenceRecord& r : file_references(row.path, *bytes, syntax_of(*row.stored.language), symbols_))
-            store_.insert_reference(row.path, r);
+        for (const auto& [file, references] : found) {
+          store_.clear_references(file->row.path);
+          for (const ReferenceRecord& r : references) store_.insert_reference(file->row.path, r);
         }
       });
     }
@@ -330,18 +419,18 @@ class IndexRun {
 
   void build_wiki() {
     report(90, "building the wiki", "");
+    std::vector<std::pair<std::string, MarkdownPage>> pages;
+    for (Changed& c : changed_) {
+      if (!c.markdown || !c.indexed) continue;
+      if (const std::optional<std::string> bytes = read_again(c, "wiki page")) {
+        pages.emplace_back(c.row.path, read_markdown_page(c.row.path, valid_utf8(*bytes)));
+      }
+    }
     const auto is_file = [&](std::string_view path) { return kept_.contains(std::string(path)); };
     store_.transaction([&] {
-      for (const Changed& c : changed_) {
-        if (!c.markdown) continue;
-        store_.forget_page(c.row.path);
-        std::string error;
-        const std::optional<std::string> bytes = read_file(options_.repo / c.row.path, error);
-        if (!bytes) {
-          problem(c.row.path, "cannot be read (" + error + "): no wiki page is made of it");
-          continue;
-        }
-        store_.insert_page(c.row.path, read_markdown_page(c.row.path, valid_utf8(*bytes)));
+      for (const auto& [path, page] : pages) {
+        store_.forget_page(path);
+        store_.insert_page(path, page);
       }
       store_.link_and_order_pages();
       // Citations name symbols, which any changed file may have moved.
@@ -351,8 +440,28 @@ class IndexRun {
     });
   }
 
+  // forget_vanished: the files that were removed while the run went on,
+  // out of the index (those read this run were checked as they were read).
+  void forget_vanished() {
+    std::vector<std::string> vanished;
+    for (const std::string& path : kept_) {
+      struct stat info {};
+      if (::lstat((options_.repo / path).c_str(), &info) != 0 && errno == ENOENT) vanished.push_back(path);
+    }
+    std::sort(vanished.begin(), vanished.end());
+    if (vanished.empty()) return;
+    store_.transaction([&] {
+      for (const std::string& path : vanished) {
+        problem(path, "was removed during the run: removed from the index");
+        forget(path);
+      }
+    });
+    summary_.files_removed += static_cast<std::int64_t>(vanished.size());
+  }
+
   const IndexOptions& options_;
   std::ostream& log_;
+  WriterLock lock_;  // taken before the store is opened, held until it is closed
   IndexStore store_;
   Ctags ctags_;
   bool full_ = false;

@@ -17,7 +17,10 @@ database, from the work tree at REPO: the files git tracks there (or, without
 git, every file that .gitignore does not exclude), their symbols from
 Universal Ctags, the uses of those symbols, a component per top-level
 folder, and a wiki of the Markdown files. A server may read the index while
-it is built: its status tool shows the phase and the progress.
+it is built: its status tool shows the phase and the progress. Nothing in
+the tree runs or configures a tool: git's files are read with libgit2, and
+ctags reads no option file. One run writes an index at a time; another
+waits for it.
 
   --db PATH            the index; made when missing, else brought up to date:
                        only files whose content changed are read again
@@ -25,9 +28,9 @@ it is built: its status tool shows the phase and the progress.
   --max-file-bytes N   larger files are skipped (default 1048576)
   --full               read every file again
 
-A file that cannot be read, is not UTF-8, is a link out of the tree or that
-ctags fails on is reported on standard error and counted in the status's
-errors; the rest is indexed. Exit status: 0 when the index is built (errors
+A file that cannot be read, is not UTF-8, is a link out of the tree, changes
+kind or vanishes during the run, or that ctags fails on is reported on
+standard error and counted in the status's errors; the rest is indexed. Exit status: 0 when the index is built (errors
 or not), 1 when the database fails, 2 for a bad command line.
 )";
 

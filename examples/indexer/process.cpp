@@ -1,13 +1,18 @@
 #include "process.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <utility>
 
 extern char** environ;  // NOLINT: the process's environment, handed to the child as it is
 
@@ -83,6 +88,134 @@ std::optional<ProcessOutput> run_process(const std::vector<std::string>& argv, c
   }
   result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
+}
+
+Conversation Conversation::start(const std::vector<std::string>& argv, const ProcessOptions& options,
+                                 std::string& error) {
+  // Its input is a socket, not a pipe: a write to a program that died fails
+  // with an error (MSG_NOSIGNAL) instead of a SIGPIPE that would end us.
+  std::array<int, 2> input{};
+  std::array<int, 2> output{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input.data()) != 0) {
+    error = std::strerror(errno);
+    return {};
+  }
+  Descriptor ours_in(input[0]);
+  Descriptor theirs_in(input[1]);
+  if (::pipe2(output.data(), O_CLOEXEC) != 0) {
+    error = std::strerror(errno);
+    return {};
+  }
+  Descriptor ours_out(output[0]);
+  Descriptor theirs_out(output[1]);
+
+  FileActions file_actions;
+  posix_spawn_file_actions_t* actions = &file_actions.actions;
+  posix_spawn_file_actions_adddup2(actions, theirs_in.fd, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(actions, theirs_out.fd, STDOUT_FILENO);
+  if (options.quiet) posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  if (!options.directory.empty()) posix_spawn_file_actions_addchdir_np(actions, options.directory.c_str());
+  std::vector<char*> args;
+  args.reserve(argv.size() + 1);
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));  // NOLINT: exec's signature
+  args.push_back(nullptr);
+  Conversation child;
+  const int rc = posix_spawnp(&child.pid_, args[0], actions, nullptr, args.data(), environ);
+  if (rc != 0) {
+    error = std::strerror(rc);
+    child.pid_ = -1;
+    return {};
+  }
+  child.to_child_ = std::exchange(ours_in.fd, -1);
+  child.from_child_ = std::exchange(ours_out.fd, -1);
+  ::fcntl(child.to_child_, F_SETFL, O_NONBLOCK);
+  ::fcntl(child.from_child_, F_SETFL, O_NONBLOCK);
+  return child;
+}
+
+Conversation::Conversation(Conversation&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)),
+      to_child_(std::exchange(other.to_child_, -1)),
+      from_child_(std::exchange(other.from_child_, -1)),
+      pending_(std::move(other.pending_)) {}
+
+Conversation& Conversation::operator=(Conversation&& other) noexcept {
+  if (this != &other) {
+    stop();
+    pid_ = std::exchange(other.pid_, -1);
+    to_child_ = std::exchange(other.to_child_, -1);
+    from_child_ = std::exchange(other.from_child_, -1);
+    pending_ = std::move(other.pending_);
+  }
+  return *this;
+}
+
+Conversation::~Conversation() { stop(); }
+
+void Conversation::stop() noexcept {
+  if (to_child_ >= 0) ::close(to_child_);
+  if (from_child_ >= 0) ::close(from_child_);
+  to_child_ = from_child_ = -1;
+  if (pid_ > 0) {
+    ::kill(pid_, SIGKILL);
+    while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  pid_ = -1;
+  pending_.clear();
+}
+
+std::optional<std::string> Conversation::exchange(std::string_view input, std::string_view last_line, int timeout_ms,
+                                                  std::string& error) {
+  if (!valid()) {
+    error = "the program is not running";
+    return std::nullopt;
+  }
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  std::string answer = std::exchange(pending_, {});
+  std::size_t scanned = 0;  // lines of `answer` before this are not the last
+  std::array<char, 65536> buffer{};
+  for (;;) {
+    // The answer ends at a line that starts with `last_line`.
+    for (std::size_t end; (end = answer.find('\n', scanned)) != std::string::npos; scanned = end + 1) {
+      if (std::string_view(answer).substr(scanned).starts_with(last_line)) {
+        pending_ = answer.substr(end + 1);
+        answer.resize(scanned);
+        return answer;
+      }
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+      error = "no answer in " + std::to_string(timeout_ms / 1000) + " s";
+      stop();
+      return std::nullopt;
+    }
+    std::array<pollfd, 2> fds{{{from_child_, POLLIN, 0}, {input.empty() ? -1 : to_child_, POLLOUT, 0}}};
+    if (::poll(fds.data(), fds.size(), static_cast<int>(left)) < 0 && errno != EINTR) {
+      error = std::strerror(errno);
+      stop();
+      return std::nullopt;
+    }
+    if ((fds[1].revents & (POLLOUT | POLLERR | POLLHUP)) != 0) {
+      const ssize_t n = ::send(to_child_, input.data(), input.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (n < 0 && errno != EAGAIN && errno != EINTR) {
+        error = "it stopped reading (" + std::string(std::strerror(errno)) + ")";
+        stop();
+        return std::nullopt;
+      }
+      if (n > 0) input.remove_prefix(static_cast<std::size_t>(n));
+    }
+    if ((fds[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0) {
+      const ssize_t n = ::read(from_child_, buffer.data(), buffer.size());
+      if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+        error = "it ended without an answer";
+        stop();
+        return std::nullopt;
+      }
+      if (n > 0) answer.append(buffer.data(), static_cast<std::size_t>(n));
+    }
+  }
 }
 
 }  // namespace kestrune::indexer

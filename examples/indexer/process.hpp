@@ -1,9 +1,11 @@
-// Running another program (git, ctags) and reading what it prints.
+// Running another program (ctags) and reading what it prints.
 #pragma once
 
+#include <sys/types.h>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrune::indexer {
@@ -24,5 +26,39 @@ struct ProcessOptions {
 /// why (such as "No such file or directory").
 [[nodiscard]] std::optional<ProcessOutput> run_process(const std::vector<std::string>& argv,
                                                        const ProcessOptions& options, std::string& error);
+
+/// A program that runs beside this one and answers what it is sent on its
+/// standard input with lines on its standard output. It is killed when it
+/// goes out of scope.
+class Conversation {
+ public:
+  /// start: `argv` started (argv[0] found on PATH); an invalid Conversation
+  /// with `error` set when it cannot be.
+  [[nodiscard]] static Conversation start(const std::vector<std::string>& argv, const ProcessOptions& options,
+                                          std::string& error);
+
+  Conversation() = default;
+  Conversation(Conversation&& other) noexcept;
+  Conversation& operator=(Conversation&& other) noexcept;
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+  ~Conversation();
+
+  [[nodiscard]] bool valid() const { return pid_ > 0; }
+
+  /// exchange: sends `input` whole and reads what the program prints until a
+  /// line that starts with `last_line`, which ends the answer (it is not
+  /// returned). nullopt, with `error` set, when the program ends, fails or
+  /// takes longer than `timeout_ms` in all: it is then killed.
+  [[nodiscard]] std::optional<std::string> exchange(std::string_view input, std::string_view last_line, int timeout_ms,
+                                                    std::string& error);
+
+ private:
+  void stop() noexcept;
+  pid_t pid_ = -1;
+  int to_child_ = -1;
+  int from_child_ = -1;
+  std::string pending_{};  // what it printed past the last answer
+};
 
 }  // namespace kestrune::indexer

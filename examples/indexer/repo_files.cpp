@@ -9,38 +9,21 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
+#include "git_worktree.hpp"
 #include "gitignore.hpp"
-#include "process.hpp"
 
 namespace kestrune::indexer {
 
 namespace {
 
-std::optional<std::string> git_output(const fs::path& root, std::vector<std::string> args) {
-  args.insert(args.begin(), {"git", "-C", root.string()});
-  std::string error;
-  const std::optional<ProcessOutput> run = run_process(args, {.quiet = true}, error);
-  if (!run || run->exit_code != 0) return std::nullopt;
-  return run->output;
-}
-
-std::optional<std::vector<std::string>> git_files(const fs::path& root) {
-  // Only a work tree: a folder inside .git, or a bare repository, is walked.
-  const std::optional<std::string> inside = git_output(root, {"rev-parse", "--is-inside-work-tree"});
-  if (!inside || inside->rfind("true", 0) != 0) return std::nullopt;
-  const std::optional<std::string> listed = git_output(root, {"ls-files", "-z"});
-  if (!listed) return std::nullopt;
-  std::vector<std::string> paths;
-  for (std::size_t start = 0; start < listed->size();) {
-    const std::size_t end = listed->find('\0', start);
-    paths.emplace_back(*listed, start, end - start);
-    start = end == std::string::npos ? listed->size() : end + 1;
+void walk(const fs::path& root, const std::string& directory, std::size_t depth, IgnoreRules& rules,
+          FileListing& listing) {
+  if (depth >= kMaxDepth) {
+    listing.too_deep.push_back(directory);
+    return;
   }
-  return paths;
-}
-
-void walk(const fs::path& root, const std::string& directory, IgnoreRules& rules, std::vector<std::string>& paths) {
   const fs::path here = directory.empty() ? root : root / directory;
   std::string error;
   if (const std::optional<std::string> text = read_file(here / ".gitignore", error)) rules.add(directory, *text);
@@ -60,9 +43,9 @@ void walk(const fs::path& root, const std::string& directory, IgnoreRules& rules
     const bool is_directory = entry.symlink_status(type_ec).type() == fs::file_type::directory;
     if (name == ".git" || rules.ignored(path, is_directory)) continue;
     if (is_directory) {
-      walk(root, path, rules, paths);
+      walk(root, path, depth + 1, rules, listing);
     } else {
-      paths.push_back(path);
+      listing.paths.push_back(path);
     }
   }
 }
@@ -71,23 +54,17 @@ void walk(const fs::path& root, const std::string& directory, IgnoreRules& rules
 
 FileListing list_files(const fs::path& root) {
   FileListing listing;
-  if (std::optional<std::vector<std::string>> tracked = git_files(root)) {
-    listing.paths = std::move(*tracked);
+  std::optional<GitListing> tracked = git_tracked_files(root);
+  if (tracked && tracked->error.empty()) {
+    listing.paths = std::move(tracked->paths);
     listing.from_git = true;
   } else {
+    if (tracked) listing.git_error = std::move(tracked->error);
     IgnoreRules rules;
-    walk(root, "", rules, listing.paths);
+    walk(root, "", 0, rules, listing);
   }
   std::sort(listing.paths.begin(), listing.paths.end());
   return listing;
-}
-
-std::optional<std::string> git_branch(const fs::path& root) {
-  std::optional<std::string> branch = git_output(root, {"symbolic-ref", "--short", "-q", "HEAD"});
-  if (!branch) return std::nullopt;
-  while (!branch->empty() && (branch->back() == '\n' || branch->back() == '\r')) branch->pop_back();
-  if (branch->empty()) return std::nullopt;
-  return branch;
 }
 
 FileCheck check_file(const fs::path& root, const std::string& path, std::uintmax_t max_bytes) {
@@ -123,29 +100,69 @@ FileCheck check_file(const fs::path& root, const std::string& path, std::uintmax
   return check;
 }
 
-std::optional<std::string> read_file(const fs::path& path, std::string& error, std::size_t limit) {
-  // O_NOFOLLOW: a file replaced by a link after it was checked is not read.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) {
-    error = std::strerror(errno);
-    return std::nullopt;
+OpenFile::OpenFile(OpenFile&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)), missing_(other.missing_), size_(other.size_), mtime_ns_(other.mtime_ns_) {}
+
+OpenFile& OpenFile::operator=(OpenFile&& other) noexcept {
+  if (this != &other) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = std::exchange(other.fd_, -1);
+    missing_ = other.missing_;
+    size_ = other.size_;
+    mtime_ns_ = other.mtime_ns_;
   }
+  return *this;
+}
+
+OpenFile::~OpenFile() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string OpenFile::proc_path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+
+std::optional<std::string> OpenFile::read(std::size_t limit, std::string& error) {
   std::string bytes;
+  bytes.reserve(static_cast<std::size_t>(std::min<std::uintmax_t>(size_, limit)));
   std::array<char, 65536> buffer{};
   while (bytes.size() < limit) {
-    const ssize_t n = ::read(fd, buffer.data(), std::min(buffer.size(), limit - bytes.size()));
+    const ssize_t n = ::read(fd_, buffer.data(), std::min(buffer.size(), limit - bytes.size()));
     if (n > 0) {
       bytes.append(buffer.data(), static_cast<std::size_t>(n));
     } else if (n == 0) {
       break;
     } else if (errno != EINTR) {
       error = std::strerror(errno);
-      ::close(fd);
       return std::nullopt;
     }
   }
-  ::close(fd);
   return bytes;
+}
+
+OpenFile open_regular(const fs::path& path, std::string& error) {
+  OpenFile file;
+  // O_NOFOLLOW: a file replaced by a link after it was listed is not read;
+  // O_NONBLOCK: nor is a FIFO waited on.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) {
+    file.missing_ = errno == ENOENT;
+    error = errno == ELOOP ? "it is now a symbolic link" : std::strerror(errno);
+    return file;
+  }
+  file.fd_ = fd;
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    error = "it is not a regular file";
+    return OpenFile();
+  }
+  file.size_ = static_cast<std::uintmax_t>(info.st_size);
+  file.mtime_ns_ = static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec;
+  return file;
+}
+
+std::optional<std::string> read_file(const fs::path& path, std::string& error, std::size_t limit) {
+  OpenFile file = open_regular(path, error);
+  if (!file.valid()) return std::nullopt;
+  return file.read(limit, error);
 }
 
 bool looks_binary(const std::string& head) { return head.find('\0') < std::min(head.size(), kSniffBytes); }

@@ -105,10 +105,17 @@ test("bad files are counted or reported, and the rest is indexed", async () => {
   symlinkSync("loop1", join(root, "loop2"));
   writeFileSync(join(scratch, "outside.py"), "def secret(): pass\n");
   symlinkSync(join(scratch, "outside.py"), join(root, "out.py"));
-  // This ctags fails on any run that reads crash.py.
+  // This ctags ends when it is handed crash.py.
   const ctags = join(scratch, "crashing-ctags");
-  writeFileSync(ctags, '#!/bin/sh\nfor a; do [ "$prev" = -L ] && grep -q crash.py "$a" && exit 3; prev=$a; done\n' +
-    'exec ctags "$@"\n');
+  writeFileSync(ctags, `#!/usr/bin/env node
+const { spawn, spawnSync } = require("node:child_process");
+const args = process.argv.slice(2);
+if (!args.some((a) => a.startsWith("--_interactive"))) process.exit(spawnSync("ctags", args, { stdio: "inherit" }).status);
+const real = spawn("ctags", args, { stdio: ["pipe", "inherit", "inherit"] });
+process.stdin.on("data", (chunk) => chunk.includes('"crash.py"') ? process.exit(3) : real.stdin.write(chunk));
+process.stdin.on("end", () => real.stdin.end());
+real.on("exit", (code) => process.exit(code));
+`);
   chmodSync(ctags, 0o755);
 
   const db = join(scratch, "bad.db");
