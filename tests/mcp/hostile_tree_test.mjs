@@ -157,6 +157,15 @@ test("files that change kind, grow, or vanish while the index is built are count
   });
 });
 
+test("a walk stops 256 folders deep and says where", async () => {
+  const deep = Array.from({ length: 300 }, () => "d").join("/");
+  const root = tree("deep", { "top.py": "def top():\n    pass\n", [`${deep}/bottom.py`]: "def bottom():\n    pass\n" });
+  const db = join(scratch, "deep.db");
+  const { stdout, stderr } = index(root, db);
+  assert.match(stderr, /d\/d: is more than 256 folders deep: not walked/);
+  assert.match(stdout, /1 files .*; 1 errors/);
+});
+
 test("files whose module paths meet keep all their symbols", async () => {
   const root = tree("collide", { "a.py": "def run():\n    pass\n", "a.js": "function run() {}\n",
     "b/c.py": "def inner():\n    pass\n", "b.c.py": "def inner():\n    pass\n" });
