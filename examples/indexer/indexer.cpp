@@ -76,6 +76,7 @@ struct Changed {
   bool markdown = false;
   std::optional<std::string> last_hash{};  ///< its content's hash when the last run read it
   bool indexed = false;                    ///< read, and its symbols written, this run
+  bool stored = false;                     ///< in the index before this run
 };
 
 // What reading a changed file came to.
@@ -107,14 +108,16 @@ class IndexRun {
     const FileListing listing = list_files(options_.repo);
     branch_ = git_branch(options_.repo);
     read_changed_files(listing);
-    // Nothing new, changed or gone: the index stands as it is.
-    if (!changed_.empty() || summary_.files_removed > 0) {
-      extract_symbols();
+    extract_symbols();
+    // Nothing new, changed or gone (files read again for their time, or
+    // binary ones, change nothing): the index stands as it is.
+    const bool changed = summary_.files_read > 0 || summary_.files_removed > 0 || dropped_;
+    if (changed) {
       resolve_references();
       build_wiki();
     }
     forget_vanished();
-    if (!changed_.empty() || summary_.files_removed > 0) {
+    if (changed || summary_.files_removed > 0) {
       report(98, "counting components", "");
       store_.transaction([&] { store_.rebuild_components(); });
     }
@@ -197,7 +200,7 @@ class IndexRun {
         if (last->second.problem) problem(path, *last->second.problem);
         continue;
       }
-      Changed file{.row = {.path = path}, .markdown = is_markdown(path)};
+      Changed file{.row = {.path = path}, .markdown = is_markdown(path), .stored = last != stored.end()};
       if (known) {
         file.last_hash = last->second.content_hash;
         file.row.stored.language = last->second.language;
@@ -326,23 +329,19 @@ class IndexRun {
   }
 
   void extract_symbols() {
-    report_step(15, 50, 0, changed_.size(), "extracting symbols");
-    const bool code = std::any_of(changed_.begin(), changed_.end(), [](const Changed& c) { return !c.markdown; });
-    std::string error;
-    const bool usable = !code || ctags_.usable(error);
-    if (!usable) problem(options_.ctags, error + "; files are indexed without symbols");
     for (std::size_t start = 0; start < changed_.size(); start += kBatchFiles) {
       report_step(15, 50, start, changed_.size(), "extracting symbols");
       const std::size_t end = std::min(changed_.size(), start + kBatchFiles);
       // Read and parsed first; then the batch is swapped in at once.
       std::vector<std::pair<ReadFile::Outcome, std::vector<SymbolRecord>>> done;
-      for (std::size_t i = start; i < end; ++i) done.push_back(take_symbols(changed_[i], usable));
+      for (std::size_t i = start; i < end; ++i) done.push_back(take_symbols(changed_[i]));
       store_.transaction([&] {
         for (std::size_t i = start; i < end; ++i) {
           Changed& file = changed_[i];
           auto& [outcome, symbols] = done[i - start];
           if (outcome == ReadFile::Outcome::leave_out) {
             forget(file.row.path);
+            dropped_ = dropped_ || file.stored;
             continue;
           }
           if (outcome == ReadFile::Outcome::index) {
@@ -357,15 +356,26 @@ class IndexRun {
     summary_.files_read = std::count_if(changed_.begin(), changed_.end(), [](const Changed& c) { return c.indexed; });
   }
 
+  // ctags_usable: whether ctags can run, asked once, when the first file
+  // needs it.
+  bool ctags_usable() {
+    if (!ctags_usable_) {
+      std::string error;
+      ctags_usable_ = ctags_.usable(error);
+      if (!*ctags_usable_) problem(options_.ctags, error + "; files are indexed without symbols");
+    }
+    return *ctags_usable_;
+  }
+
   // take_symbols: the file read and its symbols taken from its bytes.
-  std::pair<ReadFile::Outcome, std::vector<SymbolRecord>> take_symbols(Changed& file, bool usable) {
+  std::pair<ReadFile::Outcome, std::vector<SymbolRecord>> take_symbols(Changed& file) {
     ReadFile read = read_listed(file);
     if (read.outcome != ReadFile::Outcome::index) return {read.outcome, {}};
     if (file.markdown) {
       file.row.stored.language = "Markdown";
       return {read.outcome, {}};
     }
-    if (!usable) {
+    if (!ctags_usable()) {
       file.row.stored.content_hash.clear();  // an empty hash: the next run reads it again
       return {read.outcome, {}};
     }
@@ -464,6 +474,8 @@ class IndexRun {
   WriterLock lock_;  // taken before the store is opened, held until it is closed
   IndexStore store_;
   Ctags ctags_;
+  std::optional<bool> ctags_usable_{};
+  bool dropped_ = false;  // a file the index held was left out this run
   bool full_ = false;
   std::optional<std::string> branch_{};
   std::optional<std::string> last_updated_{};
