@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <kestrune/mcp_responses/encoding.hpp>
 
+#include "analyzer.hpp"
 #include "ctags.hpp"
 #include "git_worktree.hpp"
 #include "index_store.hpp"
@@ -77,6 +78,8 @@ struct Changed {
   std::optional<std::string> last_hash{};  ///< its content's hash when the last run read it
   bool indexed = false;                    ///< read, and its symbols written, this run
   bool stored = false;                     ///< in the index before this run
+  bool by_analyzer = false;                ///< its language's analyzer reads it, not ctags
+  bool unchanged = false;                  ///< read again only because its language's analyzer failed on it
 };
 
 // What reading a changed file came to.
@@ -97,7 +100,8 @@ class IndexRun {
                                         << "; waiting for it to finish\n";
                                   })),
         store_(IndexStore::open(options.db)),
-        ctags_(options.ctags) {}
+        ctags_(options.ctags),
+        analyzers_(analyzers(options.python)) {}
 
   IndexSummary run() {
     const std::optional<IndexStatusRow> last = store_.last_status();
@@ -108,6 +112,7 @@ class IndexRun {
     const FileListing listing = list_files(options_.repo);
     branch_ = git_branch(options_.repo);
     read_changed_files(listing);
+    for (Analyzer& analyzer : analyzers_) analyze(analyzer);
     extract_symbols();
     // Nothing new, changed or gone (files read again for their time, or
     // binary ones, change nothing): the index stands as it is.
@@ -200,7 +205,11 @@ class IndexRun {
         if (last->second.problem) problem(path, *last->second.problem);
         continue;
       }
-      Changed file{.row = {.path = path}, .markdown = is_markdown(path), .stored = last != stored.end()};
+      Changed file;
+      file.row.path = path;
+      file.markdown = is_markdown(path);
+      file.stored = last != stored.end();
+      file.by_analyzer = analyzer_of(path) != nullptr;
       if (known) {
         file.last_hash = last->second.content_hash;
         file.row.stored.language = last->second.language;
@@ -210,6 +219,9 @@ class IndexRun {
     std::vector<std::string> gone;
     for (const auto& [path, file] : stored) {
       if (!kept_.contains(path)) gone.push_back(path);
+    }
+    for (const std::string& path : gone) {
+      if (const Analyzer* analyzer = analyzer_of(path)) languages_gone_.insert(analyzer->language());
     }
     store_.transaction([&] {
       for (const std::string& path : gone) forget(path);
@@ -226,7 +238,7 @@ class IndexRun {
 
   // read_listed: the changed file's bytes, read once and within the size
   // limit, with its row filled in from them.
-  ReadFile read_listed(Changed& file) {
+  ReadFile read_listed(Changed& file, bool unchanged = false) {
     ReadFile read;
     const std::string& path = file.row.path;
     std::string error;
@@ -268,7 +280,7 @@ class IndexRun {
     file.row.lines = line_count(*bytes);
     if (!is_utf8(*bytes)) {
       file.row.stored.problem = "its text is not UTF-8: ill-formed bytes are read as U+FFFD";
-      problem(path, *file.row.stored.problem);
+      if (!unchanged) problem(path, *file.row.stored.problem);  // else reported as the listing found it
     }
     read.outcome =
         file.last_hash == file.row.stored.content_hash ? ReadFile::Outcome::same_content : ReadFile::Outcome::index;
@@ -328,16 +340,117 @@ class IndexRun {
     return false;
   }
 
+  const Analyzer* analyzer_of(std::string_view path) const {
+    for (const Analyzer& analyzer : analyzers_) {
+      if (analyzer.takes(path)) return &analyzer;
+    }
+    return nullptr;
+  }
+
+  // analyze: every file of the analyzer's language handed to it, when one of
+  // them is new, changed or gone, and its answers swapped in a batch at a
+  // time: each file's symbols and references at once. A file it cannot
+  // parse, or every file when it cannot run, goes to ctags instead.
+  void analyze(Analyzer& analyzer) {
+    const std::string& language = analyzer.language();
+    const bool changes = std::any_of(changed_.begin(), changed_.end(),
+                                     [&](const Changed& c) { return c.by_analyzer && analyzer.takes(c.row.path); });
+    if (!changes && !languages_gone_.contains(language)) return;
+    report(15, "analyzing " + language, "");
+    symbols_from_ = 30;  // ctags's part of the symbols phase comes after
+    std::unordered_map<std::string, Changed*> changed;
+    for (Changed& c : changed_) {
+      if (c.by_analyzer && analyzer.takes(c.row.path)) changed.emplace(c.row.path, &c);
+    }
+    std::vector<std::string> paths;
+    for (const std::string& path : kept_) {
+      if (analyzer.takes(path)) paths.push_back(path);
+    }
+    std::sort(paths.begin(), paths.end());
+
+    std::string error;
+    std::unordered_map<std::string, Changed> handed;  // what each file was when it was read
+    std::unordered_set<std::string> answered;
+    bool ok = analyzer.start(error);
+    for (std::size_t i = 0; ok && i < paths.size(); ++i) {
+      if (i % kBatchFiles == 0) report_step(15, 30, i, paths.size(), ("analyzing " + language).c_str());
+      const auto c = changed.find(paths[i]);
+      Changed file;
+      if (c != changed.end()) {
+        file = *c->second;
+      } else {
+        file.row.path = paths[i];
+      }
+      ReadFile read = read_listed(file, c == changed.end());
+      if (read.outcome == ReadFile::Outcome::leave_out) {
+        store_.transaction([&] { forget(file.row.path); });
+        dropped_ = true;
+        continue;
+      }
+      ok = analyzer.add(file.row.path, read.bytes, error);
+      handed.emplace(file.row.path, std::move(file));
+    }
+    std::vector<AnalyzedFile> batch;
+    const auto write = [&] {
+      store_.transaction([&] {
+        for (AnalyzedFile& answer : batch) {
+          const auto h = handed.find(answer.path);
+          if (h == handed.end() || answer.error) continue;
+          answered.insert(answer.path);
+          FileRow row = h->second.row;
+          row.stored.language = language;
+          store_.clear_symbols(row.path);
+          for (const SymbolRecord& symbol : answer.symbols) store_.insert_symbol(symbol);
+          store_.clear_references(row.path);
+          for (const ReferenceRecord& reference : answer.references) store_.insert_reference(row.path, reference);
+          store_.put_file(row);
+          if (const auto c = changed.find(row.path); c != changed.end()) c->second->indexed = true;
+        }
+      });
+      batch.clear();
+    };
+    if (ok) {
+      report(30, "analyzing " + language, std::to_string(paths.size()) + " files");
+      ok = analyzer.analyze(
+          [&](AnalyzedFile answer) {
+            if (answer.error)
+              log_ << "kestrune-index: " << shown(answer.path) << ": read by ctags instead, as it does not parse as "
+                   << language << " (" << *answer.error << ")\n";
+            batch.push_back(std::move(answer));
+            if (batch.size() == kBatchFiles) write();
+          },
+          error);
+      write();
+    }
+    if (!ok)
+      problem(language, "the analyzer failed (" + error + "): its files that it did not answer are read by ctags");
+    // What the analyzer did not answer is read by ctags, its references by the token scan.
+    for (auto& [path, file] : handed) {
+      if (answered.contains(path)) continue;
+      if (const auto c = changed.find(path); c != changed.end()) {
+        c->second->by_analyzer = false;
+      } else {
+        file.by_analyzer = false;
+        file.unchanged = true;
+        changed_.push_back(std::move(file));
+      }
+    }
+  }
+
   void extract_symbols() {
-    for (std::size_t start = 0; start < changed_.size(); start += kBatchFiles) {
-      report_step(15, 50, start, changed_.size(), "extracting symbols");
-      const std::size_t end = std::min(changed_.size(), start + kBatchFiles);
+    std::vector<Changed*> files;
+    for (Changed& c : changed_) {
+      if (!c.by_analyzer) files.push_back(&c);
+    }
+    for (std::size_t start = 0; start < files.size(); start += kBatchFiles) {
+      report_step(symbols_from_, 50, start, files.size(), "extracting symbols");
+      const std::size_t end = std::min(files.size(), start + kBatchFiles);
       // Read and parsed first; then the batch is swapped in at once.
       std::vector<std::pair<ReadFile::Outcome, std::vector<SymbolRecord>>> done;
-      for (std::size_t i = start; i < end; ++i) done.push_back(take_symbols(changed_[i]));
+      for (std::size_t i = start; i < end; ++i) done.push_back(take_symbols(*files[i]));
       store_.transaction([&] {
         for (std::size_t i = start; i < end; ++i) {
-          Changed& file = changed_[i];
+          Changed& file = *files[i];
           auto& [outcome, symbols] = done[i - start];
           if (outcome == ReadFile::Outcome::leave_out) {
             forget(file.row.path);
@@ -353,7 +466,8 @@ class IndexRun {
         }
       });
     }
-    summary_.files_read = std::count_if(changed_.begin(), changed_.end(), [](const Changed& c) { return c.indexed; });
+    summary_.files_read =
+        std::count_if(changed_.begin(), changed_.end(), [](const Changed& c) { return c.indexed && !c.unchanged; });
   }
 
   // ctags_usable: whether ctags can run, asked once, when the first file
@@ -369,7 +483,7 @@ class IndexRun {
 
   // take_symbols: the file read and its symbols taken from its bytes.
   std::pair<ReadFile::Outcome, std::vector<SymbolRecord>> take_symbols(Changed& file) {
-    ReadFile read = read_listed(file);
+    ReadFile read = read_listed(file, file.unchanged);
     if (read.outcome != ReadFile::Outcome::index) return {read.outcome, {}};
     if (file.markdown) {
       file.row.stored.language = "Markdown";
@@ -401,7 +515,8 @@ class IndexRun {
     symbols_ = store_.load_symbols();
     std::vector<Changed*> scanned;
     for (Changed& c : changed_) {
-      if (c.indexed && !c.markdown && c.row.stored.language && syntax_of(*c.row.stored.language) != Syntax::plain)
+      if (c.indexed && !c.by_analyzer && !c.markdown && c.row.stored.language &&
+          syntax_of(*c.row.stored.language) != Syntax::plain)
         scanned.push_back(&c);
     }
     for (std::size_t start = 0; start < scanned.size(); start += kBatchFiles) {
@@ -475,7 +590,10 @@ class IndexRun {
   IndexStore store_;
   Ctags ctags_;
   std::optional<bool> ctags_usable_{};
-  bool dropped_ = false;  // a file the index held was left out this run
+  bool dropped_ = false;            // a file the index held was left out this run
+  std::int64_t symbols_from_ = 15;  // the progress at which ctags's files start
+  std::vector<Analyzer> analyzers_;
+  std::set<std::string> languages_gone_;  // of the analyzers whose files were removed
   bool full_ = false;
   std::optional<std::string> branch_{};
   std::optional<std::string> last_updated_{};

@@ -10,9 +10,10 @@
 namespace kestrune::indexer {
 
 struct IndexOptions {
-  std::filesystem::path repo{};  ///< the work tree's root
-  std::filesystem::path db{};    ///< the index; made when missing, brought up to date otherwise
-  std::string ctags = "ctags";   ///< Universal Ctags: a name on PATH or a path
+  std::filesystem::path repo{};    ///< the work tree's root
+  std::filesystem::path db{};      ///< the index; made when missing, brought up to date otherwise
+  std::string ctags = "ctags";     ///< Universal Ctags: a name on PATH or a path
+  std::string python = "python3";  ///< runs the Python analyzer; empty: Python is read by ctags too
   std::uintmax_t max_file_bytes = std::uintmax_t{1} << 20;  ///< larger files are skipped
   bool full = false;                                        ///< read every file, changed or not
 };

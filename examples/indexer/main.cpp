@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::string_view kHelp =
-    R"(Usage: kestrune-index REPO --db PATH [--ctags PROGRAM] [--max-file-bytes N] [--full]
+    R"(Usage: kestrune-index REPO --db PATH [--ctags PROGRAM] [--python PROGRAM] [--max-file-bytes N] [--full]
 
 Builds the index that kestrune-example-server answers from, a SQLite
 database, from the work tree at REPO: the files git tracks there (or, without
@@ -25,6 +25,8 @@ waits for it.
   --db PATH            the index; made when missing, else brought up to date:
                        only files whose content changed are read again
   --ctags PROGRAM      Universal Ctags (default: ctags on PATH)
+  --python PROGRAM     the Python that reads Python files with its own parser
+                       (default: python3 on PATH; "" to leave them to ctags)
   --max-file-bytes N   larger files are skipped (default 1048576)
   --full               read every file again
 
@@ -65,6 +67,8 @@ int main(int argc, char** argv) {
       options.db = value;
     } else if (arg == "--ctags") {
       options.ctags = value;
+    } else if (arg == "--python") {
+      options.python = value;
     } else if (arg == "--max-file-bytes") {
       char* end = nullptr;
       options.max_file_bytes = std::strtoull(value.c_str(), &end, 10);

@@ -165,6 +165,65 @@ void Conversation::stop() noexcept {
   pending_.clear();
 }
 
+void Conversation::fail(std::string& error, std::string why) noexcept {
+  error = std::move(why);
+  stop();
+}
+
+bool Conversation::send(std::string_view input, int timeout_ms, std::string& error) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (!input.empty()) {
+    if (!valid()) {
+      error = "the program is not running";
+      return false;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd fd{to_child_, POLLOUT, 0};
+    if (left <= 0 || (::poll(&fd, 1, static_cast<int>(left)) < 0 && errno != EINTR)) {
+      fail(error, "it stopped reading for " + std::to_string(timeout_ms / 1000) + " s");
+      return false;
+    }
+    const ssize_t n = ::send(to_child_, input.data(), input.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n < 0 && errno != EAGAIN && errno != EINTR) {
+      fail(error, "it stopped reading (" + std::string(std::strerror(errno)) + ")");
+      return false;
+    }
+    if (n > 0) input.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+std::optional<std::string> Conversation::read_line(int timeout_ms, std::string& error) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  std::array<char, 65536> buffer{};
+  for (std::size_t scanned = 0;;) {
+    if (const std::size_t end = pending_.find('\n', scanned); end != std::string::npos) {
+      std::string line = pending_.substr(0, end);
+      pending_.erase(0, end + 1);
+      return line;
+    }
+    scanned = pending_.size();
+    if (!valid()) {
+      error = "the program is not running";
+      return std::nullopt;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd fd{from_child_, POLLIN, 0};
+    if (left <= 0 || (::poll(&fd, 1, static_cast<int>(left)) < 0 && errno != EINTR)) {
+      fail(error, "no answer in " + std::to_string(timeout_ms / 1000) + " s");
+      return std::nullopt;
+    }
+    const ssize_t n = ::read(from_child_, buffer.data(), buffer.size());
+    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+      fail(error, "it ended without an answer");
+      return std::nullopt;
+    }
+    if (n > 0) pending_.append(buffer.data(), static_cast<std::size_t>(n));
+  }
+}
+
 std::optional<std::string> Conversation::exchange(std::string_view input, std::string_view last_line, int timeout_ms,
                                                   std::string& error) {
   if (!valid()) {

@@ -53,8 +53,21 @@ class Conversation {
   [[nodiscard]] std::optional<std::string> exchange(std::string_view input, std::string_view last_line, int timeout_ms,
                                                     std::string& error);
 
+  /// send: writes `input` whole, reading nothing meanwhile (for a program
+  /// that answers only once it has read all it is sent). false, with `error`
+  /// set, when it stops reading or takes longer than `timeout_ms`: it is
+  /// then killed.
+  [[nodiscard]] bool send(std::string_view input, int timeout_ms, std::string& error);
+
+  /// read_line: the next line it prints, without its newline; nullopt, with
+  /// `error` set, when it ends first or takes longer than `timeout_ms`: it
+  /// is then killed.
+  [[nodiscard]] std::optional<std::string> read_line(int timeout_ms, std::string& error);
+
  private:
   void stop() noexcept;
+  // fail: `why` in `error`, and the program killed.
+  void fail(std::string& error, std::string why) noexcept;
   pid_t pid_ = -1;
   int to_child_ = -1;
   int from_child_ = -1;
