@@ -29,7 +29,7 @@ constexpr int kFileTimeoutMs = 60'000;
 // configures it.
 std::vector<std::string> ctags_argv(const std::string& program, const std::string& mode) {
   return {program,       "--options=NONE", "--_interactive=" + mode, "--output-format=json", "--fields=+nKSesZial",
-          "--extras=+f", "--sort=no"};
+          "--extras=+f", "--sort=no",      "--kinds-C=+p",           "--kinds-C++=+p"};
 }
 
 std::string request(std::string_view path, std::size_t size) {

@@ -178,20 +178,26 @@ void IndexStore::insert_symbol(const SymbolRecord& symbol) {
 
 SymbolTable IndexStore::load_symbols() const {
   SymbolTable table;
-  Statement s(db_.get(), "SELECT fqn, name, kind, file_path, start_line, end_line FROM symbols ORDER BY id");
+  Statement s(db_.get(),
+              "SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, f.language FROM symbols AS s "
+              "LEFT JOIN files AS f ON f.path = s.file_path ORDER BY s.id");
   while (s.step()) {
     IndexedSymbol symbol{.fqn = s.text(0),
                          .name = s.text(1),
                          .kind = s.text(2),
                          .file_path = s.text(3),
                          .start_line = static_cast<int>(s.integer(4)),
-                         .end_line = static_cast<int>(s.integer(5))};
-    // At its module's top the fqn is the module and the name.
+                         .end_line = static_cast<int>(s.integer(5)),
+                         .language = s.optional_text(6).value_or("")};
+    // At its module's top the fqn is the module and the name; in a
+    // language of "::" scopes, a member's scope is a class.
     const std::string module = module_path(symbol.file_path);
-    symbol.member =
-        symbol.kind != "module" && symbol.fqn != (module.empty() ? symbol.name : module + "." + symbol.name);
+    symbol.member = symbol.kind == "member" || symbol.kind == "field" || symbol.kind == "method" ||
+                    (symbol.fqn.find("::") == std::string::npos && symbol.kind != "module" &&
+                     symbol.fqn != (module.empty() ? symbol.name : module + "." + symbol.name));
     table.add(std::move(symbol));
   }
+  table.mark_scoped_members();
   return table;
 }
 

@@ -16,6 +16,7 @@
 #include "analyzer.hpp"
 #include "ctags.hpp"
 #include "git_worktree.hpp"
+#include "include_graph.hpp"
 #include "index_store.hpp"
 #include "markdown_pages.hpp"
 #include "references.hpp"
@@ -513,6 +514,12 @@ class IndexRun {
   void resolve_references() {
     report(50, "resolving references", "");
     symbols_ = store_.load_symbols();
+    std::vector<std::string> paths(kept_.begin(), kept_.end());
+    std::sort(paths.begin(), paths.end());
+    IncludeGraph includes(paths, [&](const std::string& path) {
+      std::string error;
+      return read_file(options_.repo / path, error, static_cast<std::size_t>(options_.max_file_bytes));
+    });
     std::vector<Changed*> scanned;
     for (Changed& c : changed_) {
       if (c.indexed && !c.by_analyzer && !c.markdown && c.row.stored.language &&
@@ -526,8 +533,11 @@ class IndexRun {
       for (std::size_t i = start; i < end; ++i) {
         Changed& file = *scanned[i];
         if (const std::optional<std::string> bytes = read_again(file, "references")) {
-          found.emplace_back(&file,
-                             file_references(file.row.path, *bytes, syntax_of(*file.row.stored.language), symbols_));
+          const std::string& language = *file.row.stored.language;
+          ScanScope scope{.language = language};
+          if (language == "C" || language == "C++" || language == "CUDA")
+            scope.visible = &includes.visible(file.row.path, *bytes);
+          found.emplace_back(&file, file_references(file.row.path, *bytes, syntax_of(language), symbols_, scope));
         }
       }
       // A file's references are replaced in one step: a reader sees the old

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "source_tokens.hpp"
@@ -20,13 +21,24 @@ struct ReferenceRecord {
   std::string usage_type{};  ///< "import", "call" (the name is called) or "reference"
 };
 
+/// What a scanned file can mean by a name: symbols of its language only,
+/// and in C and C++ those of the files it sees (itself and what it
+/// includes; null: no include information, its own top-level folder).
+struct ScanScope {
+  std::string language{};
+  const std::unordered_set<std::string>* visible = nullptr;
+};
+
 /// file_references: the uses in the file at `path`, whose text is `source`.
 /// A name resolves to a symbol only where the file says which one it means:
-/// Python through its imports, `self.` and its own module; any language
-/// through the file's own symbols; a member access (`x.name`) or, outside
-/// Python, any name also to the one symbol of that name in the index, when
-/// there is only one. A definition is no use of itself.
+/// Python through its imports, `self.` and its own module; C and C++ by the
+/// scopes around the name, its `::` qualifier, `using namespace` and the
+/// files it includes; any language through the file's own symbols; a member
+/// access (`x.name`) or, outside Python, any name also to the one symbol of
+/// that name of the file's language that it can see (its own top-level
+/// folder, or what it includes). A definition is no use of itself.
 [[nodiscard]] std::vector<ReferenceRecord> file_references(std::string_view path, std::string_view source,
-                                                           Syntax syntax, const SymbolTable& symbols);
+                                                           Syntax syntax, const SymbolTable& symbols,
+                                                           const ScanScope& scope);
 
 }  // namespace kestrune::indexer

@@ -15,10 +15,19 @@ std::span<const std::size_t> lookup(const Map& map, std::string_view key) {
 
 void SymbolTable::add(IndexedSymbol symbol) {
   const std::size_t i = symbols_.size();
-  if (!by_fqn_.emplace(symbol.fqn, i).second) return;
-  by_name_[symbol.name].push_back(i);
+  if (by_fqn_.emplace(symbol.fqn, i).second) by_name_[symbol.name].push_back(i);
   by_file_[symbol.file_path].push_back(i);
   symbols_.push_back(std::move(symbol));
+}
+
+void SymbolTable::mark_scoped_members() {
+  for (IndexedSymbol& symbol : symbols_) {
+    const std::size_t cut = symbol.fqn.rfind("::");
+    if (cut == std::string::npos) continue;
+    const IndexedSymbol* parent = find(std::string_view(symbol.fqn).substr(0, cut));
+    symbol.member =
+        parent != nullptr && (parent->kind == "class" || parent->kind == "struct" || parent->kind == "union");
+  }
 }
 
 const IndexedSymbol* SymbolTable::find(std::string_view fqn) const {

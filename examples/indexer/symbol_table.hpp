@@ -18,13 +18,19 @@ struct IndexedSymbol {
   std::string file_path{};
   int start_line = 0;
   int end_line = 0;
-  bool member = false;  ///< defined inside another symbol (a method, a nested class), not at its module's top
+  bool member = false;     ///< defined inside another symbol (a method, a nested class), not at its module's top
+  std::string language{};  ///< of its file, as ctags names it
 };
 
 class SymbolTable {
  public:
-  /// add: a symbol; one whose fqn is already there is left out.
+  /// add: a symbol. Several may share an fqn (overloads, a declaration and
+  /// its definition): `find` and `named` give the first, `in_file` each.
   void add(IndexedSymbol symbol);
+
+  /// mark_scoped_members: in languages of "::" scopes, the symbols whose
+  /// scope is a class, struct or union made members.
+  void mark_scoped_members();
 
   [[nodiscard]] const IndexedSymbol* find(std::string_view fqn) const;
   /// named: the symbols whose own name is `name`.

@@ -48,6 +48,57 @@ std::optional<bool> export_flag(const Tag& tag, std::string_view scope) {
   return std::nullopt;
 }
 
+// Languages whose names are scoped with "::", and written so in their fqns.
+bool colon_scoped(std::string_view language) { return language == "C" || language == "C++" || language == "CUDA"; }
+
+// The definition's line as the source writes it, from ctags's pattern
+// ("/^func (c *Command) Execute() error {$/"): the header in the language's
+// own form, without the body that may start on the same line.
+std::optional<std::string> header_of(const Tag& tag) {
+  std::string_view line = tag.pattern;
+  if (!line.starts_with("/^")) return std::nullopt;
+  line.remove_prefix(2);
+  if (line.ends_with("$/")) {
+    line.remove_suffix(2);
+  } else if (line.ends_with('/')) {
+    line.remove_suffix(1);
+  }
+  const std::size_t name = line.find(tag.name);
+  if (name == std::string_view::npos) return std::nullopt;
+  // The body starts at the first "{" after the name outside brackets.
+  int depth = 0;
+  std::size_t end = line.size();
+  for (std::size_t i = name; i < line.size(); ++i) {
+    const char c = line[i];
+    if (c == '(' || c == '[' || c == '<') ++depth;
+    if (c == ')' || c == ']' || c == '>') --depth;
+    if ((c == '{' || c == ';') && depth <= 0) {
+      end = i;
+      break;
+    }
+  }
+  std::string header;
+  bool space = false;
+  for (const char c : line.substr(0, end)) {
+    const bool blank = c == ' ' || c == '\t';
+    if (blank) {
+      space = !header.empty();
+      continue;
+    }
+    if (space) header += ' ';
+    space = false;
+    header += c;
+  }
+  // ctags escapes "/" and "\\" in its patterns.
+  std::string unescaped;
+  for (std::size_t i = 0; i < header.size(); ++i) {
+    if (header[i] == '\\' && i + 1 < header.size() && (header[i + 1] == '/' || header[i + 1] == '\\')) ++i;
+    unescaped += header[i];
+  }
+  if (unescaped.empty()) return std::nullopt;
+  return valid_utf8(unescaped);
+}
+
 std::optional<std::string> signature_of(const Tag& tag, std::string_view kind) {
   if (tag.language == "Python") {
     if (kind == "class") return "class " + tag.name + (tag.inherits.empty() ? "" : "(" + tag.inherits + ")");
@@ -57,7 +108,112 @@ std::optional<std::string> signature_of(const Tag& tag, std::string_view kind) {
            (tag.type.empty() ? "" : " -> " + tag.type);
   }
   if (tag.signature.empty()) return std::nullopt;
+  if (std::optional<std::string> header = header_of(tag); header && header->find('(') != std::string::npos)
+    return header;
   return (tag.type.empty() ? "" : tag.type + " ") + tag.name + tag.signature;
+}
+
+// The comment block right above a definition, as languages with comment
+// docs write it: "///" or "//" lines, or a "/** ... */" block (C, C++, Go,
+// Java, JavaScript, TypeScript, Rust, C#, Kotlin, Swift). Lines of the
+// definition's preamble between the two (a template header, annotations,
+// attributes) are passed over; a blank line ends the block.
+class CommentDocs {
+ public:
+  CommentDocs(std::string_view source, std::string_view language) : rust_(language == "Rust") {
+    for (std::size_t start = 0; start <= source.size();) {
+      const std::size_t end = source.find('\n', start);
+      lines_.push_back(source.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
+      if (end == std::string_view::npos) break;
+      start = end + 1;
+    }
+  }
+
+  [[nodiscard]] static bool has_comment_docs(std::string_view language) {
+    return language == "C" || language == "C++" || language == "CUDA" || language == "Go" || language == "Java" ||
+           language == "JavaScript" || language == "TypeScript" || language == "Rust" || language == "C#" ||
+           language == "Kotlin" || language == "Swift" || language == "ObjectiveC" || language == "Scala";
+  }
+
+  // at: the doc of the definition on `line` (1-based).
+  [[nodiscard]] std::optional<std::string> at(int line) const {
+    auto i = static_cast<std::ptrdiff_t>(line) - 2;
+    while (i >= 0 && preamble(trimmed(i))) --i;
+    if (i < 0) return std::nullopt;
+    std::vector<std::string_view> body;
+    std::string_view last = trimmed(i);
+    if (last.ends_with("*/")) {
+      // A block: up to its opening "/*"; "/**" marks a doc in every language.
+      std::ptrdiff_t open = i;
+      while (open >= 0 && trimmed(open).find("/*") == std::string_view::npos) --open;
+      if (open < 0 || !trimmed(open).starts_with("/**") || (rust_ && trimmed(open).starts_with("/**/")))
+        return std::nullopt;
+      for (std::ptrdiff_t k = open; k <= i; ++k) body.push_back(block_line(trimmed(k)));
+    } else {
+      std::ptrdiff_t k = i;
+      while (k >= 0 && line_comment(trimmed(k))) --k;
+      for (std::ptrdiff_t j = k + 1; j <= i; ++j) body.push_back(strip_slashes(trimmed(j)));
+    }
+    return joined(body);
+  }
+
+ private:
+  [[nodiscard]] std::string_view trimmed(std::ptrdiff_t i) const {
+    std::string_view l = lines_[static_cast<std::size_t>(i)];
+    while (!l.empty() && (l.front() == ' ' || l.front() == '\t')) l.remove_prefix(1);
+    while (!l.empty() && (l.back() == ' ' || l.back() == '\t' || l.back() == '\r')) l.remove_suffix(1);
+    return l;
+  }
+
+  static bool preamble(std::string_view l) {
+    return l.starts_with("template") || l.starts_with('@') || l.starts_with("#[") || l.starts_with("[[");
+  }
+
+  [[nodiscard]] bool line_comment(std::string_view l) const {
+    if (rust_) return l.starts_with("///") && !l.starts_with("////");
+    return l.starts_with("//");
+  }
+
+  static std::string_view strip_slashes(std::string_view l) {
+    while (l.starts_with('/')) l.remove_prefix(1);
+    if (l.starts_with('!') || l.starts_with('<')) l.remove_prefix(1);
+    if (l.starts_with(' ')) l.remove_prefix(1);
+    return l;
+  }
+
+  static std::string_view block_line(std::string_view l) {
+    if (l.starts_with("/**")) {
+      l.remove_prefix(3);
+    } else if (l.starts_with("/*")) {
+      l.remove_prefix(2);
+    }
+    if (l.ends_with("*/")) l.remove_suffix(2);
+    while (!l.empty() && l.back() == '*') l.remove_suffix(1);
+    if (l.starts_with('*')) l.remove_prefix(1);
+    if (l.starts_with(' ')) l.remove_prefix(1);
+    while (!l.empty() && l.back() == ' ') l.remove_suffix(1);
+    return l;
+  }
+
+  static std::optional<std::string> joined(const std::vector<std::string_view>& body) {
+    std::string text;
+    for (const std::string_view l : body) {
+      if (!text.empty() || !l.empty()) text.append(l).push_back('\n');
+    }
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    if (text.empty()) return std::nullopt;
+    return valid_utf8(text);
+  }
+
+  bool rust_;
+  std::vector<std::string_view> lines_;
+};
+
+// The fqn of a tag: the module path and the scope, dotted; for languages of
+// "::" scopes, the scope as the language writes it ("fmt::detail::write").
+std::string fqn_of(std::string_view module, const Tag& tag) {
+  if (colon_scoped(tag.language)) return tag.scope.empty() ? tag.name : tag.scope + "::" + tag.name;
+  return join(module, join(dotted_name(tag.scope), tag.name));
 }
 
 // The docstrings of a Python file: the string literal that opens the body
@@ -152,6 +308,9 @@ std::vector<SymbolRecord> file_symbols(std::string_view path, const std::vector<
   const bool python = !tags.empty() && tags.front().language == "Python";
   std::optional<PythonDocstrings> docstrings;
   if (python) docstrings.emplace(source);
+  std::optional<CommentDocs> comments;
+  if (!tags.empty() && CommentDocs::has_comment_docs(tags.front().language))
+    comments.emplace(source, tags.front().language);
   std::vector<SymbolRecord> symbols;
   if (python && !module.empty()) {
     const std::size_t dot = module.rfind('.');
@@ -172,14 +331,20 @@ std::vector<SymbolRecord> file_symbols(std::string_view path, const std::vector<
     const std::string kind = tag.language == "Python" && tag.kind == "member" ? "method" : tag.kind;
     const std::string scope = dotted_name(tag.scope);
     const bool definition = kind == "class" || kind == "function" || kind == "method";
-    symbols.push_back({.fqn = join(module, join(scope, tag.name)),
+    std::optional<std::string> doc;
+    if (python && definition) {
+      doc = docstrings->at(tag.line);
+    } else if (comments) {
+      doc = comments->at(tag.line);
+    }
+    symbols.push_back({.fqn = fqn_of(module, tag),
                        .name = tag.name,
                        .kind = kind,
                        .file_path = std::string(path),
                        .start_line = tag.line,
                        .end_line = tag.end > 0 ? tag.end : tag.line,
                        .signature = signature_of(tag, kind),
-                       .docstring = python && definition ? docstrings->at(tag.line) : std::nullopt,
+                       .docstring = std::move(doc),
                        .is_export = export_flag(tag, scope)});
   }
   return symbols;
