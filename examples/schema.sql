@@ -4,7 +4,7 @@
 -- builds from a work tree (examples/indexer/). The version changes with the
 -- schema: kestrune-index builds an index of another version anew.
 
-PRAGMA user_version = 2;
+PRAGMA user_version = 3;
 
 -- The indexer's state: one row, rewritten as a run goes on.
 CREATE TABLE index_status (
@@ -34,6 +34,15 @@ CREATE TABLE files (
   lines INTEGER NOT NULL,
   problem TEXT
 ) WITHOUT ROWID;
+
+-- What the last run could not index, or not whole, a row a problem, in the
+-- order standard error showed them: the path (or the program, for ctags or
+-- an analyzer) and what was wrong.
+CREATE TABLE index_problems (
+  id INTEGER PRIMARY KEY,
+  path TEXT NOT NULL,
+  problem TEXT NOT NULL
+);
 
 CREATE TABLE symbols (
   id INTEGER PRIMARY KEY,

@@ -117,6 +117,13 @@ void IndexStore::write_status(const IndexStatusRow& row) {
       .step();
 }
 
+void IndexStore::replace_problems(const std::vector<std::pair<std::string, std::string>>& problems) {
+  execute("DELETE FROM index_problems");
+  for (const auto& [path, what] : problems) {
+    cached("INSERT INTO index_problems (path, problem) VALUES (?1, ?2)").bind(1, path).bind(2, what).step();
+  }
+}
+
 std::unordered_map<std::string, StoredFile> IndexStore::stored_files() const {
   std::unordered_map<std::string, StoredFile> files;
   Statement s(db_.get(), "SELECT path, size, mtime_ns, content_hash, problem, language FROM files");

@@ -73,6 +73,9 @@ class IndexStore {
   [[nodiscard]] std::optional<IndexStatusRow> last_status() const;
   void write_status(const IndexStatusRow& row);
 
+  /// replace_problems: the run's problems, (path, what) in the order they came.
+  void replace_problems(const std::vector<std::pair<std::string, std::string>>& problems);
+
   [[nodiscard]] std::unordered_map<std::string, StoredFile> stored_files() const;
   void put_file(const FileRow& file);
   /// forget_file: the file, its symbols and the references in it.

@@ -129,6 +129,7 @@ class IndexRun {
     }
 
     last_updated_ = utc_now();
+    store_.transaction([&] { store_.replace_problems(problems_); });
     store_.write_status({.status = "ready",
                          .health = summary_.errors > 0 ? "degraded" : "healthy",
                          .branch = branch_,
@@ -157,6 +158,7 @@ class IndexRun {
  private:
   void problem(std::string_view path, std::string_view what) {
     ++summary_.errors;
+    problems_.emplace_back(path, what);
     log_ << "kestrune-index: " << shown(path) << ": " << what << "\n";
   }
 
@@ -279,8 +281,9 @@ class IndexRun {
     file.row.stored.mtime_ns = opened.mtime_ns();
     file.row.stored.content_hash = content_hash(*bytes);
     file.row.lines = line_count(*bytes);
-    if (!is_utf8(*bytes)) {
-      file.row.stored.problem = "its text is not UTF-8: ill-formed bytes are read as U+FFFD";
+    if (!is_utf8(*bytes) && !decoded_text(*bytes).well_formed) {
+      file.row.stored.problem =
+          "its text is not UTF-8 and declares no encoding it is in: ill-formed bytes are read as U+FFFD";
       if (!unchanged) problem(path, *file.row.stored.problem);  // else reported as the listing found it
     }
     read.outcome =
@@ -495,7 +498,8 @@ class IndexRun {
       return {read.outcome, {}};
     }
     std::string error;
-    const std::optional<std::vector<Tag>> tags = ctags_.tags(file.row.path, read.bytes, error);
+    const std::string text = decoded_text(read.bytes).text;
+    const std::optional<std::vector<Tag>> tags = ctags_.tags(file.row.path, text, error);
     if (!tags) {
       problem(file.row.path, "ctags failed on it (" + error + "): its symbols are not indexed");
       file.row.stored.content_hash.clear();
@@ -508,7 +512,7 @@ class IndexRun {
         break;
       }
     }
-    return {read.outcome, file_symbols(file.row.path, *tags, read.bytes, static_cast<int>(file.row.lines))};
+    return {read.outcome, file_symbols(file.row.path, *tags, text, static_cast<int>(file.row.lines))};
   }
 
   void resolve_references() {
@@ -537,7 +541,8 @@ class IndexRun {
           ScanScope scope{.language = language};
           if (language == "C" || language == "C++" || language == "CUDA")
             scope.visible = &includes.visible(file.row.path, *bytes);
-          found.emplace_back(&file, file_references(file.row.path, *bytes, syntax_of(language), symbols_, scope));
+          const std::string text = decoded_text(*bytes).text;
+          found.emplace_back(&file, file_references(file.row.path, text, syntax_of(language), symbols_, scope));
         }
       }
       // A file's references are replaced in one step: a reader sees the old
@@ -558,7 +563,7 @@ class IndexRun {
     for (Changed& c : changed_) {
       if (!c.markdown || !c.indexed) continue;
       if (const std::optional<std::string> bytes = read_again(c, "wiki page")) {
-        pages.emplace_back(c.row.path, read_markdown_page(c.row.path, valid_utf8(*bytes)));
+        pages.emplace_back(c.row.path, read_markdown_page(c.row.path, decoded_text(*bytes).text));
       }
     }
     const auto is_file = [&](std::string_view path) { return kept_.contains(std::string(path)); };
@@ -603,7 +608,8 @@ class IndexRun {
   bool dropped_ = false;            // a file the index held was left out this run
   std::int64_t symbols_from_ = 15;  // the progress at which ctags's files start
   std::vector<Analyzer> analyzers_;
-  std::set<std::string> languages_gone_;  // of the analyzers whose files were removed
+  std::vector<std::pair<std::string, std::string>> problems_;  // as standard error showed them
+  std::set<std::string> languages_gone_;                       // of the analyzers whose files were removed
   bool full_ = false;
   std::optional<std::string> branch_{};
   std::optional<std::string> last_updated_{};
