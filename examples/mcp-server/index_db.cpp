@@ -229,6 +229,16 @@ bool IndexDb::initialized() const {
   return db_ != nullptr;
 }
 
+IndexDb::Snapshot::Snapshot(sqlite3* db) : db_(db) {
+  // Deferred: the snapshot is taken by the first read, and kept to the end.
+  if (sqlite3_exec(db_, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) {
+    throw std::runtime_error(std::string("index database: ") + sqlite3_errmsg(db_));
+  }
+}
+
+// Nothing was written: ending the transaction is all there is to do.
+IndexDb::Snapshot::~Snapshot() { sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr); }
+
 IndexDb::Connection IndexDb::connect(const std::string& path) {
   if (path.empty() || !std::filesystem::exists(path)) return nullptr;
   sqlite3* db = nullptr;

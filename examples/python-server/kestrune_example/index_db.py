@@ -3,6 +3,7 @@ opened read-only, queried with bound parameters only; the SQL texts are
 constants, the C++ server's own."""
 
 import bisect
+import contextlib
 import os
 import pathlib
 import sqlite3
@@ -172,7 +173,8 @@ class IndexDb:
         uri = pathlib.Path(os.path.abspath(path)).as_uri() + "?mode=ro"
         try:
             # An indexer may be writing: a read waits out its brief locks.
-            db = sqlite3.connect(uri, uri=True, timeout=_BUSY_SECONDS)
+            # Transactions are the server's own (snapshot()), none implicit.
+            db = sqlite3.connect(uri, uri=True, timeout=_BUSY_SECONDS, isolation_level=None)
             # Text that is not UTF-8 is kept byte for byte, as the C++ server
             # keeps it: each bad byte a lone surrogate, which the response
             # layer writes (and server.py sends) as that byte again.
@@ -191,6 +193,19 @@ class IndexDb:
             raise _failed(e) from None
         db.close()
         return None
+
+    @contextlib.contextmanager
+    def snapshot(self):
+        """One read transaction on an initialized index: every query made in
+        it reads the index as one commit left it, so that a page's rows and
+        its count agree while an indexer writes. Deferred: the snapshot is
+        taken by the first read, and kept to the end."""
+        self._all("BEGIN")
+        try:
+            yield
+        finally:
+            # Nothing was written: ending the transaction is all there is to do.
+            self._db.execute("ROLLBACK")
 
     def _all(self, sql, params=()):
         try:
