@@ -15,7 +15,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Deeper requests are refused before any tree of them is walked.
+// Most arrays and objects nested in one another: a request that opens one
+// more is refused there, before any tree of it is walked.
 constexpr int kMaxDepth = 64;
 
 struct TooDeep {};
@@ -27,8 +28,10 @@ struct Refusal {
 };
 
 Json parse(std::string_view line) {
-  return Json::parse(line.begin(), line.end(), [](int depth, Json::parse_event_t /*event*/, Json& /*parsed*/) {
-    if (depth > kMaxDepth) throw TooDeep{};
+  // `depth` counts the containers open around the event, not one it opens.
+  return Json::parse(line.begin(), line.end(), [](int depth, Json::parse_event_t event, Json& /*parsed*/) {
+    const bool opens = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
+    if (opens && depth >= kMaxDepth) throw TooDeep{};
     return true;
   });
 }

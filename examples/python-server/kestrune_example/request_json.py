@@ -8,8 +8,8 @@ JSON, a NUL byte outside a string ends the text, and an integer is a 64-bit
 one (signed, or unsigned above INT64_MAX) or, beyond those, a double.
 
 The depth check runs where the C++ server's parser callback runs: a container
-opened inside MAX_DEPTH others, or a key or value inside more than MAX_DEPTH,
-stops the parse before anything after it is read.
+opened inside MAX_DEPTH others stops the parse before anything after it is
+read.
 """
 
 import math
@@ -255,8 +255,9 @@ class _Lexer:
         return float(text)
 
 
-def _check_depth(depth):
-    if depth > MAX_DEPTH:
+def _check_depth(open_containers):
+    # A container opened inside MAX_DEPTH others is one too many.
+    if open_containers >= MAX_DEPTH:
         raise TooDeep()
 
 
@@ -281,7 +282,6 @@ def parse(data):
         # Reads a member's key and separator; the first token of its value.
         if token != _STRING:
             raise ParseError(lexer.pos)
-        _check_depth(len(stack))
         stack[-1][1] = lexer.value
         if lexer.scan() != _NAME_SEPARATOR:
             raise ParseError(lexer.pos)
@@ -306,7 +306,6 @@ def parse(data):
             value = lexer.value
             if isinstance(value, float) and not math.isfinite(value):
                 raise NumberOverflow()
-            _check_depth(len(stack))
             add(value)
         elif token is not None:
             raise ParseError(lexer.pos)
