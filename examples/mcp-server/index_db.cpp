@@ -44,13 +44,20 @@ std::size_t code_points(std::string_view text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
+// `text` with ASCII letters in lower case, as LIKE compares them.
+std::string ascii_lower(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return lower;
+}
+
 // An FTS5 phrase of `text` with ASCII letters in lower case: in
 // symbol_names, which holds fqns and names so, the rows that hold it as a
 // substring in the sense of LIKE, which folds ASCII letters only.
 std::string fts_phrase(std::string_view text) {
   std::string phrase = "\"";
-  for (const char c : text) {
-    phrase += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  for (const char c : ascii_lower(text)) {
+    phrase += c;
     if (c == '"') phrase += '"';
   }
   phrase += '"';
@@ -70,16 +77,19 @@ std::string contains_pattern(std::string_view text) {
 
 std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
 
-// Search by scanning every symbol with LIKE: for queries too short to have
-// a trigram.
+bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+
+// Search by scanning every symbol: for queries too short to have a trigram,
+// and for those that hold a NUL, which LIKE and FTS5 read a pattern up to.
+// instr takes such a query whole, compared in lower case as LIKE compares.
 Page<SymbolRow> scan_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
-  constexpr std::string_view kContains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
-  const std::string pattern = contains_pattern(query);
+  const bool nul = holds_nul(query);
+  const std::string contains = nul ? "WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1) "
+                                   : "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
+  const std::string pattern = nul ? ascii_lower(query) : contains_pattern(query);
   Page<SymbolRow> page;
-  page.total =
-      count_of(std::move(Statement(db, "SELECT count(*) FROM symbols " + std::string(kContains)).bind(1, pattern)));
-  Statement s(db,
-              symbols_query(std::string(kContains) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
+  page.total = count_of(std::move(Statement(db, "SELECT count(*) FROM symbols " + contains).bind(1, pattern)));
+  Statement s(db, symbols_query(contains + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
   s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
   return page;
@@ -274,7 +284,7 @@ IndexState IndexDb::state() const {
 
 Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std::int64_t limit) const {
   // Below three characters a query has no trigram.
-  if (code_points(query) < 3) return scan_search(db_.get(), query, offset, limit);
+  if (code_points(query) < 3 || holds_nul(query)) return scan_search(db_.get(), query, offset, limit);
   return trigram_search(db_.get(), query, offset, limit);
 }
 

@@ -114,12 +114,16 @@ def _symbols_query(tail):
     return f"SELECT {_SYMBOL_COLUMNS} FROM symbols {tail}"
 
 
+def _ascii_lower(text):
+    """`text` with ASCII letters in lower case, as LIKE compares them."""
+    return "".join(chr(ord(c) + 32) if "A" <= c <= "Z" else c for c in text)
+
+
 def _fts_phrase(text):
     """An FTS5 phrase of `text` with ASCII letters in lower case: in
     symbol_names, which holds fqns and names so, the rows that hold it as a
     substring in the sense of LIKE, which folds ASCII letters only."""
-    lowered = "".join(chr(ord(c) + 32) if "A" <= c <= "Z" else c for c in text)
-    return '"' + lowered.replace('"', '""') + '"'
+    return '"' + _ascii_lower(text).replace('"', '""') + '"'
 
 
 def _contains_pattern(text):
@@ -241,15 +245,21 @@ class IndexDb:
         """Symbols whose fqn or name contains `query` (any case), exact names
         first, then by fqn."""
         # Below three characters a query has no trigram.
-        if len(query) < 3:
+        if len(query) < 3 or "\0" in query:
             return self._scan_search(query, offset, limit)
         return self._trigram_search(query, offset, limit)
 
     def _scan_search(self, query, offset, limit):
-        # Search by scanning every symbol with LIKE: for queries too short to
-        # have a trigram.
-        contains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' "
-        pattern = _contains_pattern(query)
+        # Search by scanning every symbol: for queries too short to have a
+        # trigram, and for those that hold a NUL, which LIKE and FTS5 read a
+        # pattern up to. instr takes such a query whole, compared in lower
+        # case as LIKE compares.
+        if "\0" in query:
+            contains = "WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1) "
+            pattern = _ascii_lower(query)
+        else:
+            contains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' "
+            pattern = _contains_pattern(query)
         total = self._count("SELECT count(*) FROM symbols " + contains, (pattern,))
         rows = self._all(
             _symbols_query(contains + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"),
