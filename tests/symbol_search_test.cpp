@@ -29,17 +29,22 @@ struct Db {
   }
 };
 
+// An index with the indexer's state and no symbols yet.
+void make_index(const Db& db) {
+  std::ifstream schema(KESTRUNE_SCHEMA_SQL);
+  std::stringstream sql;
+  sql << schema.rdbuf();
+  db.exec(sql.str());
+  db.exec("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 0, 0, NULL, 0, NULL, NULL)");
+}
+
 class SymbolSearch : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     path_ = (std::filesystem::temp_directory_path() / "kestrune-symbol-search-test.db").string();
     std::filesystem::remove(path_);
     const Db db(path_);
-    std::ifstream schema(KESTRUNE_SCHEMA_SQL);
-    std::stringstream sql;
-    sql << schema.rdbuf();
-    db.exec(sql.str());
-    db.exec("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 0, 0, NULL, 0, NULL, NULL)");
+    make_index(db);
     // 3000 symbols: a third named get in one case or another, names that
     // the fqn does not hold, a few without a name, some beyond ASCII.
     const std::vector<std::string> names = {"get", "Get", "GET", "getter", "parse", "Parser", "Über", "über", "x"};
@@ -107,11 +112,7 @@ TEST(SymbolSearchNul, finds_the_names_that_hold_it) {
   std::filesystem::remove(path);
   {
     const Db db(path);
-    std::ifstream schema(KESTRUNE_SCHEMA_SQL);
-    std::stringstream sql;
-    sql << schema.rdbuf();
-    db.exec(sql.str());
-    db.exec("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 0, 0, NULL, 0, NULL, NULL)");
+    make_index(db);
     Statement insert(db.db, "INSERT INTO symbols (fqn, name) VALUES (?1, ?2)");
     for (const std::string& name : {std::string("a\0Bc", 4), std::string("abc"), std::string("\0", 1)}) {
       insert.reset().bind(1, "pkg." + name).bind(2, name).step();
