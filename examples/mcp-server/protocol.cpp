@@ -104,6 +104,12 @@ std::optional<std::string> McpServer::answer(std::string_view line) const {
   Json request;
   try {
     request = parse(line);
+    // nlohmann/json stops at a NUL byte as at the end of the text; no JSON
+    // holds one, so a line that does is not JSON, whatever came before it.
+    if (const std::size_t nul = line.find('\0'); nul != std::string_view::npos) {
+      return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR,
+                                    "Parse error: not JSON at byte " + std::to_string(nul + 1));
+    }
   } catch (const TooDeep&) {
     return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR,
                                   "Parse error: nested deeper than " + std::to_string(kMaxDepth) + " levels");

@@ -1,7 +1,7 @@
-"""The Python example server's tools in-process: a call answers from one
-snapshot of the index, so an indexer's commit that lands between two of its
-queries shows in the next call, not in this one, and a page's rows agree
-with its count.
+"""The Python example server in-process: a call answers from one snapshot
+of the index, so an indexer's commit that lands between two of its queries
+shows in the next call, not in this one, and a page's rows agree with its
+count; request lines read alike with orjson and with the standard library.
 
   PYTHONPATH=build/dev/python python3 tests/python/test_python_server.py
 """
@@ -15,6 +15,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "examples" / "python-server"))
 
+from kestrune_example import request_json  # noqa: E402
 from kestrune_example.index_db import IndexDb  # noqa: E402
 from kestrune_example.tools import Tools, ToolsConfig  # noqa: E402
 
@@ -67,6 +68,39 @@ class Snapshot(unittest.TestCase):
                     self.assertEqual(len(answer.response[rows_key]), want)
                     self.assertTrue(made, "the change was not made during the call")
                 writer.close()
+
+
+def outcome(line):
+    """What parse() makes of `line`: its value with every type spelled out
+    (1, 1.0 and True are equal in Python), or the exception it raises."""
+
+    def typed(v):
+        if isinstance(v, dict):
+            return {k: typed(item) for k, item in v.items()}, list(v)
+        if isinstance(v, list):
+            return [typed(item) for item in v]
+        return type(v).__name__, v
+
+    try:
+        return typed(request_json.parse(line))
+    except (request_json.ParseError, request_json.TooDeep, request_json.NumberOverflow) as e:
+        return type(e).__name__
+
+
+class RequestJson(unittest.TestCase):
+    @unittest.skipIf(request_json.orjson is None, "orjson is not installed")
+    def test_orjson_and_the_standard_library_read_alike(self):
+        lines = [line for name in ("protocol", "edge_requests")
+                 for line in (ROOT / "tests" / "mcp" / f"{name}.jsonl").read_bytes().split(b"\n")]
+        orjson = request_json.orjson
+        try:
+            for line in lines:
+                request_json.orjson = orjson
+                with_orjson = outcome(line)
+                request_json.orjson = None
+                self.assertEqual(outcome(line), with_orjson, line[:80])
+        finally:
+            request_json.orjson = orjson
 
 
 if __name__ == "__main__":
