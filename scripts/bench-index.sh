@@ -55,15 +55,19 @@ echo "index: $(du -b "$db" | cut -f1) bytes ($(du -h "$db" | cut -f1));" \
     ' references, ' || (SELECT count(*) FROM wiki_sections) || ' wiki sections'")"
 echo
 echo "query plans:"
-plan() {  # plan LABEL SQL: the plan of one of the server's statements
-  sqlite3 "$db" "EXPLAIN QUERY PLAN $2" | grep -v '^QUERY PLAN' | sed "s/^/  $1: /"
+plan() {  # plan LABEL QUERY VALUE...: the plan of the server's query QUERY (examples/queries.sql), ?1... bound
+  local label=$1 name=$2 params=() i=1
+  shift 2
+  for value in "$@"; do params+=(".parameter set ?$i $value"); i=$((i + 1)); done
+  local sql
+  sql=$(awk -v n="$name" '/^-- name: /{on = ($3 == n); next} on && !/^[[:space:]]*(--|$)/' examples/queries.sql)
+  sqlite3 "$db" "${params[@]}" "EXPLAIN QUERY PLAN $sql" | grep -v '^QUERY PLAN' | sed "s/^/  $label: /"
 }
-plan "search, matches" "SELECT rowid FROM symbol_names WHERE symbol_names MATCH '\"parse\"' ORDER BY rowid"
-plan "search, exact names" "SELECT id FROM symbols WHERE name = 'parse' COLLATE NOCASE ORDER BY fqn"
-plan "search, dense page" "SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn"
-plan "references, count" "SELECT count(*) FROM symbol_refs WHERE symbol_fqn = 'os'"
-plan "references, page" "SELECT file_path, line, caller_fqn, caller_kind, usage_type FROM symbol_refs
-  WHERE symbol_fqn = 'os' ORDER BY file_path, line LIMIT 20 OFFSET 0"
+plan "search, matches" trigram_matches "'\"parse\"'"
+plan "search, exact names" named_exactly "'parse'"
+plan "search, dense page" ids_by_fqn
+plan "references, count" references_count "'os'"
+plan "references, page" references_page "'os'" 20 0
 echo
 node bench/index_tools.mjs "$PWD/build/release/examples/mcp-server/kestrune-example-server" "$db" "$tree" \
   "$scratch/server-rss" "${1:-1000}"

@@ -29,17 +29,22 @@ struct Db {
   }
 };
 
+// An index with the indexer's state and no symbols yet.
+void make_index(const Db& db) {
+  std::ifstream schema(KESTRUNE_SCHEMA_SQL);
+  std::stringstream sql;
+  sql << schema.rdbuf();
+  db.exec(sql.str());
+  db.exec("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 0, 0, NULL, 0, NULL, NULL)");
+}
+
 class SymbolSearch : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     path_ = (std::filesystem::temp_directory_path() / "kestrune-symbol-search-test.db").string();
     std::filesystem::remove(path_);
     const Db db(path_);
-    std::ifstream schema(KESTRUNE_SCHEMA_SQL);
-    std::stringstream sql;
-    sql << schema.rdbuf();
-    db.exec(sql.str());
-    db.exec("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 0, 0, NULL, 0, NULL, NULL)");
+    make_index(db);
     // 3000 symbols: a third named get in one case or another, names that
     // the fqn does not hold, a few without a name, some beyond ASCII.
     const std::vector<std::string> names = {"get", "Get", "GET", "getter", "parse", "Parser", "Über", "über", "x"};
@@ -97,6 +102,41 @@ TEST_F(SymbolSearch, gives_what_like_gives_for_every_query_offset_and_limit) {
       }
     }
   }
+}
+
+// A NUL is text like any other, though LIKE and FTS5 read a pattern only up
+// to it: a query that holds one finds the names that hold it, in any case,
+// and no others.
+TEST(SymbolSearchNul, finds_the_names_that_hold_it) {
+  const std::string path = (std::filesystem::temp_directory_path() / "kestrune-symbol-search-nul.db").string();
+  std::filesystem::remove(path);
+  {
+    const Db db(path);
+    make_index(db);
+    Statement insert(db.db, "INSERT INTO symbols (fqn, name) VALUES (?1, ?2)");
+    for (const std::string& name : {std::string("a\0Bc", 4), std::string("abc"), std::string("\0", 1)}) {
+      insert.reset().bind(1, "pkg." + name).bind(2, name).step();
+    }
+  }
+  const IndexDb index = IndexDb::open(path);
+  const struct {
+    std::string query;
+    std::vector<std::string> fqns;
+  } cases[] = {
+      {std::string("\0", 1), {std::string("pkg.\0", 5), std::string("pkg.a\0Bc", 8)}},
+      {std::string("A\0b", 3), {std::string("pkg.a\0Bc", 8)}},
+      {std::string("a\0bc", 4), {std::string("pkg.a\0Bc", 8)}},
+      {std::string("c\0", 2), {}},
+      {std::string("\0\0\0", 3), {}},
+  };
+  for (const auto& c : cases) {
+    const Page<SymbolRow> got = index.search(c.query, 0, 20);
+    std::vector<std::string> fqns;
+    for (const SymbolRow& row : got.rows) fqns.push_back(row.symbol.fqn);
+    EXPECT_EQ(fqns, c.fqns) << c.query.size();
+    EXPECT_EQ(got.total, static_cast<std::int64_t>(c.fqns.size())) << c.query.size();
+  }
+  std::filesystem::remove(path);
 }
 
 }  // namespace

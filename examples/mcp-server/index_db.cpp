@@ -1,5 +1,5 @@
-// Queries of the example index. Every value from a request is a bound
-// parameter; the SQL texts are constants.
+// Queries of the example index (examples/queries.sql). Every value from a
+// request is a bound parameter.
 #include "index_db.hpp"
 
 #include <algorithm>
@@ -7,14 +7,12 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "queries.hpp"
 #include "statement.hpp"
 
 namespace kestrune::example {
 
 namespace {
-
-constexpr std::string_view kSymbolColumns =
-    "fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated";
 
 SymbolRow symbol_row(const Statement& s) {
   return {.symbol = {.fqn = s.text(0),
@@ -29,14 +27,6 @@ SymbolRow symbol_row(const Statement& s) {
           .file_path = s.optional_text(3)};
 }
 
-std::string symbols_query(std::string_view tail) {
-  std::string sql = "SELECT ";
-  sql += kSymbolColumns;
-  sql += " FROM symbols ";
-  sql += tail;
-  return sql;
-}
-
 constexpr int kBusyMilliseconds = 2000;
 
 std::size_t code_points(std::string_view text) {
@@ -44,13 +34,20 @@ std::size_t code_points(std::string_view text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
+// `text` with ASCII letters in lower case, as LIKE compares them.
+std::string ascii_lower(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return lower;
+}
+
 // An FTS5 phrase of `text` with ASCII letters in lower case: in
 // symbol_names, which holds fqns and names so, the rows that hold it as a
 // substring in the sense of LIKE, which folds ASCII letters only.
 std::string fts_phrase(std::string_view text) {
   std::string phrase = "\"";
-  for (const char c : text) {
-    phrase += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  for (const char c : ascii_lower(text)) {
+    phrase += c;
     if (c == '"') phrase += '"';
   }
   phrase += '"';
@@ -70,17 +67,18 @@ std::string contains_pattern(std::string_view text) {
 
 std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
 
-// Search by scanning every symbol with LIKE: for queries too short to have
-// a trigram.
-Page<SymbolRow> scan_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
-  constexpr std::string_view kContains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' ";
-  const std::string pattern = contains_pattern(query);
+bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+
+// Search by scanning every symbol: for queries too short to have a trigram,
+// and for those that hold a NUL, which LIKE and FTS5 read a pattern up to.
+// instr takes such a query whole, compared in lower case as LIKE compares.
+Page<SymbolRow> scan_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  const bool nul = holds_nul(text);
+  const std::string pattern = nul ? ascii_lower(text) : contains_pattern(text);
   Page<SymbolRow> page;
-  page.total =
-      count_of(std::move(Statement(db, "SELECT count(*) FROM symbols " + std::string(kContains)).bind(1, pattern)));
-  Statement s(db,
-              symbols_query(std::string(kContains) + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"));
-  s.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
+  page.total = count_of(std::move(Statement(db, query(nul ? "scan_nul_count" : "scan_count")).bind(1, pattern)));
+  Statement s(db, query(nul ? "scan_nul_page" : "scan_page"));
+  s.bind(1, pattern).bind(2, text).bind(3, limit).bind(4, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
   return page;
 }
@@ -103,16 +101,16 @@ template <class Wanted>
 std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
                                        std::int64_t total, std::int64_t n) {
   std::vector<std::int64_t> ids;
-  const double symbols = static_cast<double>(count_of(Statement(db, "SELECT max(id) FROM symbols")));
+  const double symbols = static_cast<double>(count_of(Statement(db, query("last_symbol_id"))));
   if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
-    Statement walk(db, "SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn");
+    Statement walk(db, query("ids_by_fqn"));
     while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
       if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
     }
     return ids;
   }
   std::vector<std::pair<std::string, std::int64_t>> keyed;
-  Statement fqn(db, "SELECT fqn FROM symbols WHERE id = ?1");
+  Statement fqn(db, query("fqn_of_id"));
   for (const std::int64_t id : candidates) {
     if (wanted(id) && fqn.reset().bind(1, id).step()) keyed.emplace_back(fqn.text(0), id);
   }
@@ -127,17 +125,15 @@ std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64
 // read as three groups, each in fqn order: the symbols named `query`, the
 // other matches, and those without a name (after the others, as NULL sorts
 // last in the descending order). Only the page's rows are read whole.
-Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t offset, std::int64_t limit) {
+Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
   const std::vector<std::int64_t> matches =
-      ids_of(std::move(Statement(db, "SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid")
-                           .bind(1, fts_phrase(query))));
+      ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, fts_phrase(text))));
   page.total = static_cast<std::int64_t>(matches.size());
   // A name equal to the query holds it: each is a match.
-  const std::vector<std::int64_t> exact = ids_of(
-      std::move(Statement(db, "SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn").bind(1, query)));
+  const std::vector<std::int64_t> exact = ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text)));
   std::vector<std::int64_t> unnamed;
-  for (const std::int64_t id : ids_of(Statement(db, "SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn"))) {
+  for (const std::int64_t id : ids_of(Statement(db, query("unnamed")))) {
     if (holds(matches, id)) unnamed.push_back(id);
   }
   std::vector<std::int64_t> grouped = exact;
@@ -167,7 +163,7 @@ Page<SymbolRow> trigram_search(sqlite3* db, std::string_view query, std::int64_t
     }
   }
   take(unnamed);
-  Statement row(db, symbols_query("WHERE id = ?1"));
+  Statement row(db, query("symbol_by_id"));
   for (const std::int64_t id : ids) {
     if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
   }
@@ -199,7 +195,7 @@ std::string any_word_query(std::string_view text) {
 }
 
 mr::ResponseList citations_of(sqlite3* db, std::int64_t section_id) {
-  Statement s(db, "SELECT path, line_start, line_end FROM wiki_citations WHERE section_id = ?1 ORDER BY id");
+  Statement s(db, query("section_citations"));
   s.bind(1, section_id);
   mr::ResponseList citations;
   while (s.step()) {
@@ -229,6 +225,18 @@ bool IndexDb::initialized() const {
   return db_ != nullptr;
 }
 
+IndexDb::Snapshot::Snapshot(sqlite3* db) : db_(db) {
+  // Deferred: the snapshot is taken by the first read, and kept to the end.
+  if (sqlite3_exec(db_, std::string(query("begin_snapshot")).c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+    throw std::runtime_error(std::string("index database: ") + sqlite3_errmsg(db_));
+  }
+}
+
+// Nothing was written: ending the transaction is all there is to do.
+IndexDb::Snapshot::~Snapshot() {
+  sqlite3_exec(db_, std::string(query("end_snapshot")).c_str(), nullptr, nullptr, nullptr);
+}
+
 IndexDb::Connection IndexDb::connect(const std::string& path) {
   if (path.empty() || !std::filesystem::exists(path)) return nullptr;
   sqlite3* db = nullptr;
@@ -238,17 +246,15 @@ IndexDb::Connection IndexDb::connect(const std::string& path) {
   // An indexer may be writing: a read waits out its brief locks.
   sqlite3_busy_timeout(db, kBusyMilliseconds);
   // Without the indexer's state the repository was never indexed.
-  Statement has_state(db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'");
+  Statement has_state(db, query("has_state_table"));
   if (!has_state.step() || has_state.integer(0) == 0) return nullptr;
-  Statement rows(db, "SELECT count(*) FROM index_status");
+  Statement rows(db, query("has_state"));
   if (!rows.step() || rows.integer(0) == 0) return nullptr;
   return connection;
 }
 
 IndexState IndexDb::state() const {
-  Statement s(db_.get(),
-              "SELECT status, health, branch, progress, files_indexed, symbols_indexed, last_updated, errors_count, "
-              "phase, phase_detail FROM index_status");
+  Statement s(db_.get(), query("state"));
   if (!s.step()) throw std::runtime_error("index database: no indexer state");
   return {.status = s.text(0),
           .health = s.text(1),
@@ -262,21 +268,21 @@ IndexState IndexDb::state() const {
           .phase_detail = s.optional_text(9)};
 }
 
-Page<SymbolRow> IndexDb::search(std::string_view query, std::int64_t offset, std::int64_t limit) const {
+Page<SymbolRow> IndexDb::search(std::string_view text, std::int64_t offset, std::int64_t limit) const {
   // Below three characters a query has no trigram.
-  if (code_points(query) < 3) return scan_search(db_.get(), query, offset, limit);
-  return trigram_search(db_.get(), query, offset, limit);
+  if (code_points(text) < 3 || holds_nul(text)) return scan_search(db_.get(), text, offset, limit);
+  return trigram_search(db_.get(), text, offset, limit);
 }
 
 std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {
-  Statement s(db_.get(), symbols_query("WHERE fqn = ?1"));
+  Statement s(db_.get(), query("symbol_by_fqn"));
   s.bind(1, fqn);
   if (!s.step()) return std::nullopt;
   return symbol_row(s);
 }
 
 std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {
-  Statement s(db_.get(), symbols_query("WHERE file_path = ?1 ORDER BY start_line, fqn"));
+  Statement s(db_.get(), query("file_symbols"));
   s.bind(1, path);
   std::vector<SymbolRow> rows;
   while (s.step()) rows.push_back(symbol_row(s));
@@ -285,12 +291,10 @@ std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {
 
 Page<mr::Reference> IndexDb::references(std::string_view fqn, std::int64_t offset, std::int64_t limit) const {
   Page<mr::Reference> page;
-  Statement count(db_.get(), "SELECT count(*) FROM symbol_refs WHERE symbol_fqn = ?1");
+  Statement count(db_.get(), query("references_count"));
   count.bind(1, fqn);
   if (count.step()) page.total = count.integer(0);
-  Statement s(db_.get(),
-              "SELECT file_path, line, caller_fqn, caller_kind, usage_type FROM symbol_refs WHERE symbol_fqn = ?1 "
-              "ORDER BY file_path, line LIMIT ?2 OFFSET ?3");
+  Statement s(db_.get(), query("references_page"));
   s.bind(1, fqn).bind(2, limit).bind(3, offset);
   while (s.step()) {
     std::optional<mr::ResponseDict> caller;
@@ -304,7 +308,7 @@ Page<mr::Reference> IndexDb::references(std::string_view fqn, std::int64_t offse
 }
 
 std::vector<mr::ComponentInfo> IndexDb::components() const {
-  Statement s(db_.get(), "SELECT name, layer, path_pattern, file_count, symbol_count FROM components ORDER BY name");
+  Statement s(db_.get(), query("components"));
   std::vector<mr::ComponentInfo> rows;
   while (s.step()) {
     rows.push_back({.name = s.optional_text(0),
@@ -317,10 +321,7 @@ std::vector<mr::ComponentInfo> IndexDb::components() const {
 }
 
 std::optional<WikiState> IndexDb::wiki_state() const {
-  Statement s(db_.get(),
-              "SELECT built, branch, enabled, configured, total_sources, last_built, model, "
-              "(SELECT count(*) FROM wiki_pages), "
-              "(SELECT count(DISTINCT path) FROM wiki_citations) FROM wiki_state");
+  Statement s(db_.get(), query("wiki_state"));
   if (!s.step()) return std::nullopt;
   WikiState state{.built = s.integer(0) != 0,
                   .branch = s.text(1),
@@ -331,18 +332,16 @@ std::optional<WikiState> IndexDb::wiki_state() const {
                   .total_sources = s.integer(4),
                   .last_built = s.optional_text(5),
                   .model = s.optional_text(6)};
-  Statement stale(db_.get(), "SELECT page_id FROM wiki_pages WHERE stale ORDER BY position");
+  Statement stale(db_.get(), query("stale_pages"));
   while (stale.step()) state.stale_pages.emplace_back(stale.text(0));
   return state;
 }
 
 Page<mr::ResponseDict> IndexDb::wiki_pages(std::int64_t offset, std::int64_t limit) const {
   Page<mr::ResponseDict> page;
-  Statement count(db_.get(), "SELECT count(*) FROM wiki_pages");
+  Statement count(db_.get(), query("wiki_pages_count"));
   if (count.step()) page.total = count.integer(0);
-  Statement s(db_.get(),
-              "SELECT page_id, title, stale, (SELECT count(*) FROM wiki_sections WHERE page_id = p.page_id) "
-              "FROM wiki_pages AS p ORDER BY position LIMIT ?1 OFFSET ?2");
+  Statement s(db_.get(), query("wiki_pages_page"));
   s.bind(1, limit).bind(2, offset);
   while (s.step()) {
     page.rows.push_back(
@@ -352,37 +351,29 @@ Page<mr::ResponseDict> IndexDb::wiki_pages(std::int64_t offset, std::int64_t lim
 }
 
 std::optional<WikiPage> IndexDb::wiki_page(std::string_view page_id) const {
-  Statement s(db_.get(), "SELECT page_id, title, content FROM wiki_pages WHERE page_id = ?1");
+  Statement s(db_.get(), query("wiki_page"));
   s.bind(1, page_id);
   if (!s.step()) return std::nullopt;
   WikiPage page{.page_id = s.text(0), .title = s.text(1), .content = s.text(2)};
-  Statement sections(db_.get(), "SELECT id FROM wiki_sections WHERE page_id = ?1 ORDER BY id");
+  Statement sections(db_.get(), query("page_sections"));
   sections.bind(1, page_id);
   while (sections.step()) {
     for (mr::ResponseValue& c : citations_of(db_.get(), sections.integer(0))) page.citations.push_back(std::move(c));
   }
-  Statement files(db_.get(),
-                  "SELECT DISTINCT c.path FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id = c.section_id "
-                  "WHERE s.page_id = ?1 ORDER BY c.path");
+  Statement files(db_.get(), query("page_source_files"));
   files.bind(1, page_id);
   while (files.step()) page.source_files.emplace_back(files.text(0));
-  Statement related(db_.get(), "SELECT related_page_id FROM wiki_links WHERE page_id = ?1 ORDER BY related_page_id");
+  Statement related(db_.get(), query("related_pages"));
   related.bind(1, page_id);
   while (related.step()) page.related_pages.emplace_back(related.text(0));
   return page;
 }
 
-mr::ResponseList IndexDb::wiki_sections(std::string_view query, std::int64_t limit) const {
-  const std::string match = any_word_query(query);
+mr::ResponseList IndexDb::wiki_sections(std::string_view question, std::int64_t limit) const {
+  const std::string match = any_word_query(question);
   mr::ResponseList sections;
   if (match.empty()) return sections;
-  // bm25 is negative, best lowest: the best section's similarity is 1.0.
-  Statement s(db_.get(),
-              "WITH hits AS (SELECT rowid AS id, bm25(wiki_search) AS score FROM wiki_search "
-              "WHERE wiki_search MATCH ?1 ORDER BY score LIMIT ?2) "
-              "SELECT h.id, p.page_id, p.title, s.heading, round(h.score / min(h.score) OVER (), 3), p.stale, s.body "
-              "FROM hits AS h JOIN wiki_sections AS s ON s.id = h.id JOIN wiki_pages AS p ON p.page_id = s.page_id "
-              "ORDER BY h.score, h.id");
+  Statement s(db_.get(), query("ask_sections"));
   s.bind(1, match).bind(2, limit);
   while (s.step()) {
     sections.emplace_back(mr::ResponseDict{{"page_id", s.text(1)},

@@ -82,6 +82,23 @@ class IndexDb {
   /// made its database answers from it once the indexer has begun.
   [[nodiscard]] bool initialized() const;
 
+  /// Snapshot: one read transaction on an initialized index. Every query
+  /// made while it lives reads the index as one commit left it, so that a
+  /// page's rows and its count agree while an indexer writes.
+  class Snapshot {
+   public:
+    Snapshot(const Snapshot&) = delete;
+    Snapshot& operator=(const Snapshot&) = delete;
+    ~Snapshot();
+
+   private:
+    friend class IndexDb;
+    explicit Snapshot(sqlite3* db);
+    sqlite3* db_;
+  };
+  /// snapshot: the read transaction that a tool call answers from.
+  [[nodiscard]] Snapshot snapshot() const { return Snapshot(db_.get()); }
+
   [[nodiscard]] IndexState state() const;
   /// search: symbols whose fqn or name contains `query` (any case), exact
   /// names first, then by fqn.

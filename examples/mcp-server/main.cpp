@@ -1,7 +1,7 @@
 // kestrune-example-server: an MCP server over stdio that answers questions
 // about one indexed repository. See --help.
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -74,10 +74,10 @@ int main(int argc, char** argv) {
     } else if (arg == "--root") {
       root = value;
     } else if (arg == "--budget") {
-      char* end = nullptr;
-      const unsigned long long bytes = std::strtoull(value.c_str(), &end, 10);
-      if (value.empty() || *end != '\0' || value[0] == '-') return usage_error("--budget needs a number of bytes");
-      page_bytes = static_cast<std::size_t>(bytes);
+      // Decimal digits only: no sign, no space, nothing beyond a size_t.
+      const char* end = value.data() + value.size();
+      const auto [stop, error] = std::from_chars(value.data(), end, page_bytes);
+      if (error != std::errc{} || stop != end) return usage_error("--budget needs a number of bytes");
     } else {
       return usage_error("unknown option: " + std::string(arg));
     }

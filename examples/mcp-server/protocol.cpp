@@ -15,7 +15,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Deeper requests are refused before any tree of them is walked.
+// Most arrays and objects nested in one another: a request that opens one
+// more is refused there, before any tree of it is walked.
 constexpr int kMaxDepth = 64;
 
 struct TooDeep {};
@@ -27,8 +28,10 @@ struct Refusal {
 };
 
 Json parse(std::string_view line) {
-  return Json::parse(line.begin(), line.end(), [](int depth, Json::parse_event_t /*event*/, Json& /*parsed*/) {
-    if (depth > kMaxDepth) throw TooDeep{};
+  // `depth` counts the containers open around the event, not one it opens.
+  return Json::parse(line.begin(), line.end(), [](int depth, Json::parse_event_t event, Json& /*parsed*/) {
+    const bool opens = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
+    if (opens && depth >= kMaxDepth) throw TooDeep{};
     return true;
   });
 }
@@ -101,6 +104,12 @@ std::optional<std::string> McpServer::answer(std::string_view line) const {
   Json request;
   try {
     request = parse(line);
+    // nlohmann/json stops at a NUL byte as at the end of the text; no JSON
+    // holds one, so a line that does is not JSON, whatever came before it.
+    if (const std::size_t nul = line.find('\0'); nul != std::string_view::npos) {
+      return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR,
+                                    "Parse error: not JSON at byte " + std::to_string(nul + 1));
+    }
   } catch (const TooDeep&) {
     return mr::jsonrpc_error_line(nullptr, mr::JSONRPC_PARSE_ERROR,
                                   "Parse error: nested deeper than " + std::to_string(kMaxDepth) + " levels");

@@ -257,6 +257,7 @@ ToolAnswer Tools::call(std::string_view name, const mr::ResponseDict& arguments)
   try {
     const Args args(arguments, tool->params);
     if (!config_.index.initialized()) return {mr::get_empty_response(name), options};
+    const IndexDb::Snapshot snapshot = config_.index.snapshot();
     return {tool->run(config_, args), options};
   } catch (const InputError& e) {
     return {{{"error", e.message()}}, {.is_error = true}};

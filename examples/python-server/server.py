@@ -5,7 +5,6 @@ questions about one indexed repository, line for line as the C++ one
 
 import logging
 import os
-import re
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -34,10 +33,8 @@ wiki, answered from a repository index.
 Logs go to standard error only.
 """
 
-# A byte count as C's strtoull reads one in base 10: leading white space and
-# a sign allowed, a negative one wrapped, an overflow saturated.
-_BYTES = re.compile(r"[ \t\n\v\f\r]*([+-]?)([0-9]+)")
-_ULLONG_MAX = 2**64 - 1
+# The most bytes a count may name: a size_t's, as for the C++ server.
+_SIZE_MAX = 2**64 - 1
 
 
 class UsageError(Exception):
@@ -45,13 +42,10 @@ class UsageError(Exception):
 
 
 def _byte_count(value):
-    match = _BYTES.fullmatch(value)
-    if not value or value[0] == "-" or match is None:
+    """Decimal digits only: no sign, no space, nothing beyond a size_t."""
+    if not (value.isascii() and value.isdigit()) or len(value) > 20 or int(value) > _SIZE_MAX:
         raise UsageError("--budget needs a number of bytes")
-    count = int(match.group(2))
-    if count > _ULLONG_MAX:
-        return _ULLONG_MAX
-    return (-count) % 2**64 if match.group(1) == "-" else count
+    return int(value)
 
 
 def parse_args(argv):

@@ -1,8 +1,8 @@
 // The official MCP client against the example server: it connects, lists
 // the tools, and accepts every answer, whose text blocks are the golden
 // ones; pages cut to the byte budget chain by their hints; an index that is
-// not initialized answers the canned responses; the official inspector's
-// CLI lists the tools too, when it is installed.
+// not initialized answers the canned responses; --budget is read strictly;
+// the official inspector's CLI lists the tools too, when it is installed.
 //   node client_test.mjs SERVER DB ROOT
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
@@ -66,6 +66,16 @@ test("an index that is not initialized answers the canned responses", () =>
     const refs = await client.callTool({ name: "references", arguments: { fqn: "x" } });
     assert.equal(text(refs), '{"error":"Repository not initialized"}');
   }));
+
+test("--budget takes decimal digits only, up to a size_t", () => {
+  const run = (budget) => spawnSync(server, ["--db", db, "--budget", budget], { input: "", encoding: "utf8" });
+  for (const bad of ["", "+5", " 5", "5 ", "-1", "0x10", "1e3", "18446744073709551616", "9".repeat(5000)]) {
+    const { status, stderr } = run(bad);
+    assert.equal(status, 2, bad);
+    assert.match(stderr, /--budget needs a number of bytes/, bad);
+  }
+  assert.equal(run("18446744073709551615").status, 0);
+});
 
 test("the official inspector's CLI lists the tools", (t) => {
   const inspector = here("inspector/node_modules/.bin/mcp-inspector");

@@ -1,8 +1,9 @@
 """The repository index that the server answers from: a SQLite database
-opened read-only, queried with bound parameters only; the SQL texts are
-constants, the C++ server's own."""
+opened read-only, queried with bound parameters only. The queries are those
+of examples/queries.sql, which the C++ server builds in."""
 
 import bisect
+import contextlib
 import os
 import pathlib
 import sqlite3
@@ -12,9 +13,23 @@ from kestrune_mcp_responses import ComponentInfo, Reference, Symbol
 
 _BUSY_SECONDS = 2.0
 
-_SYMBOL_COLUMNS = (
-    "fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated"
-)
+
+def _read_queries(path):
+    """The queries of the file at `path` by name: a query begins at a line
+    "-- name: NAME" and runs to the next such line; its other comment lines
+    and blank lines are left out, its lines joined with "\n" and its final
+    ";" dropped."""
+    queries = {}
+    lines = None
+    for line in path.read_text(encoding="utf-8").split("\n"):
+        if line.startswith("-- name: "):
+            lines = queries.setdefault(line[len("-- name: "):].rstrip(" \t\r"), [])
+        elif lines is not None and line.strip(" \t\r") and not line.lstrip(" \t\r").startswith("--"):
+            lines.append(line)
+    return {name: "\n".join(sql).removesuffix(";") for name, sql in queries.items()}
+
+
+_QUERIES = _read_queries(pathlib.Path(__file__).resolve().parents[2] / "queries.sql")
 
 
 class IndexState(NamedTuple):
@@ -109,16 +124,16 @@ def _symbol_row(row):
     return SymbolRow(symbol, file_path)
 
 
-def _symbols_query(tail):
-    return f"SELECT {_SYMBOL_COLUMNS} FROM symbols {tail}"
+def _ascii_lower(text):
+    """`text` with ASCII letters in lower case, as LIKE compares them."""
+    return "".join(chr(ord(c) + 32) if "A" <= c <= "Z" else c for c in text)
 
 
 def _fts_phrase(text):
     """An FTS5 phrase of `text` with ASCII letters in lower case: in
     symbol_names, which holds fqns and names so, the rows that hold it as a
     substring in the sense of LIKE, which folds ASCII letters only."""
-    lowered = "".join(chr(ord(c) + 32) if "A" <= c <= "Z" else c for c in text)
-    return '"' + lowered.replace('"', '""') + '"'
+    return '"' + _ascii_lower(text).replace('"', '""') + '"'
 
 
 def _contains_pattern(text):
@@ -172,7 +187,8 @@ class IndexDb:
         uri = pathlib.Path(os.path.abspath(path)).as_uri() + "?mode=ro"
         try:
             # An indexer may be writing: a read waits out its brief locks.
-            db = sqlite3.connect(uri, uri=True, timeout=_BUSY_SECONDS)
+            # Transactions are the server's own (snapshot()), none implicit.
+            db = sqlite3.connect(uri, uri=True, timeout=_BUSY_SECONDS, isolation_level=None)
             # Text that is not UTF-8 is kept byte for byte, as the C++ server
             # keeps it: each bad byte a lone surrogate, which the response
             # layer writes (and server.py sends) as that byte again.
@@ -181,10 +197,8 @@ class IndexDb:
             raise IndexDbError(f"cannot open {path}: {e}") from None
         try:
             # Without the indexer's state the repository was never indexed.
-            has_state = db.execute(
-                "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status'"
-            ).fetchone()
-            if has_state[0] and db.execute("SELECT count(*) FROM index_status").fetchone()[0]:
+            has_state = db.execute(_QUERIES["has_state_table"]).fetchone()
+            if has_state[0] and db.execute(_QUERIES["has_state"]).fetchone()[0]:
                 return db
         except sqlite3.Error as e:
             db.close()
@@ -192,28 +206,39 @@ class IndexDb:
         db.close()
         return None
 
-    def _all(self, sql, params=()):
+    @contextlib.contextmanager
+    def snapshot(self):
+        """One read transaction on an initialized index: every query made in
+        it reads the index as one commit left it, so that a page's rows and
+        its count agree while an indexer writes. Deferred: the snapshot is
+        taken by the first read, and kept to the end."""
+        self._all("begin_snapshot")
         try:
-            return self._db.execute(sql, params).fetchall()
+            yield
+        finally:
+            # Nothing was written: ending the transaction is all there is to do.
+            self._db.execute(_QUERIES["end_snapshot"])
+
+    def _all(self, name, params=()):
+        """The rows of the query `name`."""
+        try:
+            return self._db.execute(_QUERIES[name], params).fetchall()
         except sqlite3.Error as e:
             raise _failed(e) from None
 
-    def _one(self, sql, params=()):
-        rows = self._all(sql, params)
+    def _one(self, name, params=()):
+        rows = self._all(name, params)
         return rows[0] if rows else None
 
-    def _count(self, sql, params=()):
-        row = self._one(sql, params)
+    def _count(self, name, params=()):
+        row = self._one(name, params)
         return row[0] if row is not None and row[0] is not None else 0
 
-    def _ids(self, sql, params=()):
-        return [row[0] for row in self._all(sql, params)]
+    def _ids(self, name, params=()):
+        return [row[0] for row in self._all(name, params)]
 
     def state(self):
-        row = self._one(
-            "SELECT status, health, branch, progress, files_indexed, symbols_indexed, last_updated, errors_count, "
-            "phase, phase_detail FROM index_status"
-        )
+        row = self._one("state")
         if row is None:
             raise _failed("no indexer state")
         status, health, branch, progress, files, symbols, updated, errors, phase, detail = row
@@ -226,20 +251,19 @@ class IndexDb:
         """Symbols whose fqn or name contains `query` (any case), exact names
         first, then by fqn."""
         # Below three characters a query has no trigram.
-        if len(query) < 3:
+        if len(query) < 3 or "\0" in query:
             return self._scan_search(query, offset, limit)
         return self._trigram_search(query, offset, limit)
 
     def _scan_search(self, query, offset, limit):
-        # Search by scanning every symbol with LIKE: for queries too short to
-        # have a trigram.
-        contains = "WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\' "
-        pattern = _contains_pattern(query)
-        total = self._count("SELECT count(*) FROM symbols " + contains, (pattern,))
-        rows = self._all(
-            _symbols_query(contains + "ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4"),
-            (pattern, query, limit, offset),
-        )
+        # Search by scanning every symbol: for queries too short to have a
+        # trigram, and for those that hold a NUL, which LIKE and FTS5 read a
+        # pattern up to. instr takes such a query whole, compared in lower
+        # case as LIKE compares.
+        nul = "\0" in query
+        pattern = _ascii_lower(query) if nul else _contains_pattern(query)
+        total = self._count("scan_nul_count" if nul else "scan_count", (pattern,))
+        rows = self._all("scan_nul_page" if nul else "scan_page", (pattern, query, limit, offset))
         return Page([_symbol_row(r) for r in rows], total)
 
     def _first_by_fqn(self, candidates, wanted, total, n):
@@ -247,10 +271,10 @@ class IndexDb:
         `total` that it holds for. Where they are dense, walking the fqn index
         finds them sooner than reading and sorting the fqn of every one."""
         ids = []
-        symbols = float(self._count("SELECT max(id) FROM symbols"))
+        symbols = float(self._count("last_symbol_id"))
         if float(n) * symbols < 4.0 * float(total) * float(total):
             try:
-                walk = self._db.execute("SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn")
+                walk = self._db.execute(_QUERIES["ids_by_fqn"])
                 for (symbol_id,) in walk:
                     if len(ids) >= n:
                         break
@@ -263,7 +287,7 @@ class IndexDb:
         keyed = []
         for symbol_id in candidates:
             if wanted(symbol_id):
-                row = self._one("SELECT fqn FROM symbols WHERE id = ?1", (symbol_id,))
+                row = self._one("fqn_of_id", (symbol_id,))
                 if row is not None:
                     keyed.append((_text(row[0]), symbol_id))
         keyed.sort()
@@ -276,9 +300,7 @@ class IndexDb:
         # `query`, the other matches, and those without a name (after the
         # others, as NULL sorts last in the descending order). Only the page's
         # rows are read whole.
-        matches = self._ids(
-            "SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid", (_fts_phrase(query),)
-        )
+        matches = self._ids("trigram_matches", (_fts_phrase(query),))
         total = len(matches)
 
         def holds(sorted_ids, symbol_id):
@@ -286,10 +308,8 @@ class IndexDb:
             return at < len(sorted_ids) and sorted_ids[at] == symbol_id
 
         # A name equal to the query holds it: each is a match.
-        exact = self._ids("SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn", (query,))
-        unnamed = [
-            i for i in self._ids("SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn") if holds(matches, i)
-        ]
+        exact = self._ids("named_exactly", (query,))
+        unnamed = [i for i in self._ids("unnamed") if holds(matches, i)]
         grouped = sorted(exact + unnamed)
 
         ids = []
@@ -316,29 +336,25 @@ class IndexDb:
         take(unnamed)
         rows = []
         for symbol_id in ids:
-            row = self._one(_symbols_query("WHERE id = ?1"), (symbol_id,))
+            row = self._one("symbol_by_id", (symbol_id,))
             if row is not None:
                 rows.append(_symbol_row(row))
         return Page(rows, total)
 
     def symbol(self, fqn):
-        row = self._one(_symbols_query("WHERE fqn = ?1"), (fqn,))
+        row = self._one("symbol_by_fqn", (fqn,))
         return None if row is None else _symbol_row(row)
 
     def file_symbols(self, path):
         """The symbols of the file at `path`, by start line."""
-        rows = self._all(_symbols_query("WHERE file_path = ?1 ORDER BY start_line, fqn"), (path,))
+        rows = self._all("file_symbols", (path,))
         return [_symbol_row(r) for r in rows]
 
     def references(self, fqn, offset, limit):
         """The uses of the symbol `fqn`, by file and line."""
-        total = self._count("SELECT count(*) FROM symbol_refs WHERE symbol_fqn = ?1", (fqn,))
+        total = self._count("references_count", (fqn,))
         rows = []
-        for path, line, caller_fqn, caller_kind, usage in self._all(
-            "SELECT file_path, line, caller_fqn, caller_kind, usage_type FROM symbol_refs WHERE symbol_fqn = ?1 "
-            "ORDER BY file_path, line LIMIT ?2 OFFSET ?3",
-            (fqn, limit, offset),
-        ):
+        for path, line, caller_fqn, caller_kind, usage in self._all("references_page", (fqn, limit, offset)):
             caller = None if caller_fqn is None else {"fqn": caller_fqn, "kind": caller_kind}
             rows.append(Reference(file_path=path, line=line, caller_symbol=caller, usage_type=usage))
         return Page(rows, total)
@@ -346,22 +362,16 @@ class IndexDb:
     def components(self):
         return [
             ComponentInfo(name=name, layer=layer, path_pattern=pattern, file_count=files, symbol_count=symbols)
-            for name, layer, pattern, files, symbols in self._all(
-                "SELECT name, layer, path_pattern, file_count, symbol_count FROM components ORDER BY name"
-            )
+            for name, layer, pattern, files, symbols in self._all("components")
         ]
 
     def wiki_state(self):
         """None when the wiki was never set up."""
-        row = self._one(
-            "SELECT built, branch, enabled, configured, total_sources, last_built, model, "
-            "(SELECT count(*) FROM wiki_pages), "
-            "(SELECT count(DISTINCT path) FROM wiki_citations) FROM wiki_state"
-        )
+        row = self._one("wiki_state")
         if row is None:
             return None
         built, branch, enabled, configured, total_sources, last_built, model, pages, covered = row
-        stale = [_text(r[0]) for r in self._all("SELECT page_id FROM wiki_pages WHERE stale ORDER BY position")]
+        stale = [_text(r[0]) for r in self._all("stale_pages")]
         return WikiState(
             bool(built), _text(branch), bool(enabled), bool(configured), pages or 0, covered or 0,
             total_sources or 0, last_built, model, stale,
@@ -369,47 +379,28 @@ class IndexDb:
 
     def wiki_pages(self, offset, limit):
         """Page rows (page_id, title, stale, sections) in wiki order."""
-        total = self._count("SELECT count(*) FROM wiki_pages")
+        total = self._count("wiki_pages_count")
         rows = [
             {"page_id": _text(page_id), "title": _text(title), "stale": bool(stale), "sections": sections or 0}
-            for page_id, title, stale, sections in self._all(
-                "SELECT page_id, title, stale, (SELECT count(*) FROM wiki_sections WHERE page_id = p.page_id) "
-                "FROM wiki_pages AS p ORDER BY position LIMIT ?1 OFFSET ?2",
-                (limit, offset),
-            )
+            for page_id, title, stale, sections in self._all("wiki_pages_page", (limit, offset))
         ]
         return Page(rows, total)
 
     def _citations(self, section_id):
         return [
             {"path": _text(path), "line_start": start, "line_end": end}
-            for path, start, end in self._all(
-                "SELECT path, line_start, line_end FROM wiki_citations WHERE section_id = ?1 ORDER BY id",
-                (section_id,),
-            )
+            for path, start, end in self._all("section_citations", (section_id,))
         ]
 
     def wiki_page(self, page_id):
-        row = self._one("SELECT page_id, title, content FROM wiki_pages WHERE page_id = ?1", (page_id,))
+        row = self._one("wiki_page", (page_id,))
         if row is None:
             return None
         citations = []
-        for section_id in self._ids("SELECT id FROM wiki_sections WHERE page_id = ?1 ORDER BY id", (page_id,)):
+        for section_id in self._ids("page_sections", (page_id,)):
             citations.extend(self._citations(section_id))
-        files = [
-            _text(r[0])
-            for r in self._all(
-                "SELECT DISTINCT c.path FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id = c.section_id "
-                "WHERE s.page_id = ?1 ORDER BY c.path",
-                (page_id,),
-            )
-        ]
-        related = [
-            _text(r[0])
-            for r in self._all(
-                "SELECT related_page_id FROM wiki_links WHERE page_id = ?1 ORDER BY related_page_id", (page_id,)
-            )
-        ]
+        files = [_text(r[0]) for r in self._all("page_source_files", (page_id,))]
+        related = [_text(r[0]) for r in self._all("related_pages", (page_id,))]
         return WikiPage(_text(row[0]), _text(row[1]), _text(row[2]), citations, files, related)
 
     def wiki_sections(self, query, limit):
@@ -419,15 +410,7 @@ class IndexDb:
         match = _any_word_query(query)
         if not match:
             return []
-        # bm25 is negative, best lowest: the best section's similarity is 1.0.
-        rows = self._all(
-            "WITH hits AS (SELECT rowid AS id, bm25(wiki_search) AS score FROM wiki_search "
-            "WHERE wiki_search MATCH ?1 ORDER BY score LIMIT ?2) "
-            "SELECT h.id, p.page_id, p.title, s.heading, round(h.score / min(h.score) OVER (), 3), p.stale, s.body "
-            "FROM hits AS h JOIN wiki_sections AS s ON s.id = h.id JOIN wiki_pages AS p ON p.page_id = s.page_id "
-            "ORDER BY h.score, h.id",
-            (match, limit),
-        )
+        rows = self._all("ask_sections", (match, limit))
         return [
             {
                 "page_id": _text(page_id),

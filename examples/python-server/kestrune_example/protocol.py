@@ -115,8 +115,8 @@ class McpServer:
             return mr.jsonrpc_error_line(
                 None, mr.JSONRPC_PARSE_ERROR, f"Parse error: nested deeper than {MAX_DEPTH} levels"
             )
-        except ParseError as e:
-            return mr.jsonrpc_error_line(None, mr.JSONRPC_PARSE_ERROR, f"Parse error: not JSON at byte {e.byte}")
+        except ParseError:
+            return mr.jsonrpc_error_line(None, mr.JSONRPC_PARSE_ERROR, "Parse error: not JSON")
         except NumberOverflow:
             return mr.jsonrpc_error_line(None, mr.JSONRPC_PARSE_ERROR, "Parse error: a number overflows a double")
         request_id = None  # null until the request's own is read

@@ -274,6 +274,7 @@ class Tools:
             args = Args(arguments, tool.params)
             if not self._config.index.initialized():
                 return ToolAnswer(mr.get_empty_response(name), structured)
-            return ToolAnswer(tool.run(self._config, args), structured)
+            with self._config.index.snapshot():
+                return ToolAnswer(tool.run(self._config, args), structured)
         except InputError as e:
             return ToolAnswer({"error": e.message}, is_error=True)
