@@ -24,15 +24,30 @@ SELECT count(*) FROM index_status;
 SELECT status, health, branch, progress, files_indexed, symbols_indexed, last_updated, errors_count,
        phase, phase_detail
 FROM index_status;
+-- The state of an index whose status says "indexing" while no indexer holds
+-- its lock: the run died before it finished.
+-- name: state_of_stopped_run
+SELECT 'stopped', 'unhealthy', branch, progress, files_indexed, symbols_indexed, last_updated, errors_count,
+       phase, 'the last kestrune-index run stopped before it finished: run it again'
+FROM index_status;
 
 -- A symbol's row: every query that reads symbols whole reads these columns
 -- in this order.
+-- Where several definitions share the fqn (overloads, a declaration and
+-- its definition, a getter and a setter), the one to answer: a documented
+-- one, then one that is more than a declaration, then in Python the last
+-- (the implementation follows its @overload stubs), elsewhere the first.
 -- name: symbol_by_fqn
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE fqn = ?1;
+FROM symbols WHERE fqn = ?1
+ORDER BY docstring IS NULL OR docstring = '', kind = 'prototype',
+         CASE WHEN file_path LIKE '%.py' THEN -start_line ELSE start_line END, id
+LIMIT 1;
 -- name: symbol_by_id
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE id = ?1;
+-- name: file_indexed
+SELECT count(*) FROM files WHERE path = ?1;
 -- name: file_symbols
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;

@@ -2,6 +2,8 @@
 // request is a bound parameter.
 #include "index_db.hpp"
 
+#include "writer_lock.hpp"
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -256,6 +258,12 @@ IndexDb::Connection IndexDb::connect(const std::string& path) {
 IndexState IndexDb::state() const {
   Statement s(db_.get(), query("state"));
   if (!s.step()) throw std::runtime_error("index database: no indexer state");
+  // A run holds the writer's lock while it goes on: "indexing" without it
+  // is a run that died.
+  if (s.text(0) == "indexing" && !kestrune::indexer::writer_active(path_)) {
+    s = Statement(db_.get(), query("state_of_stopped_run"));
+    if (!s.step()) throw std::runtime_error("index database: no indexer state");
+  }
   return {.status = s.text(0),
           .health = s.text(1),
           .branch = s.optional_text(2),
@@ -279,6 +287,12 @@ std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {
   s.bind(1, fqn);
   if (!s.step()) return std::nullopt;
   return symbol_row(s);
+}
+
+bool IndexDb::has_file(std::string_view path) const {
+  Statement s(db_.get(), query("file_indexed"));
+  s.bind(1, path);
+  return s.step() && s.integer(0) > 0;
 }
 
 std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {

@@ -104,6 +104,8 @@ class IndexDb {
   /// names first, then by fqn.
   [[nodiscard]] Page<SymbolRow> search(std::string_view query, std::int64_t offset, std::int64_t limit) const;
   [[nodiscard]] std::optional<SymbolRow> symbol(std::string_view fqn) const;
+  /// has_file: whether the file at `path` is in the index.
+  [[nodiscard]] bool has_file(std::string_view path) const;
   /// file_symbols: the symbols of the file at `path`, by start line.
   [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path) const;
   /// references: the uses of the symbol `fqn`, by file and line.

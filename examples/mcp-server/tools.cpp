@@ -87,7 +87,7 @@ mr::ResponseDict symbol(const ToolsConfig& c, const Args& args) {
 mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
   const std::string path = args.string("path");
   const std::vector<SymbolRow> symbols = c.index.file_symbols(path);
-  if (symbols.empty()) throw InputError("no indexed file at " + mr::quote(path));
+  if (symbols.empty() && !c.index.has_file(path)) throw InputError("no indexed file at " + mr::quote(path));
   // The module is the one the file's definitions sit in: its own module
   // symbol, when it has one, would make that the module's parent. That row
   // is listed all the same, under its whole fqn.

@@ -6,7 +6,7 @@
 //   node hostile_tree_test.mjs INDEXER SERVER
 import assert from "node:assert/strict";
 import { execFileSync, spawn, spawnSync } from "node:child_process";
-import { chmodSync, cpSync, existsSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { chmodSync, cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import test from "node:test";
@@ -116,6 +116,7 @@ test("file names that look like options, or that a list would mangle, are indexe
   assert.doesNotMatch(stderr, /[\x00-\x08\x0b-\x1f\x7f]/);
   await withServer(db, root, async (call) => {
     // "trail.py " is indexed too, as a file of no language: its name has no known extension.
+    assert.deepEqual(await call("file", { path: "trail.py " }), { file: "trail.py ", module: "", symbols: [] });
     for (const [i, name] of names.entries()) {
       if (!name.endsWith(".py")) continue;
       const found = (await call("search", { query: `f_${i}_end` })).symbols.map((s) => [s.name, s.file]);
@@ -191,6 +192,37 @@ test("a page of 100,000 links is linked in time that grows with its size", async
   assert.ok(seconds < 5, `${seconds} s`);
   await withServer(db, root, async (call) => {
     assert.deepEqual((await call("wiki", { action: "read", page_id: "readme" })).related_pages, ["o"]);
+  });
+});
+
+test("a run killed midway leaves a status that says so, and the next run repairs the index", async () => {
+  const root = tree("killed", { "a.py": "def f():\n    pass\n", "b.py": "from a import f\n\nf()\n" });
+  // ctags that never answers: the run is killed while it waits.
+  const ctags = join(scratch, "stuck-ctags");
+  writeFileSync(ctags, `#!/bin/sh\ncase "$*" in *--version*|*--list-features*) exec ctags "$@";; esac\nexec sleep 600\n`);
+  chmodSync(ctags, 0o755);
+  const db = join(scratch, "killed.db");
+  const temp = join(scratch, "killed-tmp");
+  mkdirSync(temp);
+  const run = spawn(indexer, [root, "--db", db, "--ctags", ctags, "--python", ""],
+    { stdio: "ignore", env: { ...process.env, TMPDIR: temp } });
+  const exited = new Promise((resolve) => run.on("exit", resolve));
+  const indexing = async () => withServer(db, root, async (call) => (await call("status")).status);
+  while (!existsSync(db) || (await indexing().catch(() => "")) !== "indexing") {
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+  run.kill("SIGKILL");
+  await exited;
+  await withServer(db, root, async (call) => {
+    const status = await call("status");
+    assert.deepEqual([status.status, status.health], ["stopped", "unhealthy"]);
+    assert.match(status.phase_detail, /stopped before it finished/);
+  });
+  assert.deepEqual(readdirSync(temp), []);  // no temporary file left behind
+  index(root, db);
+  await withServer(db, root, async (call) => {
+    assert.equal((await call("status")).status, "ready");
+    assert.equal((await call("references", { fqn: "a.f" })).total_count, 2);
   });
 });
 

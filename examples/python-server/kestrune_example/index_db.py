@@ -4,6 +4,7 @@ of examples/queries.sql, which the C++ server builds in."""
 
 import bisect
 import contextlib
+import fcntl
 import os
 import pathlib
 import sqlite3
@@ -239,6 +240,10 @@ class IndexDb:
 
     def state(self):
         row = self._one("state")
+        if row is not None and row[0] == "indexing" and not self._writer_active():
+            # A run holds the writer's lock while it goes on: "indexing"
+            # without it is a run that died.
+            row = self._one("state_of_stopped_run")
         if row is None:
             raise _failed("no indexer state")
         status, health, branch, progress, files, symbols, updated, errors, phase, detail = row
@@ -344,6 +349,25 @@ class IndexDb:
     def symbol(self, fqn):
         row = self._one("symbol_by_fqn", (fqn,))
         return None if row is None else _symbol_row(row)
+
+    def _writer_active(self):
+        # The indexer's lock (see examples/indexer/writer_lock.hpp): an
+        # exclusive flock on the database file for the whole run.
+        try:
+            fd = os.open(self._path, os.O_RDONLY | os.O_CLOEXEC)
+        except OSError:
+            return False
+        try:
+            fcntl.flock(fd, fcntl.LOCK_SH | fcntl.LOCK_NB)
+            return False
+        except BlockingIOError:
+            return True
+        finally:
+            os.close(fd)
+
+    def has_file(self, path):
+        """Whether the file at `path` is in the index."""
+        return self._one("file_indexed", (path,))[0] > 0
 
     def file_symbols(self, path):
         """The symbols of the file at `path`, by start line."""

@@ -91,7 +91,7 @@ def _symbol(c, args):
 def _file(c, args):
     path = args.string("path")
     symbols = c.index.file_symbols(path)
-    if not symbols:
+    if not symbols and not c.index.has_file(path):
         raise InputError("no indexed file at " + mr.quote(path))
     # The module is the one the file's definitions sit in: its own module
     # symbol, when it has one, would make that the module's parent. That row
