@@ -1,4 +1,5 @@
 // kestrune-index: builds the example server's index of a repository. See --help.
+#include <charconv>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -70,9 +71,10 @@ int main(int argc, char** argv) {
     } else if (arg == "--python") {
       options.python = value;
     } else if (arg == "--max-file-bytes") {
-      char* end = nullptr;
-      options.max_file_bytes = std::strtoull(value.c_str(), &end, 10);
-      if (value.empty() || *end != '\0' || value[0] == '-') return usage_error("--max-file-bytes needs a number");
+      // Decimal digits only: no sign, no space, nothing beyond its type.
+      const char* end = value.data() + value.size();
+      const auto [stop, error] = std::from_chars(value.data(), end, options.max_file_bytes);
+      if (value.empty() || error != std::errc{} || stop != end) return usage_error("--max-file-bytes needs a number");
     } else {
       return usage_error("unknown option: " + std::string(arg));
     }

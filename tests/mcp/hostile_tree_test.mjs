@@ -158,6 +158,15 @@ test("files that change kind, grow, or vanish while the index is built are count
   });
 });
 
+test("--max-file-bytes is read strictly: decimal digits, within its type", () => {
+  const root = tree("flags", { "a.py": "x = 1\n" });
+  for (const value of ["-1", " 5", "5x", "0x10", "99999999999999999999999", ""]) {
+    const run = spawnSync(indexer, [root, "--db", join(scratch, "flags.db"), "--max-file-bytes", value], { encoding: "utf8" });
+    assert.equal(run.status, 2, JSON.stringify(value));
+    assert.match(run.stderr, /--max-file-bytes needs a number/);
+  }
+});
+
 test("a walk stops 256 folders deep and says where", async () => {
   const deep = Array.from({ length: 300 }, () => "d").join("/");
   const root = tree("deep", { "top.py": "def top():\n    pass\n", [`${deep}/bottom.py`]: "def bottom():\n    pass\n" });
