@@ -41,6 +41,33 @@ struct FileActions {
   ~FileActions() { posix_spawn_file_actions_destroy(&actions); }
 };
 
+// spawn: `argv` started with `input` as its standard input (-1: /dev/null)
+// and `output` as its standard output; its pid, or -1 with `error` set.
+pid_t spawn(const std::vector<std::string>& argv, const ProcessOptions& options, int input, int output,
+            std::string& error) {
+  FileActions file_actions;
+  posix_spawn_file_actions_t* actions = &file_actions.actions;
+  if (input < 0) {
+    posix_spawn_file_actions_addopen(actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  } else {
+    posix_spawn_file_actions_adddup2(actions, input, STDIN_FILENO);
+  }
+  posix_spawn_file_actions_adddup2(actions, output, STDOUT_FILENO);
+  if (options.quiet) posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  if (!options.directory.empty()) posix_spawn_file_actions_addchdir_np(actions, options.directory.c_str());
+  std::vector<char*> args;
+  args.reserve(argv.size() + 1);
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));  // NOLINT: exec's signature
+  args.push_back(nullptr);
+  pid_t pid = -1;
+  const int rc = posix_spawnp(&pid, args[0], actions, nullptr, args.data(), environ);
+  if (rc != 0) {
+    error = std::strerror(rc);
+    return -1;
+  }
+  return pid;
+}
+
 }  // namespace
 
 std::optional<ProcessOutput> run_process(const std::vector<std::string>& argv, const ProcessOptions& options,
@@ -53,23 +80,8 @@ std::optional<ProcessOutput> run_process(const std::vector<std::string>& argv, c
   Descriptor read_end(pipe_ends[0]);
   Descriptor write_end(pipe_ends[1]);
 
-  FileActions file_actions;
-  posix_spawn_file_actions_t* actions = &file_actions.actions;
-  posix_spawn_file_actions_addopen(actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(actions, write_end.fd, STDOUT_FILENO);
-  if (options.quiet) posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  if (!options.directory.empty()) posix_spawn_file_actions_addchdir_np(actions, options.directory.c_str());
-
-  std::vector<char*> args;
-  args.reserve(argv.size() + 1);
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));  // NOLINT: exec's signature
-  args.push_back(nullptr);
-  pid_t pid = 0;
-  const int rc = posix_spawnp(&pid, args[0], actions, nullptr, args.data(), environ);
-  if (rc != 0) {
-    error = std::strerror(rc);
-    return std::nullopt;
-  }
+  const pid_t pid = spawn(argv, options, -1, write_end.fd, error);
+  if (pid < 0) return std::nullopt;
   ::close(write_end.fd);
   write_end.fd = -1;
 
@@ -109,23 +121,9 @@ Conversation Conversation::start(const std::vector<std::string>& argv, const Pro
   Descriptor ours_out(output[0]);
   Descriptor theirs_out(output[1]);
 
-  FileActions file_actions;
-  posix_spawn_file_actions_t* actions = &file_actions.actions;
-  posix_spawn_file_actions_adddup2(actions, theirs_in.fd, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(actions, theirs_out.fd, STDOUT_FILENO);
-  if (options.quiet) posix_spawn_file_actions_addopen(actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  if (!options.directory.empty()) posix_spawn_file_actions_addchdir_np(actions, options.directory.c_str());
-  std::vector<char*> args;
-  args.reserve(argv.size() + 1);
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));  // NOLINT: exec's signature
-  args.push_back(nullptr);
   Conversation child;
-  const int rc = posix_spawnp(&child.pid_, args[0], actions, nullptr, args.data(), environ);
-  if (rc != 0) {
-    error = std::strerror(rc);
-    child.pid_ = -1;
-    return {};
-  }
+  child.pid_ = spawn(argv, options, theirs_in.fd, theirs_out.fd, error);
+  if (child.pid_ < 0) return {};
   child.to_child_ = std::exchange(ours_in.fd, -1);
   child.from_child_ = std::exchange(ours_out.fd, -1);
   ::fcntl(child.to_child_, F_SETFL, O_NONBLOCK);

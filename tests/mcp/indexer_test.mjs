@@ -12,7 +12,7 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 import test from "node:test";
 
-import { connect, text } from "./client.mjs";
+import { makeTree, runIndexer, withServer as withServerOf } from "./trees.mjs";
 
 const [indexer, server, exampleRepo] = process.argv.slice(2);
 const here = (path) => new URL(path, import.meta.url).pathname;
@@ -21,30 +21,10 @@ const golden = (await import("node:fs")).readFileSync(here("indexed.jsonl"), "ut
 const scratch = mkdtempSync(join(tmpdir(), "kestrune-indexer-test-"));
 test.after(() => rmSync(scratch, { recursive: true, force: true }));
 
-function index(repo, db, ...options) {
-  const run = spawnSync(indexer, [repo, "--db", db, ...options], { encoding: "utf8" });
-  assert.equal(run.status, 0, run.stderr);
-  return run;
-}
-
-async function withServer(db, root, body) {
-  const client = await connect(server, ["--db", db, "--root", root]);
-  try {
-    return await body(async (name, args = {}) => JSON.parse(text(await client.callTool({ name, arguments: args }))));
-  } finally {
-    await client.close();
-  }
-}
-
+const index = (repo, db, ...args) => runIndexer(indexer, repo, db, { args });
+const withServer = (db, root, body) => withServerOf(server, db, root, body);
 // A work tree of `files` (path: text or bytes), without git.
-function tree(name, files) {
-  const root = join(scratch, name);
-  for (const [path, content] of Object.entries(files)) {
-    mkdirSync(join(root, path, ".."), { recursive: true });
-    writeFileSync(join(root, path), content);
-  }
-  return root;
-}
+const tree = (name, files) => makeTree(join(scratch, name), files);
 
 test("examples/repo indexed: symbols, docstrings, references with callers, wiki sections", async () => {
   const db = join(scratch, "example.db");

@@ -8,7 +8,7 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 import test from "node:test";
 
-import { connect, text } from "./client.mjs";
+import { makeTree, runIndexer, withServer } from "./trees.mjs";
 
 const [indexer, server] = process.argv.slice(2);
 const scratch = mkdtempSync(join(tmpdir(), "kestrune-resolution-test-"));
@@ -16,20 +16,10 @@ test.after(() => rmSync(scratch, { recursive: true, force: true }));
 
 // indexed: the tree of `files` indexed, and a caller of the server's tools on it.
 async function indexed(name, files, body) {
-  const root = join(scratch, name);
-  for (const [path, content] of Object.entries(files)) {
-    mkdirSync(join(root, path, ".."), { recursive: true });
-    writeFileSync(join(root, path), content);
-  }
+  const root = makeTree(join(scratch, name), files);
   const db = join(scratch, `${name}.db`);
-  const run = spawnSync(indexer, [root, "--db", db], { encoding: "utf8", timeout: 60_000 });
-  assert.equal(run.status, 0, run.stderr);
-  const client = await connect(server, ["--db", db, "--root", root]);
-  try {
-    await body(async (tool, args) => JSON.parse(text(await client.callTool({ name: tool, arguments: args }))));
-  } finally {
-    await client.close();
-  }
+  runIndexer(indexer, root, db);
+  await withServer(server, db, root, body);
 }
 
 const uses = async (call, fqn) =>
