@@ -264,8 +264,8 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
   if (action == "status") return wiki_status(c);
   if (action == "list") {
     const std::int64_t offset = args.integer_or("offset", 0);
-    Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
-    return fitted_wiki_list(c, std::move(pages.rows), pages.total, offset);
+    const Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
+    return fitted_wiki_list(c, pages.rows, pages.total, offset);
   }
   if (action == "read") {
     const std::optional<std::string> id = args.optional_string("page_id");
