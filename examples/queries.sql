@@ -108,8 +108,11 @@ SELECT page_id, title, stale, (SELECT count(*) FROM wiki_sections WHERE page_id 
 FROM wiki_pages AS p ORDER BY position LIMIT ?1 OFFSET ?2;
 -- name: wiki_page
 SELECT page_id, title, content FROM wiki_pages WHERE page_id = ?1;
--- name: page_sections
-SELECT id FROM wiki_sections WHERE page_id = ?1 ORDER BY id;
+-- A page's citations, each once, in the order its sections first cite them.
+-- name: page_citations
+WITH cited AS (SELECT c.path, c.line_start, c.line_end, row_number() OVER (ORDER BY s.id, c.id) AS n
+               FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id = c.section_id WHERE s.page_id = ?1)
+SELECT path, line_start, line_end FROM cited GROUP BY path, line_start, line_end ORDER BY min(n);
 -- name: section_citations
 SELECT path, line_start, line_end FROM wiki_citations WHERE section_id = ?1 ORDER BY id;
 -- name: page_source_files

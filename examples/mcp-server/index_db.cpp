@@ -196,15 +196,21 @@ std::string any_word_query(std::string_view text) {
   return query;
 }
 
-mr::ResponseList citations_of(sqlite3* db, std::int64_t section_id) {
-  Statement s(db, query("section_citations"));
-  s.bind(1, section_id);
+// The citations that query `name` lists for `key` (a section or a page).
+template <class Key>
+mr::ResponseList citation_rows(sqlite3* db, std::string_view name, const Key& key) {
+  Statement s(db, query(name));
+  s.bind(1, key);
   mr::ResponseList citations;
   while (s.step()) {
     citations.emplace_back(mr::ResponseDict{
         {"path", s.text(0)}, {"line_start", s.optional_integer(1)}, {"line_end", s.optional_integer(2)}});
   }
   return citations;
+}
+
+mr::ResponseList citations_of(sqlite3* db, std::int64_t section_id) {
+  return citation_rows(db, "section_citations", section_id);
 }
 
 }  // namespace
@@ -368,12 +374,10 @@ std::optional<WikiPage> IndexDb::wiki_page(std::string_view page_id) const {
   Statement s(db_.get(), query("wiki_page"));
   s.bind(1, page_id);
   if (!s.step()) return std::nullopt;
-  WikiPage page{.page_id = s.text(0), .title = s.text(1), .content = s.text(2)};
-  Statement sections(db_.get(), query("page_sections"));
-  sections.bind(1, page_id);
-  while (sections.step()) {
-    for (mr::ResponseValue& c : citations_of(db_.get(), sections.integer(0))) page.citations.push_back(std::move(c));
-  }
+  WikiPage page{.page_id = s.text(0),
+                .title = s.text(1),
+                .content = s.text(2),
+                .citations = citation_rows(db_.get(), "page_citations", page_id)};
   Statement files(db_.get(), query("page_source_files"));
   files.bind(1, page_id);
   while (files.step()) page.source_files.emplace_back(files.text(0));

@@ -24,9 +24,9 @@ wiki, answered from a repository index.
                   is not initialized, until an indexer begins to make it
   --root PATH     the repository's work tree, for the code lines of
                   references (default: the current directory)
-  --budget BYTES  most bytes of a search or references page (default 40000);
-                  a longer page keeps the rows that fit, and its hint names
-                  the offset to go on from
+  --budget BYTES  most bytes of any answer's text (default 10000, about what
+                  common hosts keep of a tool result); a longer page keeps
+                  the rows that fit and names how to go on
 
 Logs go to standard error only.
 )";

@@ -20,9 +20,12 @@ using Type = Param::Type;
 constexpr std::int64_t kDefaultLimit = 20;
 constexpr std::int64_t kMaxLimit = 100;
 constexpr std::int64_t kAskSections = 5;
+// Outlines and component lists are cut by the budget rather than by a count.
+constexpr std::int64_t kWholeListLimit = kMaxLimit;
 
 constexpr Param kOffset{"offset", Type::integer, false, "rows to skip: the offset a truncated page's hint names"};
 constexpr Param kLimit{"limit", Type::integer, false, "most rows in the page (default 20)", {}, 1, kMaxLimit};
+constexpr Param kWholeLimit{"limit", Type::integer, false, "most rows in the page (default 100)", {}, 1, kMaxLimit};
 
 constexpr Param kSearchParams[] = {
     {"query", Type::string, true, "text that the symbol's qualified name or name contains (any case)"},
@@ -30,7 +33,12 @@ constexpr Param kSearchParams[] = {
     kLimit,
 };
 constexpr Param kSymbolParams[] = {{"fqn", Type::string, true, "the symbol's fully qualified name"}};
-constexpr Param kFileParams[] = {{"path", Type::string, true, "the file's path in the repository"}};
+constexpr Param kFileParams[] = {
+    {"path", Type::string, true, "the file's path in the repository"},
+    kOffset,
+    kWholeLimit,
+};
+constexpr Param kArchitectureParams[] = {kOffset, kWholeLimit};
 constexpr Param kReferencesParams[] = {
     {"fqn", Type::string, true, "the fully qualified name of the symbol that is used"},
     kOffset,
@@ -68,6 +76,30 @@ mr::ResponseDict fitted_page(const ToolsConfig& c, mr::ResponseList rows, std::i
   return mr::fit_paginated_response(std::move(rows), total, offset, c.page_bytes, {.items_key = std::string(key)});
 }
 
+// The same page after keys of its own (`head`, not empty): the rows get what
+// the budget leaves. `head`'s text adds itself without its braces, plus a comma.
+mr::ResponseDict fitted_page_after(const ToolsConfig& c, mr::ResponseDict head, mr::ResponseList rows,
+                                   std::int64_t total, std::int64_t offset, std::string_view key) {
+  const std::size_t head_bytes = mr::tool_result_text(head).size() - 1;
+  const std::size_t room = c.page_bytes > head_bytes ? c.page_bytes - head_bytes : 0;
+  const mr::ResponseDict page =
+      mr::fit_paginated_response(std::move(rows), total, offset, room, {.items_key = std::string(key)});
+  for (const auto& [k, v] : page) head.insert_or_assign(k, v);
+  return head;
+}
+
+// Rows [offset, offset + limit) of a list held whole.
+template <class Row, class Build>
+mr::ResponseList slice(const std::vector<Row>& all, std::int64_t offset, std::int64_t limit, Build build) {
+  const auto size = static_cast<std::int64_t>(all.size());
+  const std::int64_t begin = std::clamp<std::int64_t>(offset, 0, size);
+  const std::int64_t end = begin + std::min(limit, size - begin);
+  mr::ResponseList rows;
+  rows.reserve(static_cast<std::size_t>(end - begin));
+  for (std::int64_t i = begin; i < end; ++i) rows.emplace_back(build(all[static_cast<std::size_t>(i)]));
+  return rows;
+}
+
 mr::ResponseDict search(const ToolsConfig& c, const Args& args) {
   const std::int64_t offset = args.integer_or("offset", 0);
   const Page<SymbolRow> hits = c.index.search(args.string("query"), offset, args.integer_or("limit", kDefaultLimit));
@@ -100,10 +132,11 @@ mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
     for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
   }
   const std::string module = mr::outline_module(fqns);
-  mr::ResponseList rows;
-  rows.reserve(symbols.size());
-  for (const SymbolRow& s : symbols) rows.emplace_back(mr::build_file_symbol(s.symbol, module));
-  return {{"file", path}, {"module", module}, {"symbols", std::move(rows)}};
+  const std::int64_t offset = args.integer_or("offset", 0);
+  mr::ResponseList rows = slice(symbols, offset, args.integer_or("limit", kWholeListLimit),
+                                [&](const SymbolRow& s) { return mr::build_file_symbol(s.symbol, module); });
+  return fitted_page_after(c, {{"file", path}, {"module", module}}, std::move(rows),
+                           static_cast<std::int64_t>(symbols.size()), offset, "symbols");
 }
 
 mr::ResponseDict references(const ToolsConfig& c, const Args& args) {
@@ -125,10 +158,12 @@ mr::ResponseDict references(const ToolsConfig& c, const Args& args) {
   return fitted_page(c, std::move(rows), refs.total, offset, "references");
 }
 
-mr::ResponseDict architecture(const ToolsConfig& c, const Args& /*args*/) {
-  mr::ResponseList rows;
-  for (const mr::ComponentInfo& component : c.index.components()) rows.emplace_back(mr::build_component(component));
-  return {{"components", std::move(rows)}};
+mr::ResponseDict architecture(const ToolsConfig& c, const Args& args) {
+  const std::vector<mr::ComponentInfo> components = c.index.components();
+  const std::int64_t offset = args.integer_or("offset", 0);
+  mr::ResponseList rows = slice(components, offset, args.integer_or("limit", kWholeListLimit),
+                                [](const mr::ComponentInfo& component) { return mr::build_component(component); });
+  return fitted_page(c, std::move(rows), static_cast<std::int64_t>(components.size()), offset, "components");
 }
 
 mr::ResponseDict wiki_status(const ToolsConfig& c) {
@@ -150,28 +185,104 @@ mr::ResponseDict wiki_status(const ToolsConfig& c) {
        .configured = s->configured});
 }
 
+// The list of the longest prefix of `rows` whose text fits the budget (of
+// none when even one row is too long): its truncated flag tells that more
+// follow, from its offset plus its rows. A text grows with its rows, so the
+// prefix is found by halving.
+mr::ResponseDict fitted_wiki_list(const ToolsConfig& c, const std::vector<mr::ResponseDict>& rows, std::int64_t total,
+                                  std::int64_t offset) {
+  const auto list = [&](std::size_t count) {
+    const auto end = rows.begin() + static_cast<std::ptrdiff_t>(count);
+    return mr::build_wiki_list_response(mr::ResponseList(rows.begin(), end), total, offset,
+                                        mr::Truncated{offset + static_cast<std::int64_t>(count) < total});
+  };
+  std::size_t low = 0;  // fits, or is the floor
+  std::size_t high = rows.size();
+  while (low < high) {
+    const std::size_t mid = high - (high - low) / 2;
+    if (mr::tool_result_text(list(mid)).size() <= c.page_bytes) {
+      low = mid;
+    } else {
+      high = mid - 1;
+    }
+  }
+  return list(low);
+}
+
+// The number of code points of well-formed UTF-8 `text`.
+std::size_t char_count(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; }));
+}
+
+// The byte after the first `chars` code points of `text` (its end when it
+// has fewer).
+std::size_t byte_after(std::string_view text, std::int64_t chars) {
+  std::size_t i = 0;
+  for (; i < text.size() && chars > 0; --chars) {
+    ++i;
+    while (i < text.size() && (static_cast<unsigned char>(text[i]) & 0xC0U) == 0x80U) ++i;
+  }
+  return i;
+}
+
+// A wiki page too long for one answer, read in parts: its text from code
+// point `offset`, as much as fits, then the way on to the rest, or that this
+// was the end. The part from offset 0 carries the page's citations.
+mr::ResponseDict wiki_part(const ToolsConfig& c, const WikiPage& page, std::int64_t offset) {
+  const std::int64_t from = std::max<std::int64_t>(offset, 0);
+  const std::string_view text = std::string_view(page.content).substr(byte_after(page.content, from));
+  const auto answer = [&](std::size_t end) {
+    const std::string way =
+        end < text.size() ? "(The page goes on: call again with offset=" +
+                                std::to_string(from + static_cast<std::int64_t>(char_count(text.substr(0, end)))) + ".)"
+                          : std::string("(The page's end.)");
+    return mr::build_wiki_read_response({.page_id = page.page_id,
+                                         .title = page.title,
+                                         .content = std::string(text.substr(0, end)) + "\n\n" + way,
+                                         .citations = from == 0 ? page.citations : mr::ResponseList{},
+                                         .source_files = page.source_files,
+                                         .related_pages = page.related_pages});
+  };
+  // The most code points that fit (each takes a byte at least), found by
+  // halving; at least one, so that every part goes on.
+  std::int64_t low = 1;
+  std::int64_t high = std::min(static_cast<std::int64_t>(char_count(text)), static_cast<std::int64_t>(c.page_bytes));
+  while (low < high) {
+    const std::int64_t mid = high - (high - low) / 2;
+    if (mr::tool_result_text(answer(byte_after(text, mid))).size() <= c.page_bytes) {
+      low = mid;
+    } else {
+      high = mid - 1;
+    }
+  }
+  return answer(byte_after(text, low));
+}
+
 mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
   const std::string action = args.string("action");
   if (action == "status") return wiki_status(c);
   if (action == "list") {
     const std::int64_t offset = args.integer_or("offset", 0);
-    Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
-    const auto count = static_cast<std::int64_t>(pages.rows.size());
-    mr::ResponseList rows(std::make_move_iterator(pages.rows.begin()), std::make_move_iterator(pages.rows.end()));
-    return mr::build_wiki_list_response(std::move(rows), pages.total, offset,
-                                        mr::Truncated{offset + count < pages.total});
+    const Page<mr::ResponseDict> pages = c.index.wiki_pages(offset, args.integer_or("limit", kDefaultLimit));
+    return fitted_wiki_list(c, pages.rows, pages.total, offset);
   }
   if (action == "read") {
     const std::optional<std::string> id = args.optional_string("page_id");
     if (!id) throw InputError("the read action needs \"page_id\"");
-    std::optional<WikiPage> page = c.index.wiki_page(*id);
+    const std::optional<WikiPage> page = c.index.wiki_page(*id);
     if (!page) throw InputError("no wiki page " + mr::quote(*id));
-    return mr::build_wiki_read_response({.page_id = std::move(page->page_id),
-                                         .title = std::move(page->title),
-                                         .content = std::move(page->content),
-                                         .citations = std::move(page->citations),
-                                         .source_files = std::move(page->source_files),
-                                         .related_pages = std::move(page->related_pages)});
+    const std::optional<std::int64_t> offset = args.optional_integer("offset");
+    if (!offset) {
+      mr::ResponseDict whole = mr::build_wiki_read_response({.page_id = page->page_id,
+                                                             .title = page->title,
+                                                             .content = page->content,
+                                                             .citations = page->citations,
+                                                             .source_files = page->source_files,
+                                                             .related_pages = page->related_pages});
+      if (mr::tool_result_text(whole).size() <= c.page_bytes) return whole;
+    }
+    return wiki_part(c, *page, offset.value_or(0));
   }
   const std::optional<std::string> query = args.optional_string("query");
   if (!query) throw InputError("the ask action needs \"query\"");
@@ -223,11 +334,17 @@ const std::array kTools = {
     Tool{"search", "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
          kSearchParams, search},
     Tool{"symbol", "Everything known about one symbol, its whole docstring included.", kSymbolParams, symbol},
-    Tool{"file", "The outline of one file: its module and a row per symbol, named relative to the module.", kFileParams,
-         file},
+    Tool{"file",
+         "The outline of one file: its module and a row per symbol, named relative to the module. Pages of rows, "
+         "like search.",
+         kFileParams, file},
     Tool{"references", "Where a symbol is used, with the line of code at each place.", kReferencesParams, references},
-    Tool{"architecture", "The repository's components with their layers and counts.", {}, architecture},
-    Tool{"wiki", "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
+    Tool{"architecture", "The repository's components with their layers and counts. Pages of rows, like search.",
+         kArchitectureParams, architecture},
+    Tool{"wiki",
+         "The repository's wiki: its status, its pages, one page, or the sections that answer a question. The list "
+         "comes in pages: while has_more is true, call again with offset plus the rows it gave. A page too long for "
+         "one answer is read in parts; each part's text ends naming the offset to read on from.",
          kWikiParams, wiki},
 };
 

@@ -22,7 +22,7 @@ struct ToolAnswer {
 struct ToolsConfig {
   IndexDb index;
   std::filesystem::path root;      ///< the work tree that code lines are read from
-  std::size_t page_bytes = 40000;  ///< most bytes of a page's text (search, references)
+  std::size_t page_bytes = 10000;  ///< most bytes of any answer's text: what common hosts keep
 };
 
 class Tools {

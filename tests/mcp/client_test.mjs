@@ -1,8 +1,9 @@
 // The official MCP client against the example server: it connects, lists
 // the tools, and accepts every answer, whose text blocks are the golden
-// ones; pages cut to the byte budget chain by their hints; an index that is
-// not initialized answers the canned responses; --budget is read strictly;
-// the official inspector's CLI lists the tools too, when it is installed.
+// ones; pages cut to the byte budget chain to the end, wiki pages in
+// parts; an index that is not initialized answers the canned responses;
+// --budget is read strictly; the official inspector's CLI lists the tools
+// too, when it is installed.
 //   node client_test.mjs SERVER DB ROOT
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
@@ -39,21 +40,67 @@ test("every tool answers the golden text, and the client accepts it", () =>
     await assert.rejects(client.callTool({ name: "nope", arguments: {} }), (e) => e instanceof McpError && e.code === -32602);
   }));
 
-test("pages cut to the byte budget follow their hints to the end", () =>
-  session(["--db", db, "--root", root, "--budget", "700"], async (client) => {
-    const seen = [];
-    for (let offset = 0, more = true; more; ) {
-      const page = text(await client.callTool({ name: "search", arguments: { query: "", offset } }));
-      assert.ok(Buffer.byteLength(page) <= 700, page);
-      const { symbols, total_count: total, has_more: hasMore, hint } = JSON.parse(page);
-      assert.ok(symbols.length > 0 && symbols.length < total, page);
-      seen.push(...symbols.map((s) => s.fqn));
-      more = hasMore;
-      if (more) offset = Number(/offset=(\d+)/.exec(hint)[1]);
-      if (!more) assert.equal(seen.length, total);
+// Each listing, a budget that its rows need several pages for, its rows'
+// key and how a page names the next offset: the hint of a paginated page,
+// or offset plus rows while a wiki list has more.
+const listings = [
+  { name: "search", args: { query: "" }, budget: 400, key: "symbols", id: (r) => r.fqn },
+  { name: "file", args: { path: "shop/cart.py" }, budget: 400, key: "symbols", id: (r) => r.name },
+  { name: "architecture", args: {}, budget: 250, key: "components", id: (r) => r.name },
+  { name: "wiki", args: { action: "list" }, budget: 250, key: "pages", id: (r) => r.page_id },
+];
+const nextOffset = (page, rows) =>
+  page.hint === undefined ? page.offset + rows.length : Number(/offset=(\d+)/.exec(page.hint)[1]);
+
+test("pages cut to the byte budget follow their way on to the end", async () => {
+  for (const { name, args, budget, key, id } of listings) {
+    await session(["--db", db, "--root", root, "--budget", String(budget)], async (client) => {
+      const seen = [];
+      let pages = 0;
+      for (let offset = 0, more = true; more; pages++) {
+        const answer = text(await client.callTool({ name, arguments: { ...args, offset } }));
+        assert.ok(Buffer.byteLength(answer) <= budget, answer);
+        const page = JSON.parse(answer);
+        const rows = page[key];
+        assert.ok(rows.length > 0, answer);
+        seen.push(...rows.map(id));
+        more = page.has_more;
+        assert.equal(page.truncated, more, answer);
+        if (more) offset = nextOffset(page, rows);
+        else assert.equal(seen.length, page.total_count, answer);
+      }
+      assert.ok(pages > 1, name);
+      assert.equal(new Set(seen).size, seen.length, name);
+    });
+  }
+});
+
+test("a wiki page too long for one answer is read in parts to its end", async () => {
+  const read = (client, args) =>
+    client.callTool({ name: "wiki", arguments: { action: "read", page_id: "checkout", ...args } });
+  let whole;
+  await session(["--db", db, "--root", root], async (client) => {
+    whole = JSON.parse(text(await read(client, {})));
+  });
+  const cited = whole.citations.map((c) => JSON.stringify(c));
+  assert.ok(cited.length > 1 && new Set(cited).size === cited.length, "each citation once");
+  await session(["--db", db, "--root", root, "--budget", "460"], async (client) => {
+    const parts = [];
+    for (let args = {}; args !== undefined; ) {
+      assert.ok(parts.length < 200, "the parts end");
+      const answer = text(await read(client, args));
+      assert.ok(Buffer.byteLength(answer) <= 460, answer);
+      const part = JSON.parse(answer);
+      assert.deepEqual(part.citations, parts.length === 0 ? whole.citations : [], answer);
+      const way = /\n\n\((?:The page goes on: call again with offset=(\d+)|The page's end)\.\)$/.exec(part.content);
+      assert.ok(way, part.content);
+      parts.push(part.content.slice(0, way.index));
+      args = way[1] === undefined ? undefined : { offset: Number(way[1]) };
     }
-    assert.equal(new Set(seen).size, seen.length);
-  }));
+    assert.ok(parts.length > 1);
+    assert.equal(parts.join(""), whole.content);
+  });
+});
 
 test("an index that is not initialized answers the canned responses", () =>
   session(["--root", root], async (client) => {

@@ -94,7 +94,8 @@ test("file names that look like options, or that a list would mangle, are indexe
   assert.doesNotMatch(stderr, /[\x00-\x08\x0b-\x1f\x7f]/);
   await withServer(db, root, async (call) => {
     // "trail.py " is indexed too, as a file of no language: its name has no known extension.
-    assert.deepEqual(await call("file", { path: "trail.py " }), { file: "trail.py ", module: "", symbols: [] });
+    assert.deepEqual(await call("file", { path: "trail.py " }), {
+      file: "trail.py ", module: "", symbols: [], total_count: 0, truncated: false, has_more: false, offset: 0 });
     for (const [i, name] of names.entries()) {
       if (!name.endsWith(".py")) continue;
       const found = (await call("search", { query: `f_${i}_end` })).symbols.map((s) => [s.name, s.file]);

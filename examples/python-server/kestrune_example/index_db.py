@@ -410,19 +410,21 @@ class IndexDb:
         ]
         return Page(rows, total)
 
-    def _citations(self, section_id):
+    def _citation_rows(self, name, key):
+        # The citations that query `name` lists for `key` (a section or a page).
         return [
             {"path": _text(path), "line_start": start, "line_end": end}
-            for path, start, end in self._all("section_citations", (section_id,))
+            for path, start, end in self._all(name, (key,))
         ]
+
+    def _citations(self, section_id):
+        return self._citation_rows("section_citations", section_id)
 
     def wiki_page(self, page_id):
         row = self._one("wiki_page", (page_id,))
         if row is None:
             return None
-        citations = []
-        for section_id in self._ids("page_sections", (page_id,)):
-            citations.extend(self._citations(section_id))
+        citations = self._citation_rows("page_citations", page_id)
         files = [_text(r[0]) for r in self._all("page_source_files", (page_id,))]
         related = [_text(r[0]) for r in self._all("related_pages", (page_id,))]
         return WikiPage(_text(row[0]), _text(row[1]), _text(row[2]), citations, files, related)

@@ -11,9 +11,12 @@ from .tool_args import Args, InputError, Param, input_schema
 DEFAULT_LIMIT = 20
 MAX_LIMIT = 100
 ASK_SECTIONS = 5
+# Outlines and component lists are cut by the budget rather than by a count.
+WHOLE_LIST_LIMIT = MAX_LIMIT
 
 _OFFSET = Param("offset", "integer", False, "rows to skip: the offset a truncated page's hint names")
 _LIMIT = Param("limit", "integer", False, "most rows in the page (default 20)", (), 1, MAX_LIMIT)
+_WHOLE_LIMIT = Param("limit", "integer", False, "most rows in the page (default 100)", (), 1, MAX_LIMIT)
 
 _SEARCH_PARAMS = (
     Param("query", "string", True, "text that the symbol's qualified name or name contains (any case)"),
@@ -21,7 +24,8 @@ _SEARCH_PARAMS = (
     _LIMIT,
 )
 _SYMBOL_PARAMS = (Param("fqn", "string", True, "the symbol's fully qualified name"),)
-_FILE_PARAMS = (Param("path", "string", True, "the file's path in the repository"),)
+_FILE_PARAMS = (Param("path", "string", True, "the file's path in the repository"), _OFFSET, _WHOLE_LIMIT)
+_ARCHITECTURE_PARAMS = (_OFFSET, _WHOLE_LIMIT)
 _REFERENCES_PARAMS = (
     Param("fqn", "string", True, "the fully qualified name of the symbol that is used"),
     _OFFSET,
@@ -48,7 +52,7 @@ class ToolsConfig(NamedTuple):
 
     index: IndexDb
     root: str  # the work tree that code lines are read from
-    page_bytes: int = 40000  # most bytes of a page's text (search, references)
+    page_bytes: int = 10000  # most bytes of any answer's text: what common hosts keep
 
 
 class ToolAnswer(NamedTuple):
@@ -71,6 +75,21 @@ def _fitted_page(c, rows, total, offset, key):
     # A page of rows, cut to the server's byte budget: its hint names the
     # offset of the first row left out.
     return mr.fit_paginated_response(rows, total, offset, c.page_bytes, items_key=key)
+
+
+def _fitted_page_after(c, head, rows, total, offset, key):
+    # The same page after keys of its own (`head`, not empty): the rows get
+    # what the budget leaves. `head`'s text adds itself without its braces,
+    # plus a comma.
+    head_bytes = _text_bytes(head) - 1
+    head.update(mr.fit_paginated_response(rows, total, offset, max(c.page_bytes - head_bytes, 0), items_key=key))
+    return head
+
+
+def _slice(rows, offset, limit):
+    # Rows [offset, offset + limit) of a list held whole.
+    begin = min(max(offset, 0), len(rows))
+    return rows[begin : begin + limit]
 
 
 def _search(c, args):
@@ -100,8 +119,10 @@ def _file(c, args):
     if not fqns:
         fqns = [s.symbol.fqn for s in symbols]
     module = mr.outline_module(fqns)
-    rows = [mr.build_file_symbol(s.symbol, module) for s in symbols]
-    return {"file": path, "module": module, "symbols": rows}
+    offset = args.integer_or("offset", 0)
+    page = _slice(symbols, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))
+    rows = [mr.build_file_symbol(s.symbol, module) for s in page]
+    return _fitted_page_after(c, {"file": path, "module": module}, rows, len(symbols), offset, "symbols")
 
 
 def _references(c, args):
@@ -115,7 +136,10 @@ def _references(c, args):
 
 
 def _architecture(c, args):
-    return {"components": [mr.build_component(component) for component in c.index.components()]}
+    components = c.index.components()
+    offset = args.integer_or("offset", 0)
+    rows = [mr.build_component(x) for x in _slice(components, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))]
+    return _fitted_page(c, rows, len(components), offset, "components")
 
 
 def _wiki_status(c):
@@ -137,6 +161,58 @@ def _wiki_status(c):
     )
 
 
+def _fitted_wiki_list(c, rows, total, offset):
+    # The list of the longest prefix of `rows` whose text fits the budget (of
+    # none when even one row is too long): its truncated flag tells that more
+    # follow, from its offset plus its rows. A text grows with its rows, so
+    # the prefix is found by halving.
+    def listed(count):
+        return mr.build_wiki_list_response(rows[:count], total, offset, offset + count < total)
+
+    low, high = 0, len(rows)  # low fits, or is the floor
+    while low < high:
+        mid = high - (high - low) // 2
+        if _text_bytes(listed(mid)) <= c.page_bytes:
+            low = mid
+        else:
+            high = mid - 1
+    return listed(low)
+
+
+def _text_bytes(response):
+    return len(mr.tool_result_text(response).encode())
+
+
+def _wiki_part(c, page, offset):
+    # A wiki page too long for one answer, read in parts: its text from code
+    # point `offset`, as much as fits, then the way on to the rest, or that
+    # this was the end. The part from offset 0 carries the page's citations.
+    start = max(offset, 0)
+    text = page.content[start:]
+
+    def answer(end):
+        way = f"(The page goes on: call again with offset={start + end}.)" if end < len(text) else "(The page's end.)"
+        return mr.build_wiki_read_response(
+            page_id=page.page_id,
+            title=page.title,
+            content=text[:end] + "\n\n" + way,
+            citations=page.citations if start == 0 else [],
+            source_files=page.source_files,
+            related_pages=page.related_pages,
+        )
+
+    # The most code points that fit (each takes a byte at least), found by
+    # halving; at least one, so that every part goes on.
+    low, high = 1, min(len(text), c.page_bytes)
+    while low < high:
+        mid = high - (high - low) // 2
+        if _text_bytes(answer(mid)) <= c.page_bytes:
+            low = mid
+        else:
+            high = mid - 1
+    return answer(low)
+
+
 def _wiki(c, args):
     action = args.string("action")
     if action == "status":
@@ -144,7 +220,7 @@ def _wiki(c, args):
     if action == "list":
         offset = args.integer_or("offset", 0)
         pages = c.index.wiki_pages(offset, args.integer_or("limit", DEFAULT_LIMIT))
-        return mr.build_wiki_list_response(pages.rows, pages.total, offset, offset + len(pages.rows) < pages.total)
+        return _fitted_wiki_list(c, pages.rows, pages.total, offset)
     if action == "read":
         page_id = args.optional("page_id")
         if page_id is None:
@@ -152,14 +228,19 @@ def _wiki(c, args):
         page = c.index.wiki_page(page_id)
         if page is None:
             raise InputError("no wiki page " + mr.quote(page_id))
-        return mr.build_wiki_read_response(
-            page_id=page.page_id,
-            title=page.title,
-            content=page.content,
-            citations=page.citations,
-            source_files=page.source_files,
-            related_pages=page.related_pages,
-        )
+        offset = args.optional("offset")
+        if offset is None:
+            whole = mr.build_wiki_read_response(
+                page_id=page.page_id,
+                title=page.title,
+                content=page.content,
+                citations=page.citations,
+                source_files=page.source_files,
+                related_pages=page.related_pages,
+            )
+            if _text_bytes(whole) <= c.page_bytes:
+                return whole
+        return _wiki_part(c, page, offset or 0)
     query = args.optional("query")
     if query is None:
         raise InputError('the ask action needs "query"')
@@ -223,7 +304,8 @@ _TOOLS = (
     _Tool("symbol", "Everything known about one symbol, its whole docstring included.", _SYMBOL_PARAMS, _symbol),
     _Tool(
         "file",
-        "The outline of one file: its module and a row per symbol, named relative to the module.",
+        "The outline of one file: its module and a row per symbol, named relative to the module. Pages of rows, "
+        "like search.",
         _FILE_PARAMS,
         _file,
     ),
@@ -233,10 +315,17 @@ _TOOLS = (
         _REFERENCES_PARAMS,
         _references,
     ),
-    _Tool("architecture", "The repository's components with their layers and counts.", (), _architecture),
+    _Tool(
+        "architecture",
+        "The repository's components with their layers and counts. Pages of rows, like search.",
+        _ARCHITECTURE_PARAMS,
+        _architecture,
+    ),
     _Tool(
         "wiki",
-        "The repository's wiki: its status, its pages, one page, or the sections that answer a question.",
+        "The repository's wiki: its status, its pages, one page, or the sections that answer a question. The list "
+        "comes in pages: while has_more is true, call again with offset plus the rows it gave. A page too long for "
+        "one answer is read in parts; each part's text ends naming the offset to read on from.",
         _WIKI_PARAMS,
         _wiki,
     ),
