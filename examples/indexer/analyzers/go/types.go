@@ -24,9 +24,9 @@ type (
 		embedded []typ
 	}
 	// What an expression denotes when it is not a value.
-	typeOf    struct{ t typ }           // a type
-	pkgName   struct{ pkg *goPackage }  // an imported package
-	builtinFn struct{ name string }     // len, new, append...
+	typeOf    struct{ t typ }          // a type
+	pkgName   struct{ pkg *goPackage } // an imported package
+	builtinFn struct{ name string }    // len, new, append...
 )
 
 // field is a struct's field or an interface's method: fqn is "" for the
