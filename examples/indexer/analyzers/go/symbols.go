@@ -362,7 +362,7 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 							lastType = typ
 						}
 					}
-					doc := docText(s.Doc, s.Comment, d.Doc)
+					doc := docText(s.Doc, d.Doc, s.Comment)
 					for i, n := range s.Names {
 						sig := word + " " + n.Name
 						if typ != nil {
