@@ -4,7 +4,7 @@
 set -euo pipefail
 
 core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
-      libgit2-dev pkg-config
+      libgit2-dev pkg-config golang-go
       pybind11-dev python3-dev python3-wheel)
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3)
 want=("${core[@]}")
