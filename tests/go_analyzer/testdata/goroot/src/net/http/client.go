@@ -1,0 +1,29 @@
+// Package http sends requests.
+package http
+
+import (
+	"fmt"                   // uses: fmt@import
+	"golang.org/x/net/idna" // uses: golang.org/x/net/idna@import
+)
+
+// Client sends requests.
+type Client struct {
+	Timeout int // seconds
+}
+
+// Do sends one request.
+func (c *Client) Do(url string) (string, error) { // uses: net/http.Client
+	host, err := idna.ToASCII(url) // uses: golang.org/x/net/idna.ToASCII@call
+	if err != nil {
+		return "", err
+	}
+	return fmt.Sprintf("%s %d", host, c.Timeout), nil // uses: fmt.Sprintf@call net/http.Client.Timeout
+}
+
+// DefaultClient is the client Get uses.
+var DefaultClient = &Client{} // uses: net/http.Client
+
+// Get sends a request with DefaultClient.
+func Get(url string) (string, error) {
+	return DefaultClient.Do(url) // uses: net/http.DefaultClient net/http.Client.Do@call
+}
