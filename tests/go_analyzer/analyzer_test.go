@@ -208,7 +208,7 @@ func TestModulesAndCallers(t *testing.T) {
 		{"testdata/module", "cart/cart.go", "example.com/shop/money", 7, "", ""},
 		{"testdata/module", "cart/cart.go", "example.com/shop/money.Amount", 13, "example.com/shop/cart.Item.Price", "field"},
 		{"testdata/module", "money/money.go", "example.com/shop/money.Amount", 11, "example.com/shop/money.Zero", "constant"},
-		{"testdata/module", "cmd/shop/main.go", "example.com/shop/cart.Item.Name", 43, "example.com/shop/cmd/shop.describe", "function"},
+		{"testdata/module", "cmd/shop/main.go", "example.com/shop/cart.Item.Name", 46, "example.com/shop/cmd/shop.describe", "function"},
 		{"testdata/goroot", "src/net/http/client.go", "net/http.Client", 24, "net/http.DefaultClient", "variable"},
 		{"testdata/goroot", "src/net/http/client.go", "net/http.Client.Do", 28, "net/http.Get", "function"},
 	}

@@ -560,7 +560,7 @@ func (w *walker) call(x *ast.CallExpr) typ {
 		return nil
 	}
 	var params []typ
-	s, _ := ft.(*sigT)
+	s, _ := w.prog.underlying(ft).(*sigT)
 	if s != nil {
 		params = s.params
 	}

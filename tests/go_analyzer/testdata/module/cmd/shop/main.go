@@ -14,12 +14,15 @@ func New() {}
 // Usage says what the command does.
 var Usage = "fill a cart"
 
+var round Rule = func(a Amount) Amount { return a } // uses: money.Rule money.Amount
+
 func main() {
 	k := c.New("ann")                       // uses: cart.New@call
 	k.Add(c.Item{Name: "tea", Price: Zero}) // uses: cart.Cart.Add@call cart.Item cart.Item.Name cart.Item.Price money.Zero
 	n := k.Len()                            // uses: cart.base.Len@call
 	total := k.Total()                      // uses: cart.Cart.Total@call
 	_ = total.Plus(Amount(n))               // uses: money.Amount.Plus@call money.Amount
+	_ = round(total).Plus(1)                // uses: cmd/shop.round@call money.Amount.Plus@call
 	New()                                   // uses: cmd/shop.New@call
 	add := (*c.Cart).Add                    // uses: cart.Cart cart.Cart.Add
 	add(k, c.Item{})                        // uses: cart.Item
