@@ -22,7 +22,8 @@ type object struct {
 	value     ast.Expr // its initial value, or nil
 	tupleAt   int      // which result of value it takes (var a, b = f()), or -1
 
-	methods map[string][]*object // a type's methods by name
+	methods  map[string][]*object // a type's methods by name
+	variants []*object            // a type's declarations, when it has several
 
 	state   int // of typ: 0 not computed, 1 in progress, 2 done
 	typ     typ
@@ -242,6 +243,25 @@ func (prog *program) declare() {
 						}
 					}
 				}
+			}
+		}
+	}
+	for _, f := range prog.files {
+		if f.pkg == nil {
+			continue
+		}
+		for _, objs := range f.pkg.scope {
+			if len(objs) < 2 || objs[0].variants != nil {
+				continue
+			}
+			var types []*object
+			for _, o := range objs {
+				if o.isType {
+					types = append(types, o)
+				}
+			}
+			for _, o := range types {
+				o.variants = types
 			}
 		}
 	}

@@ -74,7 +74,7 @@ func (prog *program) underlying(t typ) typ {
 // field, or a field or method promoted from an embedded field at the
 // shallowest depth, as Go selects.
 func (prog *program) member(t typ, name string) *field {
-	level := []typ{deref(t)}
+	level := variants(deref(t))
 	seen := map[*object]bool{}
 	for depth := 0; len(level) > 0 && depth < 16; depth++ {
 		var next []typ
@@ -95,7 +95,7 @@ func (prog *program) member(t typ, name string) *field {
 						return f
 					}
 					if f.embedded {
-						next = append(next, deref(f.t))
+						next = append(next, variants(deref(f.t))...)
 					}
 				}
 			case *ifaceT:
@@ -107,6 +107,20 @@ func (prog *program) member(t typ, name string) *field {
 		level = next
 	}
 	return nil
+}
+
+// variants gives a defined type with each of its declarations: a type
+// declared once per GOOS or GOARCH may hold different fields in each.
+func variants(t typ) []typ {
+	n, ok := t.(*namedT)
+	if !ok || len(n.obj.variants) < 2 {
+		return []typ{t}
+	}
+	out := make([]typ, len(n.obj.variants))
+	for i, o := range n.obj.variants {
+		out[i] = o.named()
+	}
+	return out
 }
 
 // ifaceMethod finds a method of an interface, its embedded ones included.

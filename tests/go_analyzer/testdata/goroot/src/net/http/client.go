@@ -27,3 +27,7 @@ var DefaultClient = &Client{} // uses: net/http.Client
 func Get(url string) (string, error) {
 	return DefaultClient.Do(url) // uses: net/http.DefaultClient net/http.Client.Do@call
 }
+
+func zone(s *sockaddr) string { // uses: net/http.sockaddr
+	return s.Zone // uses: net/http.sockaddr.Zone
+}
