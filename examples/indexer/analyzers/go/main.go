@@ -1,6 +1,25 @@
 // The Go analyzer: reads the files the indexer hands over on standard input,
 // parses them with go/parser and answers, per file, its definitions and the
 // uses of definitions of any file handed over (see ../README.md).
+//
+// A package is the files of one folder with one package clause; its import
+// path comes from the nearest go.mod (Go's own "std" module adds no prefix),
+// from below a vendor folder, or else from below a "src" folder as in GOROOT
+// and GOPATH. Every file counts whatever its build constraints, so a name
+// declared once per GOOS is several symbols of one fqn. Each file's package
+// clause is a symbol (kind "package", fqn the import path), used by the
+// import lines that name it.
+//
+// Names resolve as the compiler resolves them: blocks, parameters and
+// results, then the package, the file's imports (aliases and dot imports),
+// then the predeclared names, which are never symbols. Selectors resolve
+// through the type of their operand when the source declares it: receivers,
+// parameters, variables, fields, composite literals, conversions, the results
+// of functions and methods, index and range expressions, type assertions and
+// switches, promoted fields and methods of embedded types, methods of
+// interfaces. Type parameters and values whose type comes from outside the
+// files handed over have no known type: their selectors are not resolved.
+// "unsafe" is the compiler's own and not a package of the tree.
 package main
 
 import (
