@@ -149,6 +149,25 @@ func funcSignature(fset *token.FileSet, recv *ast.FieldList, name string, ft *as
 	return b.String()
 }
 
+// funcName gives a function's or method's fqn and kind.
+func funcName(p *goPackage, d *ast.FuncDecl) (fqn, kind string) {
+	if d.Recv != nil && len(d.Recv.List) > 0 {
+		return p.path + "." + baseTypeName(d.Recv.List[0].Type) + "." + d.Name.Name, "method"
+	}
+	return p.path + "." + d.Name.Name, "function"
+}
+
+// typeKind is a type declaration's kind: struct, interface or type.
+func typeKind(s *ast.TypeSpec) string {
+	switch s.Type.(type) {
+	case *ast.StructType:
+		return "struct"
+	case *ast.InterfaceType:
+		return "interface"
+	}
+	return "type"
+}
+
 // baseTypeName is the type a method's receiver names: T of T, *T, T[P].
 func baseTypeName(e ast.Expr) string {
 	for {
@@ -195,15 +214,12 @@ func (prog *program) declare() {
 				if d.Name == nil {
 					continue
 				}
-				o := &object{kind: "function", name: d.Name.Name, file: f, funcDecl: d}
-				if d.Recv != nil && len(d.Recv.List) > 0 {
-					o.kind = "method"
-					recv := baseTypeName(d.Recv.List[0].Type)
-					o.fqn = p.path + "." + recv + "." + o.name
-					byPkg[p] = append(byPkg[p], pending{recv, o})
+				o := &object{name: d.Name.Name, file: f, funcDecl: d}
+				o.fqn, o.kind = funcName(p, d)
+				if o.kind == "method" {
+					byPkg[p] = append(byPkg[p], pending{baseTypeName(d.Recv.List[0].Type), o})
 					continue
 				}
-				o.fqn = p.path + "." + o.name
 				add(o)
 			case *ast.GenDecl:
 				var lastType ast.Expr
@@ -211,14 +227,7 @@ func (prog *program) declare() {
 				for _, spec := range d.Specs {
 					switch s := spec.(type) {
 					case *ast.TypeSpec:
-						o := &object{kind: "type", name: s.Name.Name, fqn: p.path + "." + s.Name.Name, file: f, typeSpec: s, isType: true}
-						switch s.Type.(type) {
-						case *ast.StructType:
-							o.kind = "struct"
-						case *ast.InterfaceType:
-							o.kind = "interface"
-						}
-						add(o)
+						add(&object{kind: typeKind(s), name: s.Name.Name, fqn: p.path + "." + s.Name.Name, file: f, typeSpec: s, isType: true})
 					case *ast.ValueSpec:
 						kind := "variable"
 						if d.Tok == token.CONST {
@@ -332,10 +341,7 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 			if d.Name == nil {
 				continue
 			}
-			fqn, kind := p.path+"."+d.Name.Name, "function"
-			if d.Recv != nil && len(d.Recv.List) > 0 {
-				fqn, kind = p.path+"."+baseTypeName(d.Recv.List[0].Type)+"."+d.Name.Name, "method"
-			}
+			fqn, kind := funcName(p, d)
 			emit(fqn, d.Name, kind, d.End(), funcSignature(fset, d.Recv, d.Name.Name, d.Type), docText(d.Doc))
 		case *ast.GenDecl:
 			single := !d.Lparen.IsValid()
@@ -352,12 +358,10 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 					if s.TypeParams != nil {
 						sig += "[" + fieldList(fset, s.TypeParams) + "]"
 					}
-					kind := "type"
-					switch s.Type.(type) {
-					case *ast.StructType:
-						kind, sig = "struct", sig+" struct"
-					case *ast.InterfaceType:
-						kind, sig = "interface", sig+" interface"
+					kind := typeKind(s)
+					switch kind {
+					case "struct", "interface":
+						sig += " " + kind
 					default:
 						if s.Assign.IsValid() {
 							sig += " ="

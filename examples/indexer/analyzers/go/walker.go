@@ -893,11 +893,7 @@ func (prog *program) fileRefs(f *srcFile) []reference {
 			if d.Name == nil {
 				continue
 			}
-			fqn, kind := p.path+"."+d.Name.Name, "function"
-			if d.Recv != nil && len(d.Recv.List) > 0 {
-				fqn, kind = p.path+"."+baseTypeName(d.Recv.List[0].Type)+"."+d.Name.Name, "method"
-			}
-			restore := w.setCaller(fqn, kind)
+			restore := w.setCaller(funcName(p, d))
 			w.push()
 			w.funcSig(d)
 			w.block(d.Body)
@@ -921,14 +917,7 @@ func (w *walker) genDecl(d *ast.GenDecl) {
 			}
 		case *ast.TypeSpec:
 			fqn := p.path + "." + s.Name.Name
-			kind := "type"
-			switch s.Type.(type) {
-			case *ast.StructType:
-				kind = "struct"
-			case *ast.InterfaceType:
-				kind = "interface"
-			}
-			restore := w.setCaller(fqn, kind)
+			restore := w.setCaller(fqn, typeKind(s))
 			w.push()
 			w.typeParams(s.TypeParams)
 			w.declaredType(s.Type, fqn)
