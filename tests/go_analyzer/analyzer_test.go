@@ -260,6 +260,8 @@ func TestSymbols(t *testing.T) {
 			Signature: str("var DefaultClient = &Client{}"), Doc: str("DefaultClient is the client Get uses."), Export: true}},
 		{"testdata/goroot", "src/vendor/golang.org/x/net/idna/idna.go", symbol{FQN: "golang.org/x/net/idna.ToASCII", Name: "ToASCII", Kind: "function", Line: 4, End: 4,
 			Signature: str("func ToASCII(s string) (string, error)"), Doc: str("ToASCII converts a host name."), Export: true}},
+		{"testdata/goroot", "src/net/http/client.go", symbol{FQN: "net/http.schemes.Port", Name: "Port", Kind: "field", Line: 38, End: 38,
+			Signature: str("Port int"), Export: true}},
 		// A file that does not parse answers why, and what could be read.
 		{"testdata/goroot", "src/broken/broken.go", symbol{FQN: "broken.Whole", Name: "Whole", Kind: "function", Line: 3, End: 3,
 			Signature: str("func Whole()"), Export: true}},

@@ -307,9 +307,20 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 		syms = append(syms, symbol{FQN: fqn, Name: id.Name, Kind: kind, Line: f.line(id.Pos()), End: f.line(end),
 			Signature: strp(sig), Doc: doc, Export: ast.IsExported(id.Name)})
 	}
+	// The fields of a struct type written in a declaration, even inside a
+	// slice, map, pointer or channel type, are named after the declaration.
 	var members func(owner string, e ast.Expr)
 	members = func(owner string, e ast.Expr) {
 		switch t := e.(type) {
+		case *ast.ArrayType:
+			members(owner, t.Elt)
+		case *ast.StarExpr:
+			members(owner, t.X)
+		case *ast.ChanType:
+			members(owner, t.Value)
+		case *ast.MapType:
+			members(owner, t.Key)
+			members(owner, t.Value)
 		case *ast.StructType:
 			for _, fld := range t.Fields.List {
 				doc := docText(fld.Doc, fld.Comment)
@@ -398,6 +409,15 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 						emit(p.path+"."+n.Name, n, kind, end, sig, doc)
 						if s.Type != nil {
 							members(p.path+"."+n.Name, s.Type)
+						}
+						if len(s.Values) == len(s.Names) {
+							ast.Inspect(s.Values[i], func(x ast.Node) bool {
+								if st, ok := x.(*ast.StructType); ok {
+									members(p.path+"."+n.Name, st)
+									return false
+								}
+								return true
+							})
 						}
 					}
 				}

@@ -168,8 +168,10 @@ func (prog *program) objType(o *object) typ {
 			o.typ = prog.underlying(w.declaredType(s.Type, o.fqn))
 		}
 	case o.valueType != nil:
+		w.litOwner = o.fqn
 		o.typ = w.declaredType(o.valueType, o.fqn)
 	case o.value != nil:
+		w.litOwner = o.fqn
 		t := w.expr(o.value, nil)
 		if o.tupleAt >= 0 {
 			if tt, ok := t.(tupleT); ok && o.tupleAt < len(tt) {

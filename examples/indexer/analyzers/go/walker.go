@@ -37,6 +37,7 @@ type walker struct {
 	sc         *scope
 	record     bool
 	calling    *ast.Ident // the name of the function being called
+	litOwner   string     // what names the fields of struct types written here
 	caller     *string
 	callerKind *string
 	refs       []reference
@@ -190,7 +191,10 @@ func (w *walker) structType(st *ast.StructType, owner string) *structT {
 			}
 			if i == 0 || owner != "" {
 				restore := w.fieldCaller(fqn)
+				prevOwner := w.litOwner
+				w.litOwner = fqn
 				t = w.declaredType(fld.Type, fqn)
+				w.litOwner = prevOwner
 				restore()
 			}
 			s.fields = append(s.fields, &field{name: n.Name, fqn: fqn, t: t})
@@ -487,7 +491,7 @@ func (w *walker) expr(e ast.Expr, hint typ) typ {
 	case *ast.FuncType:
 		return &typeOf{w.funcType(x)}
 	case *ast.StructType:
-		return &typeOf{w.structType(x, "")}
+		return &typeOf{w.structType(x, w.litOwner)}
 	case *ast.InterfaceType:
 		return &typeOf{w.ifaceType(x, "")}
 	}
@@ -932,7 +936,13 @@ func (w *walker) genDecl(d *ast.GenDecl) {
 				if i >= len(s.Names) {
 					i = 0
 				}
-				return w.setCaller(p.path+"."+s.Names[i].Name, kind)
+				fqn := p.path + "." + s.Names[i].Name
+				restore := w.setCaller(fqn, kind)
+				w.litOwner = fqn
+				return func() {
+					restore()
+					w.litOwner = ""
+				}
 			}
 			restore := callerAt(0)
 			var t typ

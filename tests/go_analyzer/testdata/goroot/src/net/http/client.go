@@ -31,3 +31,13 @@ func Get(url string) (string, error) {
 func zone(s *sockaddr) string { // uses: net/http.sockaddr
 	return s.Zone // uses: net/http.sockaddr.Zone
 }
+
+// schemes are the known schemes and their ports.
+var schemes = []struct {
+	Name string
+	Port int
+}{{Name: "http", Port: 80}} // uses: net/http.schemes.Name net/http.schemes.Port
+
+func port() int {
+	return schemes[0].Port // uses: net/http.schemes net/http.schemes.Port
+}
