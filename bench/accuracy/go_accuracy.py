@@ -170,6 +170,9 @@ def main():
         known += 1
         row = first[s["fqn"]]
         a = defined.get((row["file"], row["line"]))
+        if not a:
+            misses.append({"group": "symbol", "fqn": s["fqn"], "file": row["file"], "line": row["line"],
+                           "oracle": sorted(defined)})
         if a:
             right += 1
             if a["doc"] is not None:
@@ -182,6 +185,7 @@ def main():
         mine = {(s["name"], s["line"]) for s in symbols if s["file"] == file}
         listed += len(entries)
         given += sum(1 for e in entries if tuple(e) in mine)
+        misses += [{"group": "outline", "file": file, "name": e[0], "line": e[1]} for e in entries if tuple(e) not in mine]
     print(f"  outlines: {given} of the {listed} definitions the oracle lists in {len(oracle['outlines'])} files")
     if args.misses:
         with open(args.misses, "w") as f:
