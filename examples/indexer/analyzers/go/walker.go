@@ -591,17 +591,35 @@ func (w *walker) call(x *ast.CallExpr) typ {
 // literal name its fields; elements without a type of their own take the
 // literal's element type.
 func (w *walker) elements(x *ast.CompositeLit, t typ) {
-	switch u := w.prog.underlying(deref(t)).(type) {
+	// A type declared once per GOOS may be a struct in some declarations only.
+	var structs []*structT
+	var u typ
+	for _, v := range variants(deref(t)) {
+		vu := w.prog.underlying(v)
+		if st, ok := vu.(*structT); ok {
+			structs = append(structs, st)
+		}
+		if u == nil {
+			u = vu
+		}
+	}
+	if len(structs) > 0 {
+		u = structs[0]
+	}
+	switch u := u.(type) {
 	case *structT:
 		for i, el := range x.Elts {
 			if kv, ok := el.(*ast.KeyValueExpr); ok {
 				var ft typ
 				if id, ok := kv.Key.(*ast.Ident); ok {
-					for _, f := range u.fields {
-						if f.name == id.Name {
-							w.useIdent(id, f.fqn, false)
-							ft = f.t
-							break
+				search:
+					for _, st := range structs {
+						for _, f := range st.fields {
+							if f.name == id.Name {
+								w.useIdent(id, f.fqn, false)
+								ft = f.t
+								break search
+							}
 						}
 					}
 				}

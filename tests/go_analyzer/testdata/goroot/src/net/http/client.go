@@ -41,3 +41,5 @@ var schemes = []struct {
 func port() int {
 	return schemes[0].Port // uses: net/http.schemes net/http.schemes.Port
 }
+
+var local = sockaddr{Port: 80} // uses: net/http.sockaddr net/http.sockaddr.Port
