@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, only those that are missing.
-#   scripts/install-deps.sh [core|all]   (default: all)
+#   scripts/install-deps.sh [core|all|accuracy]   (default: all)
+# accuracy: core and the trees the accuracy benchmark reads (bench/accuracy).
 set -euo pipefail
 
 core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
-      libgit2-dev pkg-config time
+      libgit2-dev pkg-config time golang-go
       pybind11-dev python3-dev python3-wheel)
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3)
+# Go source packages no one here wrote, for bench/accuracy (under /usr/share/gocode).
+accuracy=(golang-github-spf13-cobra-dev golang-golang-x-net-dev)
 want=("${core[@]}")
 [ "${1:-all}" = all ] && want+=("${extra[@]}")
+[ "${1:-all}" = accuracy ] && want+=("${accuracy[@]}")
 
 missing=()
 for p in "${want[@]}"; do

@@ -1,0 +1,3 @@
+module kestrune/oraclego
+
+go 1.19

@@ -1,0 +1,3 @@
+module kestrune/goanalyzer
+
+go 1.19

@@ -1,0 +1,3 @@
+module kestrune/goanalyzertest
+
+go 1.19

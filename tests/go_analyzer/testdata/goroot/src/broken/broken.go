@@ -1,0 +1,5 @@
+package broken
+
+func Whole() {}
+
+func Broken( {

@@ -1,0 +1,4 @@
+package fmt
+
+// Sprintf formats.
+func Sprintf(format string, a ...interface{}) string { return format }

@@ -1,0 +1,4 @@
+package http
+
+// On this GOOS a sockaddr is raw bytes, not a struct.
+type sockaddr [16]byte

@@ -1,0 +1,5 @@
+package http
+
+type sockaddr struct {
+	Port uint16
+}
