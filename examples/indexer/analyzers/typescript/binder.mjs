@@ -213,8 +213,7 @@ class Binder {
   }
 
   // define: `name` declared by `node`: in a container, a symbol of it bound
-  // in `scope` (and in the global scope for a global name); elsewhere a
-  // local. `holder` is the node whose modifiers say whether it is exported.
+  // in `scope`; elsewhere a local. `holder` is the node whose modifiers say whether it is exported.
   define(node, name, meanings, kind, scope, ctx, { span = node, holder = node } = {}) {
     if (!ctx) {
       scope.bind(name, meanings, new Local(node, scope, node.type ?? null, node.initializer ?? null));
@@ -223,7 +222,6 @@ class Binder {
     let sym = scope.syms.get(name);
     if (!sym) scope.syms.set(name, (sym = new Sym(`${ctx.prefix}.${name}`, name, this.file)));
     scope.bind(name, meanings, sym);
-    if (ctx.global && scope !== this.global) this.global.bind(name, meanings, sym);
     const nested = (holder.flags & ts.NodeFlags.NestedNamespace) !== 0;
     const own = ctx.global || ctx.ambient || nested || isExported(holder);
     const record = this.record(sym, node, kind, ctx, own, span);
@@ -623,7 +621,9 @@ class Binder {
     // In a module, `declare module "m"` adds to a module; in a script it declares one.
     if (ambient && !this.file.isModule && !name.startsWith(".")) this.ambient.set(name, sym);
     const inner = this.open(node, scope);
-    const innerCtx = { prefix: sym.fqn, record, namespace: sym, ambient: ctx.ambient || ambient };
+    // In a declaration (`declare namespace`, a .d.ts file) every member is exported.
+    const declared = ambient || hasModifier(node, K.DeclareKeyword) || /\.d\.[cm]?ts$/.test(this.file.path);
+    const innerCtx = { prefix: sym.fqn, record, namespace: sym, ambient: ctx.ambient || declared };
     if (node.body && ts.isModuleDeclaration(node.body)) this.namespace(node.body, inner, innerCtx);
     else if (node.body) this.statements(node.body.statements, inner, innerCtx);
   }
