@@ -3,7 +3,8 @@
 import ts from "./ts.mjs";
 
 import { Import, NS, Sym, TYPE, VALUE, memberName, requireOf } from "./binder.mjs";
-import { ModuleRef, accessName } from "./resolver.mjs";
+import { ModuleRef, unbound } from "./entities.mjs";
+import { accessName } from "./typing.mjs";
 import { skipParens } from "./text.mjs";
 
 const K = ts.SyntaxKind;
@@ -23,7 +24,8 @@ const kDeclarations = new Set([
 export function references(file, resolver) {
   const sf = file.sf;
   const found = new Map();  // fqn \0 line -> reference
-  const emit = (target, at, usage, caller) => {
+  const emit = (bound, at, usage, caller) => {
+    const target = unbound(bound);
     if (!(target instanceof Sym)) return;
     const line = sf.getLineAndCharacterOfPosition(at.getStart(sf)).line + 1;
     const key = `${target.fqn}\0${line}`;
@@ -93,7 +95,7 @@ export function references(file, resolver) {
         // (that of `var C = class {}` is the anonymous class's).
         const callee = node.expression;
         const cls = ts.isNewExpression(node)
-          ? resolver.callee(callee, scope, file)
+          ? unbound(resolver.callee(callee, scope, file, 0))
           : callee.kind === K.SuperKeyword ? resolver.value(callee, scope, file)?.sym : null;
         if (cls instanceof Sym && cls.ctor && cls.nodes.some((n) => ts.isClassDeclaration(n)))
           emit(cls.ctor, ts.isPropertyAccessExpression(callee) ? callee.name : callee, "call", caller);
