@@ -38,7 +38,8 @@ function sources(root) {
 // bare package names resolve to nothing, as no node_modules is seen.
 function languageService(root, files) {
   const libDir = dirname(ts.getDefaultLibFilePath({}));
-  const inside = (p) => p.startsWith(root + sep) || p.startsWith(libDir + sep);
+  const inside = (p) => (p.startsWith(root + sep) && !p.slice(root.length).split(sep).includes("node_modules")) ||
+    p.startsWith(libDir + sep);
   const isDir = (p) => {
     try {
       return inside(p + sep) && statSync(p).isDirectory();
@@ -48,13 +49,14 @@ function languageService(root, files) {
   };
   const isFile = (p) => {
     try {
-      return inside(p) && !p.split(sep).includes("node_modules") && statSync(p).isFile();
+      return inside(p) && statSync(p).isFile();
     } catch {
       return false;
     }
   };
   const options = {
     allowJs: true,
+    strict: true,
     checkJs: false,
     jsx: ts.JsxEmit.Preserve,
     module: ts.ModuleKind.ESNext,
