@@ -117,6 +117,16 @@ std::vector<Analyzer> analyzers(const std::string& python) {
   const std::filesystem::path go = own_folder() / "go_analyzer";
   if (::access(go.c_str(), X_OK) == 0)
     found.emplace_back("Go", std::vector<std::string>{".go"}, std::vector<std::string>{go.string()});
+#ifdef KESTRUNE_NODE
+  // JavaScript and TypeScript in one analyzer, as each imports the other;
+  // installed beside the indexer with the TypeScript compiler it runs.
+  const std::filesystem::path ts = own_folder() / "typescript_analyzer";
+  std::error_code ec;
+  if (::access(KESTRUNE_NODE, X_OK) == 0 && std::filesystem::exists(ts / "node_modules/typescript/package.json", ec))
+    found.emplace_back("TypeScript",
+                       std::vector<std::string>{".ts", ".tsx", ".mts", ".cts", ".js", ".jsx", ".mjs", ".cjs"},
+                       std::vector<std::string>{KESTRUNE_NODE, (ts / "analyzer.mjs").string()});
+#endif
   return found;
 }
 

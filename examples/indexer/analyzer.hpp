@@ -59,7 +59,8 @@ class Analyzer {
 
 /// analyzers: those that can run here: Python through `python` (a program
 /// on PATH or a path; empty: none), Go through the analyzer built beside
-/// the indexer, when it was.
+/// the indexer, JavaScript and TypeScript through the one installed beside
+/// it with node, when they were.
 [[nodiscard]] std::vector<Analyzer> analyzers(const std::string& python);
 
 }  // namespace kestrune::indexer

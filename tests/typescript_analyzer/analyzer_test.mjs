@@ -1,0 +1,126 @@
+// The JavaScript/TypeScript analyzer on small trees (trees/*): the uses it
+// finds in each file against those marked on each line ("//> fqn ..."), a
+// table of the symbols it reports, and bad input.
+//   node analyzer_test.mjs ANALYZER   (analyzer.mjs, installed with typescript)
+import assert from "node:assert/strict";
+import { spawnSync } from "node:child_process";
+import { existsSync, readdirSync, readFileSync } from "node:fs";
+import { dirname, join, relative, resolve } from "node:path";
+import test from "node:test";
+
+const analyzer = resolve(process.argv[2]);
+const trees = join(dirname(new URL(import.meta.url).pathname), "trees");
+const installed = existsSync(join(dirname(analyzer), "node_modules", "typescript", "package.json"));
+const skip = installed ? false : "typescript is not installed beside the analyzer (npm ci failed at build time)";
+
+// run: the analyzer's answer lines for `input`, sent as the indexer sends it.
+function run(input) {
+  const done = spawnSync(process.execPath, [analyzer], { input, cwd: "/", timeout: 60_000, maxBuffer: 1 << 28 });
+  assert.equal(done.status, 0, String(done.stderr));
+  const lines = done.stdout.toString().split("\n").filter(Boolean).map((l) => JSON.parse(l));
+  assert.deepEqual(lines.at(-1), { _type: "completed" });
+  return lines.slice(0, -1);
+}
+
+const message = (files) => Buffer.concat([
+  ...files.flatMap(([path, bytes]) => [Buffer.from(JSON.stringify({ command: "file", path, size: bytes.length }) + "\n"), bytes]),
+  Buffer.from('{"command":"analyze"}\n'),
+]);
+
+function files(dir, root = dir) {
+  return readdirSync(dir, { withFileTypes: true }).sort((a, b) => a.name.localeCompare(b.name)).flatMap((e) =>
+    e.isDirectory() ? files(join(dir, e.name), root) : [[relative(root, join(dir, e.name)), readFileSync(join(dir, e.name))]]);
+}
+
+const answers = new Map();  // tree -> path -> answer
+function analyzed(tree) {
+  if (!answers.has(tree)) answers.set(tree, new Map(run(message(files(join(trees, tree)))).map((a) => [a.path, a])));
+  return answers.get(tree);
+}
+
+// marked: "fqn:line" of each use written beside its line.
+function marked(text) {
+  const uses = [];
+  text.split("\n").forEach((line, i) => {
+    const m = /(?:\/\/|\/\*)> ([^*]+)/.exec(line);
+    if (m) for (const fqn of m[1].trim().split(/\s+/)) uses.push(`${fqn}:${i + 1}`);
+  });
+  return uses.sort();
+}
+
+for (const tree of ["modules", "scopes", "commonjs", "jsx", "globals"]) {
+  test(`${tree}: the uses in each file are those marked`, { skip }, () => {
+    for (const [path, bytes] of files(join(trees, tree))) {
+      const answer = analyzed(tree).get(path);
+      assert.equal(answer.error, null, path);
+      const found = answer.references.map((r) => `${r.fqn}:${r.line}`).sort();
+      assert.deepEqual(found, marked(bytes.toString()), path);
+    }
+  });
+}
+
+// [tree, fqn, what its symbols say, in source order]
+const kSymbols = [
+  ["modules", "src.lib.base.Base", [{ kind: "class", line: 6, end: 13, signature: "class Base", export: true,
+                                      doc: "A server.\n\n  Indented example." }]],
+  ["modules", "src.lib.base.Base.start", [{ kind: "method", line: 8, end: 10, signature: "start(port: number): void",
+                                            doc: "Starts it.", export: true }]],
+  ["modules", "src.lib.base.Base.secret", [{ kind: "property", export: false }]],
+  ["modules", "src.lib.base.helper", [{ line: 15, signature: "helper(x: number): number" },
+                                      { line: 16, signature: "helper(x: string): string" },
+                                      { line: 17, end: 19, signature: "helper(x: any): any" }]],
+  ["modules", "src.lib.base.main", [{ kind: "function", export: true }]],
+  ["modules", "src.lib.base.Options", [{ kind: "interface", line: 25 }, { kind: "constant", line: 29 }]],
+  ["modules", "src.lib.base.Options.port", [{ kind: "property", line: 26, signature: "port: number" },
+                                            { kind: "property", line: 29 }]],
+  ["modules", "src.lib.server.Server.options", [{ kind: "property", export: false, signature: "options: Options" }]],
+  ["modules", "src.lib.server.Server.constructor", [{ kind: "constructor", line: 4, end: 6 }]],
+  ["modules", "src.app.main.settings", [{ kind: "constant", export: false }]],
+  ["scopes", "names.count", [{ signature: "count(limit: number, items: Item[]): number" }]],
+  ["commonjs", "lib.util.VERSION", [{ kind: "variable", export: true }]],
+  ["commonjs", "lib.util.format", [{ kind: "function", export: true }]],
+  ["jsx", "components.Button.Theme.dark", [{ kind: "property", export: true }]],
+  ["globals", "env.Config.mode", [{ kind: "constant", export: true }]],
+];
+
+test("symbols: kinds, lines, signatures, docs and exports", { skip }, () => {
+  for (const [tree, fqn, expected] of kSymbols) {
+    const found = [...analyzed(tree).values()].flatMap((a) => a.symbols).filter((s) => s.fqn === fqn);
+    assert.equal(found.length, expected.length, fqn);
+    expected.forEach((e, i) => assert.deepEqual({ ...found[i], ...e }, found[i], fqn));
+  }
+});
+
+// [tree, path, line, fqn, usage, caller, caller kind]
+const kUses = [
+  ["modules", "src/app/main.ts", 1, "src.lib.server.Server", "import", null, null],
+  ["modules", "src/app/main.ts", 6, "src.lib.server.Server", "call", "src.app.main.serve", "function"],
+  ["modules", "src/app/main.ts", 5, "src.lib.base.Options", "reference", "src.app.main.serve", "function"],
+  ["modules", "src/lib/server.ts", 8, "src.lib.base.Base.start", "call", "src.lib.server.Server.connect", "method"],
+  ["commonjs", "main.js", 1, "lib.util.Logger", "import", null, null],
+];
+
+test("uses: how each is used, and in which definition", { skip }, () => {
+  for (const [tree, path, line, fqn, usage, caller, callerKind] of kUses) {
+    const use = analyzed(tree).get(path).references.find((r) => r.line === line && r.fqn === fqn);
+    assert.deepEqual(use, { fqn, line, usage, caller, caller_kind: callerKind });
+  }
+});
+
+test("modules: named by path, a declaration file as the module it declares", { skip }, () => {
+  assert.equal(analyzed("modules").get("src/lib/index.ts").module, "src.lib.index");
+  assert.equal(analyzed("globals").get("env.d.ts").module, "env");
+});
+
+test("bad input: a file that does not parse costs only itself; lines that are no command are passed over", { skip }, () => {
+  const input = Buffer.concat([Buffer.from("not a command\n{}\n"), message(files(join(trees, "broken")))]);
+  const [broken, fine] = run(input);
+  assert.equal(broken.path, "broken.ts");
+  assert.match(broken.error, /^line 1: /);
+  assert.equal(fine.error, null);
+  assert.deepEqual(fine.references.map((r) => `${r.fqn}:${r.line}`), ["broken.ok:1", "broken.ok:2"]);
+  // Bytes that are not UTF-8 are read as U+FFFD, not refused.
+  const [odd] = run(message([["odd.ts", Buffer.from([0x63, 0x6f, 0x6e, 0x73, 0x74, 0x20, 0x78, 0x3d, 0x22, 0xff, 0x22, 0x3b])]]));
+  assert.equal(odd.error, null);
+  assert.deepEqual(odd.symbols.map((s) => s.fqn), ["odd.x"]);
+});

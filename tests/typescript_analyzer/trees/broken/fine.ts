@@ -1,0 +1,2 @@
+import { ok } from "./broken";
+export const used = ok;

@@ -1,0 +1,4 @@
+declare function getEnv(name: string): string;
+declare namespace Config {
+  const mode: string;
+}
