@@ -1,4 +1,4 @@
-// tool_result_text and _encoded_size.
+// tool_result_text, tool_result_bytes and _encoded_size.
 #include "bindings.hpp"
 #include "encoder.hpp"
 #include "errors.hpp"
@@ -21,6 +21,15 @@ void bind_encoding(py::module_& m) {
       py::arg("result"),
       "The compact MCP text of `result`: JSON without whitespace, keys in insertion order, non-ASCII\n"
       "characters as themselves, floats in their shortest round-trip form, NaN/Infinity bare.");
+  m.def(
+      "tool_result_bytes",
+      [](const py::handle& value) {
+        const Piece piece = Piece::of_value(value.ptr(), NumberForm::compact);
+        return checked(bytes_of({&piece, 1}, "tool_result_bytes"));
+      },
+      py::arg("result"),
+      "tool_result_text(result) as UTF-8 bytes, for a server that writes bytes (sys.stdout.buffer, an HTTP\n"
+      "body). Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form.");
   m.def(
       "_encoded_size",
       [](const py::handle& value) {
