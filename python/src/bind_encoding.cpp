@@ -1,11 +1,63 @@
 // tool_result_text, tool_result_bytes and _encoded_size.
+#include <array>
+
 #include "bindings.hpp"
 #include "encoder.hpp"
 #include "errors.hpp"
+#include "fast_call.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
 #include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
+namespace {
+
+// The one argument `result` of `function`.
+PyObject* result_argument(const char* function, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  if (nargs == 1 && kwnames == nullptr) return args[0];
+  static constexpr std::array<const char*, 1> kNames = {"result"};
+  std::array<PyObject*, 1> result{};
+  return bind_arguments(function, kNames.data(), 1, 1, 1, args, nargs, kwnames, result.data()) ? result[0] : nullptr;
+}
+
+PyObject* tool_result_text(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  PyObject* result = result_argument("tool_result_text", args, nargs, kwnames);
+  return result == nullptr ? nullptr : text_of(result, "tool_result_text");
+}
+
+PyObject* tool_result_bytes(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  PyObject* result = result_argument("tool_result_bytes", args, nargs, kwnames);
+  if (result == nullptr) return nullptr;
+  const Piece piece = Piece::of_value(result, NumberForm::compact);
+  return bytes_of({&piece, 1}, "tool_result_bytes");
+}
+
+PyObject* encoded_size_of(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  PyObject* result = result_argument("_encoded_size", args, nargs, kwnames);
+  if (result == nullptr) return nullptr;
+  const Py_ssize_t n = encoded_size(result, "_encoded_size");
+  return n < 0 ? nullptr : PyLong_FromSsize_t(n);
+}
+
+PyMethodDef kMethods[] = {
+    method<tool_result_text>(
+        "tool_result_text",
+        "tool_result_text(result: object) -> str\n\n"
+        "The compact MCP text of `result`: JSON without whitespace, keys in insertion order, non-ASCII\n"
+        "characters as themselves, floats in their shortest round-trip form, NaN/Infinity bare."),
+    method<tool_result_bytes>(
+        "tool_result_bytes",
+        "tool_result_bytes(result: object) -> bytes\n\n"
+        "tool_result_text(result) as UTF-8 bytes, for a server that writes bytes (sys.stdout.buffer, an HTTP\n"
+        "body). Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    method<encoded_size_of>(
+        "_encoded_size",
+        "_encoded_size(result: object) -> int\n\n"
+        "The number of bytes of the UTF-8 form of tool_result_text(result), counted without writing it.\n"
+        "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    {nullptr, nullptr, 0, nullptr},
+};
+
+}  // namespace
 
 void bind_encoding(py::module_& m) {
   py::register_exception_translator(
@@ -16,30 +68,7 @@ void bind_encoding(py::module_& m) {
           set_encoding_error(e.where(), e.byte());
         }
       });
-  m.def(
-      "tool_result_text", [](const py::handle& value) { return checked(text_of(value.ptr(), "tool_result_text")); },
-      py::arg("result"),
-      "The compact MCP text of `result`: JSON without whitespace, keys in insertion order, non-ASCII\n"
-      "characters as themselves, floats in their shortest round-trip form, NaN/Infinity bare.");
-  m.def(
-      "tool_result_bytes",
-      [](const py::handle& value) {
-        const Piece piece = Piece::of_value(value.ptr(), NumberForm::compact);
-        return checked(bytes_of({&piece, 1}, "tool_result_bytes"));
-      },
-      py::arg("result"),
-      "tool_result_text(result) as UTF-8 bytes, for a server that writes bytes (sys.stdout.buffer, an HTTP\n"
-      "body). Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form.");
-  m.def(
-      "_encoded_size",
-      [](const py::handle& value) {
-        const Py_ssize_t n = encoded_size(value.ptr(), "_encoded_size");
-        if (n < 0) throw py::error_already_set();
-        return n;
-      },
-      py::arg("result"),
-      "The number of bytes of the UTF-8 form of tool_result_text(result), counted without writing it.\n"
-      "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form.");
+  if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
   m.def(
       "quote", [](const py::handle& s) { return text(quote(Utf8Arg(s, "quote: text").bytes)); }, py::arg("text"),
       "`text` in double quotes as an error message shows an argument: whole, with the compact text's\n"

@@ -2,12 +2,13 @@
 // straight from the Python objects into the str (or bytes) returned.
 #include <array>
 #include <cmath>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "bindings.hpp"
 #include "encoder.hpp"
+#include "fast_call.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 
 namespace kestrune::mcp_responses::python {
@@ -15,37 +16,110 @@ namespace {
 
 Piece token(std::string_view t) { return Piece::of_token(t); }
 
-Piece json(const py::handle& v) { return Piece::of_value(v.ptr(), NumberForm::json); }
+Piece json(PyObject* v) { return Piece::of_value(v, NumberForm::json); }
+
+bool truthy(PyObject* v) {
+  const int t = PyObject_IsTrue(v);
+  if (t < 0) throw py::error_already_set();
+  return t == 1;
+}
 
 // The id of a line: an int, a str or a finite float, and None where allowed.
-Piece id_piece(const py::handle& id, bool null_allowed, const char* caller) {
-  PyObject* p = id.ptr();
+Piece id_piece(PyObject* p, bool null_allowed, const char* caller) {
   const bool ok = (PyLong_Check(p) && !PyBool_Check(p)) || PyUnicode_Check(p) ||
                   (PyFloat_Check(p) && std::isfinite(PyFloat_AS_DOUBLE(p))) || (null_allowed && p == Py_None);
   if (!ok) {
     throw py::value_error(std::string(caller) + ": the id must be an integer, a string or a finite number" +
                           (null_allowed ? ", or null" : ""));
   }
-  return json(id);
+  return Piece::of_value(p, NumberForm::json);
 }
 
 constexpr std::string_view kLineStart = R"({"jsonrpc":"2.0","id":)";
 
 // jsonrpc_result_line(id, call_tool_result(response, ...)) as pieces: the
 // text block holds the response's compact text, escaped as a JSON string.
-std::vector<Piece> tool_call_pieces(const py::handle& id, const py::handle& response, bool structured, bool is_error,
-                                    const char* caller) {
-  std::vector<Piece> pieces = {token(kLineStart), id_piece(id, false, caller),
-                               token(R"(,"result":{"content":[{"type":"text","text":")"),
-                               Piece::of_quoted_text(response.ptr()), token("\"}]")};
-  if (structured && PyDict_Check(response.ptr())) {
-    pieces.push_back(token(R"(,"structuredContent":)"));
-    pieces.push_back(json(response));
+struct CallLine {
+  std::array<Piece, 9> pieces;
+  std::size_t count = 0;
+
+  CallLine(PyObject* id, PyObject* response, bool structured, bool is_error, const char* caller) {
+    add(token(kLineStart));
+    add(id_piece(id, false, caller));
+    add(token(R"(,"result":{"content":[{"type":"text","text":")"));
+    add(Piece::of_quoted_text(response));
+    add(token("\"}]"));
+    if (structured && PyDict_Check(response)) {
+      add(token(R"(,"structuredContent":)"));
+      add(json(response));
+    }
+    if (is_error) add(token(R"(,"isError":true)"));
+    add(token("}}\n"));
   }
-  if (is_error) pieces.push_back(token(R"(,"isError":true)"));
-  pieces.push_back(token("}}\n"));
-  return pieces;
+  void add(const Piece& p) { pieces.at(count++) = p; }
+  [[nodiscard]] std::span<const Piece> span() const { return {pieces.data(), count}; }
+};
+
+PyObject* result_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  static constexpr Params<2> kParams{"jsonrpc_result_line", {"id", "result"}, 2, 2};
+  std::array<PyObject*, 2> a{};
+  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
+  const std::array pieces = {token(kLineStart), id_piece(a[0], false, kParams.function), token(R"(,"result":)"),
+                             json(a[1]), token("}\n")};
+  return str_of(pieces, kParams.function);
 }
+
+PyObject* error_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  static constexpr Params<3> kParams{"jsonrpc_error_line", {"id", "code", "message"}, 3, 3};
+  std::array<PyObject*, 3> a{};
+  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
+  if (!PyLong_Check(a[1]) || PyBool_Check(a[1])) throw py::type_error("jsonrpc_error_line: code must be an int");
+  if (!PyUnicode_Check(a[2])) throw py::type_error("jsonrpc_error_line: message must be a str");
+  const std::array pieces = {token(kLineStart),
+                             id_piece(a[0], true, kParams.function),
+                             token(R"(,"error":{"code":)"),
+                             json(a[1]),
+                             token(R"(,"message":)"),
+                             json(a[2]),
+                             token("}}\n")};
+  return str_of(pieces, kParams.function);
+}
+
+// tool_call_line and tool_call_line_bytes: the line's pieces for the
+// arguments of either.
+template <bool Bytes>
+PyObject* call_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  static constexpr Params<4> kParams{
+      Bytes ? "tool_call_line_bytes" : "tool_call_line", {"id", "response", "structured", "is_error"}, 2, 2};
+  std::array<PyObject*, 4> a{};
+  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
+  const bool structured = a[2] != nullptr && truthy(a[2]);
+  const bool is_error = a[3] != nullptr && truthy(a[3]);
+  const CallLine line(a[0], a[1], structured, is_error, kParams.function);
+  return Bytes ? bytes_of(line.span(), kParams.function) : str_of(line.span(), kParams.function);
+}
+
+PyMethodDef kMethods[] = {
+    method<result_line>("jsonrpc_result_line",
+                        "jsonrpc_result_line(id: object, result: object) -> str\n\n"
+                        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is "
+                        "written null."),
+    method<error_line>("jsonrpc_error_line",
+                       "jsonrpc_error_line(id: object, code: int, message: str) -> str\n\n"
+                       "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a "
+                       "line feed; id may be None."),
+    method<call_line<false>>(
+        "tool_call_line",
+        "tool_call_line(id: object, response: object, *, structured: bool = False, is_error: bool = False) -> str\n\n"
+        "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response."),
+    method<call_line<true>>(
+        "tool_call_line_bytes",
+        "tool_call_line_bytes(id: object, response: object, *, structured: bool = False, is_error: bool = False) "
+        "-> bytes\n\n"
+        "tool_call_line(id, response, ...) as UTF-8 bytes, for a server that writes bytes.\n"
+        "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    {nullptr, nullptr, 0, nullptr},
+};
 
 }  // namespace
 
@@ -73,49 +147,7 @@ void bind_mcp(py::module_& m) {
       arg("response"), py::kw_only(), arg("structured") = false, arg("is_error") = false,
       "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
       "the response itself (a dict) as structuredContent; with is_error, isError true.");
-  m.def(
-      "jsonrpc_result_line",
-      [](const py::handle& id, const py::handle& result) {
-        const std::array pieces = {token(kLineStart), id_piece(id, false, "jsonrpc_result_line"),
-                                   token(R"(,"result":)"), json(result), token("}\n")};
-        return checked(str_of(pieces, "jsonrpc_result_line"));
-      },
-      arg("id"), arg("result"),
-      "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is written null.");
-  m.def(
-      "jsonrpc_error_line",
-      [](const py::handle& id, const py::handle& code, const py::handle& message) {
-        if (!PyLong_Check(code.ptr()) || PyBool_Check(code.ptr()))
-          throw py::type_error("jsonrpc_error_line: code must be an int");
-        if (!PyUnicode_Check(message.ptr())) throw py::type_error("jsonrpc_error_line: message must be a str");
-        const std::array pieces = {token(kLineStart),
-                                   id_piece(id, true, "jsonrpc_error_line"),
-                                   token(R"(,"error":{"code":)"),
-                                   json(code),
-                                   token(R"(,"message":)"),
-                                   json(message),
-                                   token("}}\n")};
-        return checked(str_of(pieces, "jsonrpc_error_line"));
-      },
-      arg("id"), arg("code"), arg("message"),
-      "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a line feed; id may be None.");
-  m.def(
-      "tool_call_line",
-      [](const py::handle& id, const py::handle& response, bool structured, bool is_error) {
-        return checked(
-            str_of(tool_call_pieces(id, response, structured, is_error, "tool_call_line"), "tool_call_line"));
-      },
-      arg("id"), arg("response"), py::kw_only(), arg("structured") = false, arg("is_error") = false,
-      "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response.");
-  m.def(
-      "tool_call_line_bytes",
-      [](const py::handle& id, const py::handle& response, bool structured, bool is_error) {
-        return checked(bytes_of(tool_call_pieces(id, response, structured, is_error, "tool_call_line_bytes"),
-                                "tool_call_line_bytes"));
-      },
-      arg("id"), arg("response"), py::kw_only(), arg("structured") = false, arg("is_error") = false,
-      "tool_call_line(id, response, ...) as UTF-8 bytes, for a server that writes bytes.\n"
-      "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form.");
+  if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
 }
 
 }  // namespace kestrune::mcp_responses::python
