@@ -6,6 +6,7 @@
 
 #include "bindings.hpp"
 #include "kestrune/mcp_responses/text.hpp"
+#include "str_cut.hpp"
 #include "text/cut.hpp"
 #include "values.hpp"
 
@@ -36,8 +37,8 @@ void bind_text(py::module_& m) {
   m.def(
       "_trimmed",
       [](const py::handle& s, std::int64_t chars) {
-        const Utf8Arg t(s, "_trimmed: text");
-        return text(detail::trimmed(t.bytes, chars));
+        if (!PyUnicode_Check(s.ptr())) static_cast<void>(Utf8Arg(s, "_trimmed: text"));  // raises TypeError
+        return checked(trimmed_str(s.ptr(), chars));
       },
       py::arg("text"), py::arg("chars"),
       "Like _cut, but breaking at the last space in the second half of the kept text.");

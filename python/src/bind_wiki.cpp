@@ -13,6 +13,7 @@
 #include "bindings.hpp"
 #include "encoder.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "str_cut.hpp"
 #include "text/cut.hpp"
 #include "values.hpp"
 #include "wiki/ask_citations.hpp"
@@ -90,7 +91,24 @@ py::object member(const py::handle& map, PyObject* name) {
   return py::none();
 }
 
-ResponseValue value_of(const py::handle& v, BigIntegers big, const std::string& where) {
+// The keys of a section that its row takes as they are, as Python keys and
+// as text.
+const std::array<std::pair<PyObject*, std::string_view>, 4>& row_keys() {
+  static const std::array<std::pair<PyObject*, std::string_view>, 4> kRow = {{{keys().page_id, "page_id"},
+                                                                              {keys().title, "title"},
+                                                                              {keys().heading, "heading"},
+                                                                              {keys().similarity, "similarity"}}};
+  return kRow;
+}
+
+// The keys of a citation's place, as Python keys and as text.
+const std::array<std::pair<PyObject*, std::string_view>, 3>& place_keys() {
+  static const std::array<std::pair<PyObject*, std::string_view>, 3> kPlace = {
+      {{keys().path, "path"}, {keys().line_start, "line_start"}, {keys().line_end, "line_end"}}};
+  return kPlace;
+}
+
+ResponseValue value_of(const py::handle& v, BigIntegers big, const Where& where) {
   ResponseValue out;
   if (!to_value(v.ptr(), out, big, where)) throw py::error_already_set();
   return out;
@@ -98,13 +116,12 @@ ResponseValue value_of(const py::handle& v, BigIntegers big, const std::string& 
 
 // A citation as a library value: its place keys must be comparable, so they
 // take no stand-ins; its other values are only measured.
-ResponseValue citation_of(const py::handle& c, const std::string& where) {
+ResponseValue citation_of(const py::handle& c, const Where& where) {
   ResponseValue out = value_of(c, BigIntegers::stand_in, where);
   if (!out.is_dict()) return out;
-  const Keys& k = keys();
-  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
+  for (const auto& [name, text] : place_keys()) {
     const py::object v = member(c, name);
-    if (PyLong_Check(v.ptr())) (void)value_of(v, BigIntegers::raise, where + "." + PyUnicode_AsUTF8(name));
+    if (PyLong_Check(v.ptr())) (void)value_of(v, BigIntegers::raise, Where(where, text));
   }
   return out;
 }
@@ -120,17 +137,15 @@ struct Citations {
 // merge alone reads it).
 enum class CitationForm : bool { whole, place };
 
-ResponseValue place_of(const py::handle& c, const std::string& where) {
-  const Keys& k = keys();
+ResponseValue place_of(const py::handle& c, const Where& where) {
   ResponseDict place;
-  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
-    const char* key = PyUnicode_AsUTF8(name);
-    place.append(key, value_of(member(c, name), BigIntegers::raise, where + "." + key));
-  }
+  place.reserve(3);
+  for (const auto& [name, text] : place_keys())
+    place.append(std::string(text), value_of(member(c, name), BigIntegers::raise, Where(where, text)));
   return place;
 }
 
-Citations citations_of(const py::handle& list, std::size_t most, const std::string& where,
+Citations citations_of(const py::handle& list, std::size_t most, const Where& where,
                        CitationForm form = CitationForm::whole) {
   Citations c;
   if (list.is_none() || !(PyList_Check(list.ptr()) || PyTuple_Check(list.ptr()))) return c;
@@ -139,7 +154,7 @@ Citations citations_of(const py::handle& list, std::size_t most, const std::stri
   c.values.reserve(n);
   for (std::size_t i = 0; i < n; ++i) {
     const py::handle item = PySequence_Fast_GET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i));
-    const std::string at = where + "[" + std::to_string(i) + "]";
+    const Where at(where, i);
     c.values.push_back(form == CitationForm::whole ? citation_of(item, at) : place_of(item, at));
   }
   return c;
@@ -170,7 +185,7 @@ std::string required_text(const py::handle& v, const char* what) { return std::s
 
 std::optional<ResponseDict> optional_map(const py::handle& v, const char* name) {
   if (v.is_none()) return std::nullopt;
-  ResponseValue value = value_of(v, BigIntegers::stand_in, std::string("$.") + name);
+  ResponseValue value = value_of(v, BigIntegers::stand_in, Where(Where("$"), name));
   if (!value.is_dict()) {
     throw py::type_error(std::string("build_wiki_ask_response: ") + name + " must be a dict or None, not '" +
                          Py_TYPE(v.ptr())->tp_name + "'");
@@ -208,20 +223,36 @@ std::vector<std::span<const ResponseValue>> spans_of(const std::vector<Citations
   return spans;
 }
 
+// The merged citations of all of `sections` (a sequence) and `extra`, their
+// places read only as far as the merge reaches: sections only add to the
+// list, so once the citations of the first sections fill the cap, later
+// sections and the extra citations change nothing and are not read.
+py::list merged_citations(const py::object& sections, const py::object& extra, const Where& sections_at,
+                          const Where& extra_at) {
+  const auto n = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sections.ptr()));
+  const Citations own = citations_of(extra, static_cast<std::size_t>(-1), extra_at, CitationForm::place);
+  std::vector<Citations> lists;
+  lists.reserve(n);
+  for (std::size_t read = std::min<std::size_t>(n, 8);; read = std::min(n, 2 * read)) {
+    for (std::size_t i = lists.size(); i < read; ++i) {
+      const Where at(sections_at, i);
+      lists.push_back(
+          citations_of(member(PySequence_Fast_GET_ITEM(sections.ptr(), static_cast<Py_ssize_t>(i)), keys().citations),
+                       detail::ASK_CITATIONS_PER_SECTION, Where(at, "citations"), CitationForm::place));
+    }
+    const detail::CitationMerge merge(spans_of(lists), own.values);
+    const std::vector<detail::CitationPick> picks = merge.picks(read);
+    const bool full = picks.size() == detail::ASK_MAX_CITATIONS && picks.back().section.has_value();
+    if (full || read == n) return picked(merge, read, lists, own);
+  }
+}
+
 py::object sequence(const py::handle& v, const char* what) { return checked(PySequence_Fast(v.ptr(), what)); }
 
 py::list ask_citations(const py::handle& sections, const py::handle& extra) {
   const py::object seq = sequence(sections, "_ask_citations: sections must be a sequence");
-  std::vector<Citations> lists;
-  for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(seq.ptr()); ++i) {
-    lists.push_back(citations_of(member(PySequence_Fast_GET_ITEM(seq.ptr(), i), keys().citations),
-                                 detail::ASK_CITATIONS_PER_SECTION, "sections[" + std::to_string(i) + "].citations",
-                                 CitationForm::place));
-  }
   const py::object extra_list = sequence(extra, "_ask_citations: extra must be a sequence");
-  const Citations own = citations_of(extra_list, static_cast<std::size_t>(-1), "extra", CitationForm::place);
-  const detail::CitationMerge merge(spans_of(lists), own.values);
-  return picked(merge, lists.size(), lists, own);
+  return merged_citations(seq, extra_list, Where("sections"), Where("extra"));
 }
 
 using Attachments = std::array<std::pair<PyObject*, const py::handle*>, 6>;
@@ -237,11 +268,9 @@ py::dict section_row(const py::handle& section, bool stale, const py::handle& ex
 }
 
 // The excerpt of an answer without a budget: cut to _ASK_EXCERPT_CHARS; a
-// str within that is the caller's own.
+// str within that is the caller's own, a longer one is cut where it stands.
 py::object whole_excerpt(const py::handle& v) {
-  if (PyUnicode_Check(v.ptr()) && PyUnicode_GET_LENGTH(v.ptr()) <= detail::ASK_EXCERPT_CHARS) {
-    return py::reinterpret_borrow<py::object>(v);
-  }
+  if (PyUnicode_Check(v.ptr())) return checked(trimmed_str(v.ptr(), detail::ASK_EXCERPT_CHARS));
   return text(detail::trimmed(excerpt_of(v), detail::ASK_EXCERPT_CHARS));
 }
 
@@ -251,25 +280,22 @@ py::dict ask_unbudgeted(const py::object& seq, const py::handle& mode, const py:
                         const py::handle& answer, const py::handle& citations, const Attachments& attachments) {
   const Keys& k = keys();
   const Py_ssize_t n = PySequence_Fast_GET_SIZE(seq.ptr());
-  std::vector<Citations> lists;
   py::list rows;
   for (Py_ssize_t i = 0; i < n; ++i) {
     const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
-    lists.push_back(citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION,
-                                 "$.sections[" + std::to_string(i) + "].citations", CitationForm::place));
     rows.append(section_row(section, truthy(member(section, k.stale)), whole_excerpt(member(section, k.excerpt))));
   }
   const py::object extra_list = citations.is_none()
                                     ? py::object(py::list())
                                     : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
-  const Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations", CitationForm::place);
-  const detail::CitationMerge merge(spans_of(lists), extra.values);
+  const Where root("$");
+  const py::list merged = merged_citations(seq, extra_list, Where(root, "sections"), Where(root, "citations"));
   py::dict out;
   set(out, k.mode, mode);
   set(out, k.query, query);
   set(out, k.answer, answer);
   set(out, k.sections, rows);
-  set(out, k.citations, picked(merge, lists.size(), lists, extra));
+  set(out, k.citations, merged);
   for (const auto& [name, value] : attachments) {
     if (!value->is_none()) set(out, name, *value);
   }
@@ -293,27 +319,29 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
 
   // The sections as the library reads them, and what the rows take back.
   std::vector<Citations> lists;
+  lists.reserve(static_cast<std::size_t>(n_sections));
   ResponseList section_values;
   section_values.reserve(static_cast<std::size_t>(n_sections));
+  const Where root("$");
+  const Where all_sections(root, "sections");
   for (Py_ssize_t i = 0; i < n_sections; ++i) {
     const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
-    const std::string where = "$.sections[" + std::to_string(i) + "]";
+    const Where at(all_sections, static_cast<std::size_t>(i));
     ResponseDict row;
     row.reserve(7);
-    for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) {
-      row.append(PyUnicode_AsUTF8(name),
-                 value_of(member(section, name), BigIntegers::stand_in, where + "." + PyUnicode_AsUTF8(name)));
+    for (const auto& [name, text] : row_keys()) {
+      row.append(std::string(text), value_of(member(section, name), BigIntegers::stand_in, Where(at, text)));
     }
     row.append("stale", truthy(member(section, k.stale)));
     row.append("excerpt", excerpt_of(member(section, k.excerpt)));
     lists.push_back(
-        citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, where + ".citations"));
+        citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, Where(at, "citations")));
     section_values.emplace_back(std::move(row));
   }
   const py::object extra_list = citations.is_none()
                                     ? py::object(py::list())
                                     : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
-  Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations");
+  Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), Where(root, "citations"));
   const detail::CitationMerge merge(spans_of(lists), extra.values);
   for (std::size_t i = 0; i < lists.size(); ++i) {
     section_values[i].as_dict().append("citations", ResponseList(lists[i].values));

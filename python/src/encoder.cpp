@@ -129,13 +129,14 @@ class Walker {
       sink_.ascii_text(static_cast<const char*>(data), n);
       return true;
     }
-    if constexpr (std::is_same_v<Sink, Utf8Sink>) {
-      // The UTF-8 form a str keeps once something asked for it: its bytes at
-      // or above 0x80 are written as they are, so it is escaped as ASCII is.
+    if constexpr (Sink::kReadsUtf8) {
+      // The UTF-8 form a str keeps once something asked for it (which only a
+      // str of scalar values has).
       if (PyUnicode_IS_COMPACT(s)) {
         const auto* compact = reinterpret_cast<const PyCompactUnicodeObject*>(s);
         if (compact->utf8 != nullptr) {
-          sink_.ascii_text(compact->utf8, static_cast<std::size_t>(compact->utf8_length));
+          sink_.utf8_text(compact->utf8, static_cast<std::size_t>(compact->utf8_length), n,
+                          static_cast<int>(PyUnicode_KIND(s)));
           return true;
         }
       }

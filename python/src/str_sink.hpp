@@ -76,6 +76,7 @@ struct WidenedLate {};
 class StrSink {
  public:
   static constexpr bool kWrites = true;
+  static constexpr bool kReadsUtf8 = false;
 
   /// A text of the width it turns out to need.
   StrSink() = default;

@@ -22,6 +22,7 @@ namespace kestrune::mcp_responses::python {
 class Utf8Sink {
  public:
   static constexpr bool kWrites = true;
+  static constexpr bool kReadsUtf8 = true;
 
   explicit Utf8Sink(bool strict) : strict_(strict) {}
   Utf8Sink(const Utf8Sink&) = delete;
@@ -66,6 +67,9 @@ class Utf8Sink {
       p_ = escaped_one_byte(s + chunk, len, p_, nested_);
     }
   }
+  // A string given as its UTF-8 `bytes`: those at or above 0x80 are written
+  // as they are, so it is escaped as ASCII is.
+  void utf8_text(const char* bytes, std::size_t n, std::size_t /*chars*/, int /*kind*/) { ascii_text(bytes, n); }
   // `n` characters of `s`, escaped, as UTF-8; eight bytes of characters at a
   // time up to the next that is not ASCII or needs an escape.
   template <class C>
