@@ -79,6 +79,18 @@ template <class Text>
           .well_formed = head_end.well_formed};
 }
 
+/// plan_cut: where cut() cuts a text of `chars` characters at most, read
+/// through `text` as for plan_trim. Trim::chars is left unknown.
+template <class Text>
+[[nodiscard]] Trim plan_cut(const Text& text, std::size_t chars) noexcept {
+  if (chars == 0) chars = 1;
+  // Counting stops after chars - 1 characters: only whether more than one
+  // follows matters.
+  const CharOffset head_end = text.offset(chars - 1);
+  if (text.one_char_from(head_end.bytes)) return {.kept = text.size(), .well_formed = text.known_well_formed()};
+  return {.kept = text.stripped(head_end.bytes), .ellipsis = true, .well_formed = head_end.well_formed};
+}
+
 /// plan_trimmed: where trimmed(text, chars) cuts UTF-8 `text`. A text known
 /// to be well-formed is counted without checking it.
 [[nodiscard]] Trim plan_trimmed(std::string_view text, std::int64_t chars, Utf8 known = Utf8::unchecked) noexcept;
