@@ -11,45 +11,33 @@
 namespace kestrune::mcp_responses::python {
 namespace {
 
-// The one argument `result` of `function`.
-PyObject* result_argument(const char* function, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  if (nargs == 1 && kwnames == nullptr) return args[0];
-  static constexpr std::array<const char*, 1> kNames = {"result"};
-  std::array<PyObject*, 1> result{};
-  return bind_arguments(function, kNames.data(), 1, 1, 1, args, nargs, kwnames, result.data()) ? result[0] : nullptr;
+constexpr Params<1> kTextParams{"tool_result_text", {"result"}, 1, 1};
+PyObject* tool_result_text(const std::array<PyObject*, 1>& a) { return text_of(a[0], kTextParams.function); }
+
+constexpr Params<1> kBytesParams{"tool_result_bytes", {"result"}, 1, 1};
+PyObject* tool_result_bytes(const std::array<PyObject*, 1>& a) {
+  const Piece piece = Piece::of_value(a[0], NumberForm::compact);
+  return bytes_of({&piece, 1}, kBytesParams.function);
 }
 
-PyObject* tool_result_text(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  PyObject* result = result_argument("tool_result_text", args, nargs, kwnames);
-  return result == nullptr ? nullptr : text_of(result, "tool_result_text");
-}
-
-PyObject* tool_result_bytes(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  PyObject* result = result_argument("tool_result_bytes", args, nargs, kwnames);
-  if (result == nullptr) return nullptr;
-  const Piece piece = Piece::of_value(result, NumberForm::compact);
-  return bytes_of({&piece, 1}, "tool_result_bytes");
-}
-
-PyObject* encoded_size_of(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  PyObject* result = result_argument("_encoded_size", args, nargs, kwnames);
-  if (result == nullptr) return nullptr;
-  const Py_ssize_t n = encoded_size(result, "_encoded_size");
+constexpr Params<1> kSizeParams{"_encoded_size", {"result"}, 1, 1};
+PyObject* encoded_size_of(const std::array<PyObject*, 1>& a) {
+  const Py_ssize_t n = encoded_size(a[0], kSizeParams.function);
   return n < 0 ? nullptr : PyLong_FromSsize_t(n);
 }
 
 PyMethodDef kMethods[] = {
-    method<tool_result_text>(
+    method<bound<1, kTextParams, tool_result_text>>(
         "tool_result_text",
         "tool_result_text(result: object) -> str\n\n"
         "The compact MCP text of `result`: JSON without whitespace, keys in insertion order, non-ASCII\n"
         "characters as themselves, floats in their shortest round-trip form, NaN/Infinity bare."),
-    method<tool_result_bytes>(
+    method<bound<1, kBytesParams, tool_result_bytes>>(
         "tool_result_bytes",
         "tool_result_bytes(result: object) -> bytes\n\n"
         "tool_result_text(result) as UTF-8 bytes, for a server that writes bytes (sys.stdout.buffer, an HTTP\n"
         "body). Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
-    method<encoded_size_of>(
+    method<bound<1, kSizeParams, encoded_size_of>>(
         "_encoded_size",
         "_encoded_size(result: object) -> int\n\n"
         "The number of bytes of the UTF-8 form of tool_result_text(result), counted without writing it.\n"

@@ -18,12 +18,6 @@ Piece token(std::string_view t) { return Piece::of_token(t); }
 
 Piece json(PyObject* v) { return Piece::of_value(v, NumberForm::json); }
 
-bool truthy(PyObject* v) {
-  const int t = PyObject_IsTrue(v);
-  if (t < 0) throw py::error_already_set();
-  return t == 1;
-}
-
 // The id of a line: an int, a str or a finite float, and None where allowed.
 Piece id_piece(PyObject* p, bool null_allowed, const char* caller) {
   const bool ok = (PyLong_Check(p) && !PyBool_Check(p)) || PyUnicode_Check(p) ||
@@ -60,59 +54,77 @@ struct CallLine {
   [[nodiscard]] std::span<const Piece> span() const { return {pieces.data(), count}; }
 };
 
-PyObject* result_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  static constexpr Params<2> kParams{"jsonrpc_result_line", {"id", "result"}, 2, 2};
-  std::array<PyObject*, 2> a{};
-  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
-  const std::array pieces = {token(kLineStart), id_piece(a[0], false, kParams.function), token(R"(,"result":)"),
+constexpr Params<2> kResultLine{"jsonrpc_result_line", {"id", "result"}, 2, 2};
+PyObject* result_line(const std::array<PyObject*, 2>& a) {
+  const std::array pieces = {token(kLineStart), id_piece(a[0], false, kResultLine.function), token(R"(,"result":)"),
                              json(a[1]), token("}\n")};
-  return str_of(pieces, kParams.function);
+  return str_of(pieces, kResultLine.function);
 }
 
-PyObject* error_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  static constexpr Params<3> kParams{"jsonrpc_error_line", {"id", "code", "message"}, 3, 3};
-  std::array<PyObject*, 3> a{};
-  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
+constexpr Params<3> kErrorLine{"jsonrpc_error_line", {"id", "code", "message"}, 3, 3};
+PyObject* error_line(const std::array<PyObject*, 3>& a) {
   if (!PyLong_Check(a[1]) || PyBool_Check(a[1])) throw py::type_error("jsonrpc_error_line: code must be an int");
   if (!PyUnicode_Check(a[2])) throw py::type_error("jsonrpc_error_line: message must be a str");
   const std::array pieces = {token(kLineStart),
-                             id_piece(a[0], true, kParams.function),
+                             id_piece(a[0], true, kErrorLine.function),
                              token(R"(,"error":{"code":)"),
                              json(a[1]),
                              token(R"(,"message":)"),
                              json(a[2]),
                              token("}}\n")};
-  return str_of(pieces, kParams.function);
+  return str_of(pieces, kErrorLine.function);
 }
 
-// tool_call_line and tool_call_line_bytes: the line's pieces for the
-// arguments of either.
+// tool_call_line and tool_call_line_bytes.
+constexpr Params<4> kCallLine{"tool_call_line", {"id", "response", "structured", "is_error"}, 2, 2};
+constexpr Params<4> kCallLineBytes{"tool_call_line_bytes", {"id", "response", "structured", "is_error"}, 2, 2};
 template <bool Bytes>
-PyObject* call_line(PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
-  static constexpr Params<4> kParams{
-      Bytes ? "tool_call_line_bytes" : "tool_call_line", {"id", "response", "structured", "is_error"}, 2, 2};
-  std::array<PyObject*, 4> a{};
-  if (!bind_arguments(kParams, args, nargs, kwnames, a)) return nullptr;
-  const bool structured = a[2] != nullptr && truthy(a[2]);
-  const bool is_error = a[3] != nullptr && truthy(a[3]);
-  const CallLine line(a[0], a[1], structured, is_error, kParams.function);
-  return Bytes ? bytes_of(line.span(), kParams.function) : str_of(line.span(), kParams.function);
+PyObject* call_line(const std::array<PyObject*, 4>& a) {
+  const char* function = Bytes ? kCallLineBytes.function : kCallLine.function;
+  const CallLine line(a[0], a[1], truth_argument(a[2]), truth_argument(a[3]), function);
+  return Bytes ? bytes_of(line.span(), function) : str_of(line.span(), function);
+}
+
+constexpr Params<3> kCallToolResult{"call_tool_result", {"response", "structured", "is_error"}, 1, 1};
+PyObject* call_tool_result(const std::array<PyObject*, 3>& a) {
+  static PyObject* const kType = key("type");
+  static PyObject* const kText = key("text");  // the key, and the block's type
+  static PyObject* const kContent = key("content");
+  static PyObject* const kStructured = key("structuredContent");
+  static PyObject* const kIsError = key("isError");
+  py::dict block = presized(2);
+  set(block, kType, kText);
+  set(block, kText, checked(text_of(a[0], kCallToolResult.function)));
+  py::list content(1);
+  PyList_SET_ITEM(content.ptr(), 0, block.release().ptr());
+  py::dict result = presized(3);
+  set(result, kContent, content);
+  if (truth_argument(a[1]) && PyDict_Check(a[0])) set(result, kStructured, a[0]);
+  if (truth_argument(a[2])) set(result, kIsError, Py_True);
+  return result.release().ptr();
 }
 
 PyMethodDef kMethods[] = {
-    method<result_line>("jsonrpc_result_line",
-                        "jsonrpc_result_line(id: object, result: object) -> str\n\n"
-                        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is "
-                        "written null."),
-    method<error_line>("jsonrpc_error_line",
-                       "jsonrpc_error_line(id: object, code: int, message: str) -> str\n\n"
-                       "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a "
-                       "line feed; id may be None."),
-    method<call_line<false>>(
+    method<bound<3, kCallToolResult, call_tool_result>>(
+        "call_tool_result",
+        "call_tool_result(response: object, *, structured: bool = False, is_error: bool = False) -> dict\n\n"
+        "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
+        "the response itself (a dict) as structuredContent; with is_error, isError true."),
+    method<bound<2, kResultLine, result_line>>(
+        "jsonrpc_result_line",
+        "jsonrpc_result_line(id: object, result: object) -> str\n\n"
+        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is "
+        "written null."),
+    method<bound<3, kErrorLine, error_line>>(
+        "jsonrpc_error_line",
+        "jsonrpc_error_line(id: object, code: int, message: str) -> str\n\n"
+        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a "
+        "line feed; id may be None."),
+    method<bound<4, kCallLine, call_line<false>>>(
         "tool_call_line",
         "tool_call_line(id: object, response: object, *, structured: bool = False, is_error: bool = False) -> str\n\n"
         "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response."),
-    method<call_line<true>>(
+    method<bound<4, kCallLineBytes, call_line<true>>>(
         "tool_call_line_bytes",
         "tool_call_line_bytes(id: object, response: object, *, structured: bool = False, is_error: bool = False) "
         "-> bytes\n\n"
@@ -124,29 +136,11 @@ PyMethodDef kMethods[] = {
 }  // namespace
 
 void bind_mcp(py::module_& m) {
-  using py::arg;
   m.attr("JSONRPC_PARSE_ERROR") = JSONRPC_PARSE_ERROR;
   m.attr("JSONRPC_INVALID_REQUEST") = JSONRPC_INVALID_REQUEST;
   m.attr("JSONRPC_METHOD_NOT_FOUND") = JSONRPC_METHOD_NOT_FOUND;
   m.attr("JSONRPC_INVALID_PARAMS") = JSONRPC_INVALID_PARAMS;
   m.attr("JSONRPC_INTERNAL_ERROR") = JSONRPC_INTERNAL_ERROR;
-  m.def(
-      "call_tool_result",
-      [](const py::handle& response, bool structured, bool is_error) {
-        py::dict block;
-        block["type"] = "text";
-        block["text"] = checked(text_of(response.ptr(), "call_tool_result"));
-        py::list content;
-        content.append(block);
-        py::dict result;
-        result["content"] = content;
-        if (structured && PyDict_Check(response.ptr())) result["structuredContent"] = response;
-        if (is_error) result["isError"] = true;
-        return result;
-      },
-      arg("response"), py::kw_only(), arg("structured") = false, arg("is_error") = false,
-      "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
-      "the response itself (a dict) as structuredContent; with is_error, isError true.");
   if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 #include <string_view>
 
 #include "internal/utf8.hpp"
@@ -40,7 +41,8 @@ constexpr Py_UCS4 kEllipsis = 0x2026;
 template <class C>
 PyObject* with_ellipsis(const C* s, std::size_t kept) {
   Py_UCS4 widest = kEllipsis;
-  if constexpr (sizeof(C) == 4) widest = std::max(widest, *std::max_element(s, s + kept));
+  if constexpr (sizeof(C) == 4)
+    widest = std::accumulate(s, s + kept, widest, [](Py_UCS4 a, Py_UCS4 b) { return std::max(a, b); });
   PyObject* out = PyUnicode_New(static_cast<Py_ssize_t>(kept + 1), widest);
   if (out == nullptr) return nullptr;
   const auto write = [&](auto* to) {
@@ -55,26 +57,37 @@ PyObject* with_ellipsis(const C* s, std::size_t kept) {
   return out;
 }
 
+// The str that `trim` of str `str` (its characters `s`, n of them) makes.
 template <class C>
-PyObject* trimmed_of(PyObject* str, const C* s, std::size_t n, std::int64_t chars) {
-  const detail::Trim trim = detail::plan_trim(Chars<C>{s, n}, chars);
+PyObject* made(PyObject* str, const C* s, std::size_t n, const detail::Trim& trim) {
   if (!trim.ellipsis && trim.kept == n) return Py_NewRef(str);
   if (!trim.ellipsis) return PyUnicode_Substring(str, 0, static_cast<Py_ssize_t>(trim.kept));
   return with_ellipsis(s, trim.kept);
 }
 
+// `plan` (a generic lambda) applied to the characters of `str`, and the str
+// its cut makes.
+template <class Plan>
+PyObject* cut_by(PyObject* str, const Plan& plan) {
+  const auto n = static_cast<std::size_t>(PyUnicode_GET_LENGTH(str));
+  switch (PyUnicode_KIND(str)) {
+    case PyUnicode_1BYTE_KIND:
+      return made(str, PyUnicode_1BYTE_DATA(str), n, plan(Chars<Py_UCS1>{PyUnicode_1BYTE_DATA(str), n}));
+    case PyUnicode_2BYTE_KIND:
+      return made(str, PyUnicode_2BYTE_DATA(str), n, plan(Chars<Py_UCS2>{PyUnicode_2BYTE_DATA(str), n}));
+    default:
+      return made(str, PyUnicode_4BYTE_DATA(str), n, plan(Chars<Py_UCS4>{PyUnicode_4BYTE_DATA(str), n}));
+  }
+}
+
 }  // namespace
 
 PyObject* trimmed_str(PyObject* s, std::int64_t chars) {
-  const auto n = static_cast<std::size_t>(PyUnicode_GET_LENGTH(s));
-  switch (PyUnicode_KIND(s)) {
-    case PyUnicode_1BYTE_KIND:
-      return trimmed_of(s, PyUnicode_1BYTE_DATA(s), n, chars);
-    case PyUnicode_2BYTE_KIND:
-      return trimmed_of(s, PyUnicode_2BYTE_DATA(s), n, chars);
-    default:
-      return trimmed_of(s, PyUnicode_4BYTE_DATA(s), n, chars);
-  }
+  return cut_by(s, [chars](const auto& text) { return detail::plan_trim(text, chars); });
+}
+
+PyObject* cut_str(PyObject* s, std::size_t chars) {
+  return cut_by(s, [chars](const auto& text) { return detail::plan_cut(text, chars); });
 }
 
 }  // namespace kestrune::mcp_responses::python
