@@ -2,10 +2,12 @@
 // from a record are the record's own objects; only summaries, names relative
 // to a module and hints are new text.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "bindings.hpp"
+#include "code_index/pagination.hpp"
 #include "encoder.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/code_index.hpp"
@@ -77,10 +79,23 @@ bool truthy(const py::handle& v) {
 
 bool is_int(const py::handle& v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
 
+// The value of an exact int that fits 64 bits.
+std::optional<long long> small_int(PyObject* v) {
+  if (!PyLong_CheckExact(v)) return std::nullopt;
+  int overflow = 0;
+  const long long n = PyLong_AsLongLongAndOverflow(v, &overflow);
+  if (overflow != 0) return std::nullopt;
+  return n;
+}
+
 // offset + count < total, in Python's arithmetic (no 64-bit limit).
 bool more_after(const py::handle& offset, Py_ssize_t count, const py::handle& total) {
-  const py::object end = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
-  const int less = PyObject_RichCompareBool(end.ptr(), total.ptr(), Py_LT);
+  const std::optional<long long> o = small_int(offset.ptr());
+  const std::optional<long long> t = small_int(total.ptr());
+  long long end = 0;
+  if (o && t && !__builtin_add_overflow(*o, static_cast<long long>(count), &end)) return end < *t;
+  const py::object sum = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
+  const int less = PyObject_RichCompareBool(sum.ptr(), total.ptr(), Py_LT);
   if (less < 0) throw py::error_already_set();
   return less == 1;
 }
@@ -101,22 +116,46 @@ void check_key(const py::handle& items_key, const char* caller) {
 py::dict paging_facts(const py::handle& items, const py::handle& items_key, const py::handle& total_count,
                       const py::handle& offset, bool has_more) {
   const Keys& k = keys();
-  py::dict page;
+  py::dict page = presized(6);  // with room for the hint
   set(page, items_key.ptr(), items);
   set(page, k.total_count, total_count);
-  set(page, k.truncated, py::bool_(has_more));
-  set(page, k.has_more, py::bool_(has_more));
+  set(page, k.truncated, has_more ? Py_True : Py_False);
+  set(page, k.has_more, has_more ? Py_True : Py_False);
   set(page, k.offset, offset);
   return page;
 }
 
-// The hint's text for a page of `count` rows; totals and offsets that are not
-// integers show as 0, as the library shows them.
+// The digits of `v` (str() of it) as UTF-8 in `scratch`.
+std::string_view digits_of(PyObject* v, py::object& scratch) {
+  scratch = checked(PyObject_Str(v));
+  Py_ssize_t n = 0;
+  const char* s = PyUnicode_AsUTF8AndSize(scratch.ptr(), &n);
+  if (s == nullptr) throw py::error_already_set();
+  return {s, static_cast<std::size_t>(n)};
+}
+
+// The hint's text for a page of `count` rows, the library's words around
+// Python's numbers; totals and offsets that are not integers show as 0, as
+// the library shows them.
 py::object hint_text(const py::handle& count, const py::handle& total, const py::handle& offset) {
   PyObject* t = is_int(total) ? total.ptr() : zero();
-  const py::object next = checked(PyNumber_Add(is_int(offset) ? offset.ptr() : zero(), count.ptr()));
-  return checked(PyUnicode_FromFormat("Showing %S of %S results. Call again with offset=%S for more.", count.ptr(), t,
-                                      next.ptr()));
+  PyObject* o = is_int(offset) ? offset.ptr() : zero();
+  const std::optional<long long> c = small_int(count.ptr());
+  const std::optional<long long> t64 = small_int(t);
+  const std::optional<long long> o64 = small_int(o);
+  long long next = 0;
+  std::string text;
+  if (c && t64 && o64 && !__builtin_add_overflow(*o64, *c, &next)) {
+    text = detail::pagination_hint_text(*c, *t64, *o64);
+  } else {
+    py::object c_text;
+    py::object t_text;
+    py::object next_text;
+    const py::object sum = checked(PyNumber_Add(o, count.ptr()));
+    text = detail::pagination_hint_text(digits_of(count.ptr(), c_text), digits_of(t, t_text),
+                                        digits_of(sum.ptr(), next_text));
+  }
+  return checked(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
 }
 
 py::dict add_hint(py::dict response, const py::handle& count) {
@@ -390,9 +429,40 @@ PyObject* index_status_call(const std::array<PyObject*, 10>& a) {
       .ptr();
 }
 
+// The canned responses as Python dicts, by tool name, and the one for any
+// other name: made once from the library's table, never changed or freed
+// (like the interned keys, they outlive every call).
+struct CannedResponses {
+  PyObject* by_tool;
+  PyObject* otherwise;
+};
+
+const CannedResponses& canned() {
+  static const CannedResponses kCanned = [] {
+    py::dict by_tool;
+    for (const auto& [tool, response] : *EMPTY_TOOL_RESPONSES) {
+      set(by_tool, text(tool).ptr(), checked(from_value(response)));
+    }
+    return CannedResponses{by_tool.release().ptr(), checked(from_dict(get_empty_response(""))).release().ptr()};
+  }();
+  return kCanned;
+}
+
 constexpr Params<1> kEmptyResponse{"get_empty_response", {"tool_name"}, 1, 1};
 PyObject* empty_response_call(const std::array<PyObject*, 1>& a) {
-  return checked(from_dict(get_empty_response(Utf8Arg(a[0], "get_empty_response: tool_name").bytes))).release().ptr();
+  if (!PyUnicode_Check(a[0])) static_cast<void>(Utf8Arg(a[0], "get_empty_response: tool_name"));  // raises TypeError
+  const CannedResponses& c = canned();
+  PyObject* found = PyDict_GetItemWithError(c.by_tool, a[0]);
+  if (found == nullptr && PyErr_Occurred() != nullptr) throw py::error_already_set();
+  // A copy of its own, whose lists are new (the table's are all empty).
+  py::dict copy = py::reinterpret_borrow<py::dict>(checked(PyDict_Copy(found != nullptr ? found : c.otherwise)));
+  Py_ssize_t pos = 0;
+  PyObject* k = nullptr;
+  PyObject* v = nullptr;
+  while (PyDict_Next(copy.ptr(), &pos, &k, &v)) {
+    if (PyList_Check(v)) set(copy, k, checked(PyList_New(0)));
+  }
+  return copy.release().ptr();
 }
 
 constexpr Params<2> kSearchResult{"build_symbol_search_result", {"symbol", "file_path"}, 2, 1};
