@@ -10,7 +10,9 @@ of random bytes from --seed S, then the empty input.
 Properties: tool_result_text is the oracle's text; _encoded_size is its UTF-8
 length, or EncodingError naming the first string that holds a surrogate
 (in writing order, keys before their values) and the byte where it starts;
-tool_call_line is one JSON line whose text block is tool_result_text.
+tool_call_line is one JSON line whose text block is tool_result_text; the
+bytes forms (tool_result_bytes, tool_call_line_bytes) are the str forms
+encoded, or the same EncodingError where the str holds a surrogate.
 """
 import argparse
 import json
@@ -132,13 +134,17 @@ def check(data):
     text = kmr.tool_result_text(v)
     assert text == oracle(v), (text, oracle(v))
     bad = utf8_error(v)
-    try:
-        size = kmr._encoded_size(v)
-        assert bad is None and size == len(text.encode()), (size, bad)
-    except kmr.EncodingError as e:
-        assert (e.where, e.byte) == bad, ((e.where, e.byte), bad)
     request_id = [7, -2**70, "req-\u2028\"1\""][len(data) % 3]
     line = kmr.tool_call_line(request_id, v, is_error=bool(len(data) & 1))
+    for measure, expected in [(kmr._encoded_size, lambda: len(text.encode())),
+                              (kmr.tool_result_bytes, text.encode),
+                              (lambda v: kmr.tool_call_line_bytes(request_id, v, is_error=bool(len(data) & 1)),
+                               line.encode)]:
+        try:
+            got = measure(v)
+            assert bad is None and got == expected(), (got, bad)
+        except kmr.EncodingError as e:
+            assert (e.where, e.byte) == bad, ((e.where, e.byte), bad)
     assert line.endswith("\n") and "\n" not in line[:-1], line
     message = json.loads(line)
     assert message["jsonrpc"] == "2.0" and message["id"] == request_id, message

@@ -59,6 +59,8 @@ from ._native import (
     outline_module,
     quote,
     tool_call_line,
+    tool_call_line_bytes,
+    tool_result_bytes,
     tool_result_text,
     without_nulls,
 )
@@ -75,5 +77,5 @@ __all__ = [
     "build_test_coverage", "build_wiki_ask_response", "build_wiki_list_response", "build_wiki_read_response",
     "build_wiki_status_response", "call_tool_result", "code_lines", "first_sentence", "fit_paginated_response",
     "get_empty_response", "jsonrpc_error_line", "jsonrpc_result_line", "outline_module", "quote", "tool_call_line",
-    "tool_result_text", "without_nulls",
+    "tool_call_line_bytes", "tool_result_bytes", "tool_result_text", "without_nulls",
 ]

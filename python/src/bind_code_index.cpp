@@ -2,11 +2,14 @@
 // from a record are the record's own objects; only summaries, names relative
 // to a module and hints are new text.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "bindings.hpp"
+#include "code_index/pagination.hpp"
 #include "encoder.hpp"
+#include "fast_call.hpp"
 #include "kestrune/mcp_responses/code_index.hpp"
 #include "values.hpp"
 
@@ -76,10 +79,23 @@ bool truthy(const py::handle& v) {
 
 bool is_int(const py::handle& v) { return PyLong_Check(v.ptr()) && !PyBool_Check(v.ptr()); }
 
+// The value of an exact int that fits 64 bits.
+std::optional<long long> small_int(PyObject* v) {
+  if (!PyLong_CheckExact(v)) return std::nullopt;
+  int overflow = 0;
+  const long long n = PyLong_AsLongLongAndOverflow(v, &overflow);
+  if (overflow != 0) return std::nullopt;
+  return n;
+}
+
 // offset + count < total, in Python's arithmetic (no 64-bit limit).
 bool more_after(const py::handle& offset, Py_ssize_t count, const py::handle& total) {
-  const py::object end = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
-  const int less = PyObject_RichCompareBool(end.ptr(), total.ptr(), Py_LT);
+  const std::optional<long long> o = small_int(offset.ptr());
+  const std::optional<long long> t = small_int(total.ptr());
+  long long end = 0;
+  if (o && t && !__builtin_add_overflow(*o, static_cast<long long>(count), &end)) return end < *t;
+  const py::object sum = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
+  const int less = PyObject_RichCompareBool(sum.ptr(), total.ptr(), Py_LT);
   if (less < 0) throw py::error_already_set();
   return less == 1;
 }
@@ -100,23 +116,46 @@ void check_key(const py::handle& items_key, const char* caller) {
 py::dict paging_facts(const py::handle& items, const py::handle& items_key, const py::handle& total_count,
                       const py::handle& offset, bool has_more) {
   const Keys& k = keys();
-  py::dict page;
+  py::dict page = presized(6);  // with room for the hint
   set(page, items_key.ptr(), items);
   set(page, k.total_count, total_count);
-  set(page, k.truncated, py::bool_(has_more));
-  set(page, k.has_more, py::bool_(has_more));
+  set(page, k.truncated, has_more ? Py_True : Py_False);
+  set(page, k.has_more, has_more ? Py_True : Py_False);
   set(page, k.offset, offset);
   return page;
 }
 
-// The hint's text for a page of `count` rows; totals and offsets that are not
-// integers show as 0, as the library shows them.
-std::string hint_text(const py::handle& count, const py::handle& total, const py::handle& offset) {
-  const py::object t = is_int(total) ? py::reinterpret_borrow<py::object>(total) : py::int_(0);
-  const py::object o = is_int(offset) ? py::reinterpret_borrow<py::object>(offset) : py::int_(0);
-  const py::object next = checked(PyNumber_Add(o.ptr(), count.ptr()));
-  return "Showing " + py::str(count).cast<std::string>() + " of " + py::str(t).cast<std::string>() +
-         " results. Call again with offset=" + py::str(next).cast<std::string>() + " for more.";
+// The digits of `v` (str() of it) as UTF-8 in `scratch`.
+std::string_view digits_of(PyObject* v, py::object& scratch) {
+  scratch = checked(PyObject_Str(v));
+  Py_ssize_t n = 0;
+  const char* s = PyUnicode_AsUTF8AndSize(scratch.ptr(), &n);
+  if (s == nullptr) throw py::error_already_set();
+  return {s, static_cast<std::size_t>(n)};
+}
+
+// The hint's text for a page of `count` rows, the library's words around
+// Python's numbers; totals and offsets that are not integers show as 0, as
+// the library shows them.
+py::object hint_text(const py::handle& count, const py::handle& total, const py::handle& offset) {
+  PyObject* t = is_int(total) ? total.ptr() : zero();
+  PyObject* o = is_int(offset) ? offset.ptr() : zero();
+  const std::optional<long long> c = small_int(count.ptr());
+  const std::optional<long long> t64 = small_int(t);
+  const std::optional<long long> o64 = small_int(o);
+  long long next = 0;
+  std::string text;
+  if (c && t64 && o64 && !__builtin_add_overflow(*o64, *c, &next)) {
+    text = detail::pagination_hint_text(*c, *t64, *o64);
+  } else {
+    py::object c_text;
+    py::object t_text;
+    py::object next_text;
+    const py::object sum = checked(PyNumber_Add(o, count.ptr()));
+    text = detail::pagination_hint_text(digits_of(count.ptr(), c_text), digits_of(t, t_text),
+                                        digits_of(sum.ptr(), next_text));
+  }
+  return checked(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
 }
 
 py::dict add_hint(py::dict response, const py::handle& count) {
@@ -128,7 +167,7 @@ py::dict add_hint(py::dict response, const py::handle& count) {
   }
   const py::object total = field(response, k.total_count);
   const py::object offset = field(response, k.offset);
-  set(response, k.hint, py::str(hint_text(count, total, offset)));
+  set(response, k.hint, hint_text(count, total, offset));
   return response;
 }
 
@@ -171,7 +210,7 @@ py::dict fit_paginated(const py::handle& items, const py::handle& total_count, c
   const auto page_size = [&](Py_ssize_t n) {
     const Py_ssize_t list = 2 + prefix[static_cast<std::size_t>(n)] + (n > 0 ? n - 1 : 0);
     if (!more_after(offset, n, total_count)) return without_more + list;
-    return with_more + static_cast<Py_ssize_t>(hint_text(py::int_(n), total_count, offset).size()) + list;
+    return with_more + PyUnicode_GET_LENGTH(hint_text(py::int_(n), total_count, offset).ptr()) + list;  // ASCII
   };
   // A page that holds the last rows carries no hint, so a longer page may fit
   // where a shorter one does not: every length is checked.
@@ -337,52 +376,206 @@ py::object empty_tool_responses() {
   return checked(PyDictProxy_New(table.ptr()));
 }
 
+// The module's functions over the builders above: their arguments bound,
+// defaults filled in, values of a fixed type checked.
+
+PyObject* items_text() {
+  static PyObject* const kItems = key("items");  // made once, never freed
+  return kItems;
+}
+
+PyObject* empty_text() {
+  static PyObject* const kEmpty = key("");  // made once, never freed
+  return kEmpty;
+}
+
+constexpr Params<4> kPaginated{"build_paginated_response", {"items", "total_count", "offset", "items_key"}, 3, 3};
+PyObject* paginated_call(const std::array<PyObject*, 4>& a) {
+  return paginated(a[0], a[1], a[2], given_or(a[3], items_text())).release().ptr();
+}
+
+constexpr Params<5> kFitPaginated{
+    "fit_paginated_response", {"items", "total_count", "offset", "max_bytes", "items_key"}, 4, 4};
+PyObject* fit_paginated_call(const std::array<PyObject*, 5>& a) {
+  const long long max_bytes = int_argument(a[3], "fit_paginated_response: max_bytes", -1, PY_SSIZE_T_MAX);
+  return fit_paginated(a[0], a[1], a[2], static_cast<Py_ssize_t>(max_bytes), given_or(a[4], items_text()))
+      .release()
+      .ptr();
+}
+
+constexpr Params<2> kAddHint{"add_pagination_hint", {"response", "count"}, 2, 2};
+PyObject* add_hint_call(const std::array<PyObject*, 2>& a) {
+  if (!PyDict_Check(a[0])) {
+    throw py::type_error(std::string("add_pagination_hint: response must be a dict, not '") + Py_TYPE(a[0])->tp_name +
+                         "'");
+  }
+  return add_hint(py::reinterpret_borrow<py::dict>(a[0]), a[1]).release().ptr();
+}
+
+constexpr Params<1> kEmptyPage{"build_empty_paginated_response", {"items_key"}, 1, 0};
+PyObject* empty_page_call(const std::array<PyObject*, 1>& a) {
+  return empty_page(given_or(a[0], items_text())).release().ptr();
+}
+
+constexpr Params<10> kIndexStatus{"build_index_status_response",
+                                  {"status", "health", "branch", "progress", "files_indexed", "symbols_indexed",
+                                   "last_updated", "errors_count", "phase", "phase_detail"},
+                                  10,
+                                  4};
+PyObject* index_status_call(const std::array<PyObject*, 10>& a) {
+  return index_status(a[0], a[1], a[2], a[3], given_or(a[4], zero()), given_or(a[5], zero()), given_or(a[6], Py_None),
+                      given_or(a[7], zero()), given_or(a[8], Py_None), given_or(a[9], Py_None))
+      .release()
+      .ptr();
+}
+
+// The canned responses as Python dicts, by tool name, and the one for any
+// other name: made once from the library's table, never changed or freed
+// (like the interned keys, they outlive every call).
+struct CannedResponses {
+  PyObject* by_tool;
+  PyObject* otherwise;
+};
+
+const CannedResponses& canned() {
+  static const CannedResponses kCanned = [] {
+    py::dict by_tool;
+    for (const auto& [tool, response] : *EMPTY_TOOL_RESPONSES) {
+      set(by_tool, text(tool).ptr(), checked(from_value(response)));
+    }
+    return CannedResponses{by_tool.release().ptr(), checked(from_dict(get_empty_response(""))).release().ptr()};
+  }();
+  return kCanned;
+}
+
+constexpr Params<1> kEmptyResponse{"get_empty_response", {"tool_name"}, 1, 1};
+PyObject* empty_response_call(const std::array<PyObject*, 1>& a) {
+  if (!PyUnicode_Check(a[0])) static_cast<void>(Utf8Arg(a[0], "get_empty_response: tool_name"));  // raises TypeError
+  const CannedResponses& c = canned();
+  PyObject* found = PyDict_GetItemWithError(c.by_tool, a[0]);
+  if (found == nullptr && PyErr_Occurred() != nullptr) throw py::error_already_set();
+  // A copy of its own, whose lists are new (the table's are all empty).
+  py::dict copy = py::reinterpret_borrow<py::dict>(checked(PyDict_Copy(found != nullptr ? found : c.otherwise)));
+  Py_ssize_t pos = 0;
+  PyObject* k = nullptr;
+  PyObject* v = nullptr;
+  while (PyDict_Next(copy.ptr(), &pos, &k, &v)) {
+    if (PyList_Check(v)) set(copy, k, checked(PyList_New(0)));
+  }
+  return copy.release().ptr();
+}
+
+constexpr Params<2> kSearchResult{"build_symbol_search_result", {"symbol", "file_path"}, 2, 1};
+PyObject* search_result_call(const std::array<PyObject*, 2>& a) {
+  return symbol_search_result(a[0], given_or(a[1], Py_None)).release().ptr();
+}
+
+constexpr Params<2> kFullDetails{"build_symbol_full_details", {"symbol", "file_path"}, 2, 1};
+PyObject* full_details_call(const std::array<PyObject*, 2>& a) {
+  return symbol_full_details(a[0], given_or(a[1], Py_None)).release().ptr();
+}
+
+constexpr Params<1> kOutlineModule{"outline_module", {"fqns"}, 1, 1};
+PyObject* outline_module_call(const std::array<PyObject*, 1>& a) {
+  return module_of(py::reinterpret_borrow<py::iterable>(checked(PyObject_GetIter(a[0])))).release().ptr();
+}
+
+constexpr Params<2> kFileSymbol{"build_file_symbol", {"symbol", "module"}, 2, 1};
+PyObject* file_symbol_call(const std::array<PyObject*, 2>& a) {
+  return file_symbol(a[0], given_or(a[1], empty_text())).release().ptr();
+}
+
+constexpr Params<2> kReference{"build_reference", {"reference", "code"}, 2, 1};
+PyObject* reference_call(const std::array<PyObject*, 2>& a) {
+  return reference_row(a[0], given_or(a[1], Py_None)).release().ptr();
+}
+
+constexpr Params<3> kApiEndpoint{"build_api_endpoint", {"symbol", "file_path", "component_name"}, 3, 1};
+PyObject* api_endpoint_call(const std::array<PyObject*, 3>& a) {
+  return api_endpoint(a[0], given_or(a[1], Py_None), given_or(a[2], Py_None)).release().ptr();
+}
+
+constexpr Params<1> kComponent{"build_component", {"component"}, 1, 1};
+PyObject* component_call(const std::array<PyObject*, 1>& a) { return component_row(a[0]).release().ptr(); }
+
+constexpr Params<3> kTestCoverage{"build_test_coverage", {"test_file", "source_file", "symbols_imported"}, 3, 2};
+PyObject* test_coverage_call(const std::array<PyObject*, 3>& a) {
+  return test_coverage(a[0], a[1], given_or(a[2], Py_None)).release().ptr();
+}
+
+PyMethodDef kMethods[] = {
+    method<bound<4, kPaginated, paginated_call>>(
+        "build_paginated_response",
+        "build_paginated_response(items: object, total_count: object, offset: object, *, items_key: str = 'items') "
+        "-> dict\n\n"
+        "One page of rows: `items` itself under `items_key`, then total_count, truncated and has_more\n"
+        "(offset + len(items) < total_count) and offset, with the pagination hint when truncated."),
+    method<bound<5, kFitPaginated, fit_paginated_call>>(
+        "fit_paginated_response",
+        "fit_paginated_response(items: object, total_count: object, offset: object, max_bytes: int, *, "
+        "items_key: str = 'items') -> dict\n\n"
+        "build_paginated_response of the longest prefix of `items` whose page's compact text takes at most\n"
+        "`max_bytes` bytes (of no rows when even that is longer); the hint tells the model the next offset.\n"
+        "`items` itself is in the page when it is a list that fits whole; otherwise a new list."),
+    method<bound<2, kAddHint, add_hint_call>>(
+        "add_pagination_hint",
+        "add_pagination_hint(response: dict, count: object) -> dict\n\n"
+        "Adds 'hint' to `response` in place when its truncated is True:\n"
+        "'Showing C of T results. Call again with offset=N for more.' Returns `response`."),
+    method<bound<1, kEmptyPage, empty_page_call>>(
+        "build_empty_paginated_response",
+        "build_empty_paginated_response(items_key: str = 'items') -> dict\n\n"
+        "The paginated shape with a new empty list, total 0, no more pages and no hint."),
+    method<bound<10, kIndexStatus, index_status_call>>(
+        "build_index_status_response",
+        "build_index_status_response(status: object, health: object, branch: object, progress: object, "
+        "files_indexed: object = 0, symbols_indexed: object = 0, last_updated: object = None, errors_count: object = "
+        "0, phase: object = None, phase_detail: object = None) -> dict\n\n"
+        "The IndexStatusResponse: eight keys always, then phase and phase_detail when non-empty."),
+    method<bound<1, kEmptyResponse, empty_response_call>>(
+        "get_empty_response",
+        "get_empty_response(tool_name: str) -> dict\n\n"
+        "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}."),
+    method<bound<2, kSearchResult, search_result_call>>(
+        "build_symbol_search_result",
+        "build_symbol_search_result(symbol: object, file_path: object = None) -> dict\n\n"
+        "The search row of `symbol`: fqn, name, kind, file, line, signature, summary; None left out."),
+    method<bound<2, kFullDetails, full_details_call>>(
+        "build_symbol_full_details",
+        "build_symbol_full_details(symbol: object, file_path: object = None) -> dict\n\n"
+        "The GetSymbolResponse of `symbol`: every key, None where unknown."),
+    method<bound<1, kOutlineModule, outline_module_call>>(
+        "outline_module",
+        "outline_module(fqns: Iterable[str]) -> str\n\n"
+        "The dotted parts that the parents of all `fqns` share, compared whole; '' when none."),
+    method<bound<2, kFileSymbol, file_symbol_call>>(
+        "build_file_symbol",
+        "build_file_symbol(symbol: object, module: str = '') -> dict\n\n"
+        "The outline row of `symbol`, named relative to `module` (None or '' for none); end_line only when it "
+        "differs."),
+    method<bound<2, kReference, reference_call>>(
+        "build_reference",
+        "build_reference(reference: object, code: object = None) -> dict\n\n"
+        "The reference row: file and line always, then code, caller, caller_kind, usage_type when given."),
+    method<bound<3, kApiEndpoint, api_endpoint_call>>(
+        "build_api_endpoint",
+        "build_api_endpoint(symbol: object, file_path: object = None, component_name: object = None) -> dict\n\n"
+        "The ApiEndpointInfo of `symbol`: every key; file '' when not given."),
+    method<bound<1, kComponent, component_call>>("build_component",
+                                                 "build_component(component: object) -> dict\n\n"
+                                                 "The ComponentInfoResponse, as stored."),
+    method<bound<3, kTestCoverage, test_coverage_call>>(
+        "build_test_coverage",
+        "build_test_coverage(test_file: object, source_file: object, symbols_imported: object = None) -> dict\n\n"
+        "test_file and source_file, then symbols_imported when non-empty."),
+    {nullptr, nullptr, 0, nullptr},
+};
+
 }  // namespace
 
 void bind_code_index(py::module_& m) {
-  using py::arg;
-  const py::none none;
-  m.def("build_paginated_response", &paginated, arg("items"), arg("total_count"), arg("offset"), py::kw_only(),
-        arg("items_key") = "items",
-        "One page of rows: `items` itself under `items_key`, then total_count, truncated and has_more\n"
-        "(offset + len(items) < total_count) and offset, with the pagination hint when truncated.");
-  m.def("fit_paginated_response", &fit_paginated, arg("items"), arg("total_count"), arg("offset"), arg("max_bytes"),
-        py::kw_only(), arg("items_key") = "items",
-        "build_paginated_response of the longest prefix of `items` whose page's compact text takes at most\n"
-        "`max_bytes` bytes (of no rows when even that is longer); the hint tells the model the next offset.\n"
-        "`items` itself is in the page when it is a list that fits whole; otherwise a new list.");
-  m.def("add_pagination_hint", &add_hint, arg("response"), arg("count"),
-        "Adds 'hint' to `response` in place when its truncated is True:\n"
-        "'Showing C of T results. Call again with offset=N for more.' Returns `response`.");
-  m.def("build_empty_paginated_response", &empty_page, arg("items_key") = "items",
-        "The paginated shape with a new empty list, total 0, no more pages and no hint.");
-  m.def("build_index_status_response", &index_status, arg("status"), arg("health"), arg("branch"), arg("progress"),
-        arg("files_indexed") = 0, arg("symbols_indexed") = 0, arg("last_updated") = none, arg("errors_count") = 0,
-        arg("phase") = none, arg("phase_detail") = none,
-        "The IndexStatusResponse: eight keys always, then phase and phase_detail when non-empty.");
   m.attr("EMPTY_TOOL_RESPONSES") = empty_tool_responses();
-  m.def(
-      "get_empty_response",
-      [](const py::handle& tool_name) {
-        return checked(from_dict(get_empty_response(Utf8Arg(tool_name, "get_empty_response: tool_name").bytes)));
-      },
-      arg("tool_name"), "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}.");
-  m.def("build_symbol_search_result", &symbol_search_result, arg("symbol"), arg("file_path") = none,
-        "The search row of `symbol`: fqn, name, kind, file, line, signature, summary; None left out.");
-  m.def("build_symbol_full_details", &symbol_full_details, arg("symbol"), arg("file_path") = none,
-        "The GetSymbolResponse of `symbol`: every key, None where unknown.");
-  m.def("outline_module", &module_of, arg("fqns"),
-        "The dotted parts that the parents of all `fqns` share, compared whole; '' when none.");
-  m.def(
-      "build_file_symbol", &file_symbol, arg("symbol"), arg("module") = "",
-      "The outline row of `symbol`, named relative to `module` (None or '' for none); end_line only when it differs.");
-  m.def("build_reference", &reference_row, arg("reference"), arg("code") = none,
-        "The reference row: file and line always, then code, caller, caller_kind, usage_type when given.");
-  m.def("build_api_endpoint", &api_endpoint, arg("symbol"), arg("file_path") = none, arg("component_name") = none,
-        "The ApiEndpointInfo of `symbol`: every key; file '' when not given.");
-  m.def("build_component", &component_row, arg("component"), "The ComponentInfoResponse, as stored.");
-  m.def("build_test_coverage", &test_coverage, arg("test_file"), arg("source_file"), arg("symbols_imported") = none,
-        "test_file and source_file, then symbols_imported when non-empty.");
+  if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
 }
 
 }  // namespace kestrune::mcp_responses::python

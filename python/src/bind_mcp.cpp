@@ -1,108 +1,147 @@
 // The MCP messages: the CallToolResult map and the JSON-RPC lines, written
-// straight from the Python objects.
+// straight from the Python objects into the str (or bytes) returned.
+#include <array>
 #include <cmath>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "bindings.hpp"
 #include "encoder.hpp"
+#include "fast_call.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
 
 namespace kestrune::mcp_responses::python {
 namespace {
 
+Piece token(std::string_view t) { return Piece::of_token(t); }
+
+Piece json(PyObject* v) { return Piece::of_value(v, NumberForm::json); }
+
 // The id of a line: an int, a str or a finite float, and None where allowed.
-void append_id(std::string& out, const py::handle& id, bool null_allowed, const char* caller) {
-  PyObject* p = id.ptr();
+Piece id_piece(PyObject* p, bool null_allowed, const char* caller) {
   const bool ok = (PyLong_Check(p) && !PyBool_Check(p)) || PyUnicode_Check(p) ||
                   (PyFloat_Check(p) && std::isfinite(PyFloat_AS_DOUBLE(p))) || (null_allowed && p == Py_None);
   if (!ok) {
     throw py::value_error(std::string(caller) + ": the id must be an integer, a string or a finite number" +
                           (null_allowed ? ", or null" : ""));
   }
-  out += R"({"jsonrpc":"2.0","id":)";
-  if (!append_text(out, p, NumberForm::json, caller)) throw py::error_already_set();
+  return Piece::of_value(p, NumberForm::json);
 }
 
-void append_value(std::string& out, const py::handle& v, NumberForm form, const char* caller) {
-  if (!append_text(out, v.ptr(), form, caller)) throw py::error_already_set();
-}
+constexpr std::string_view kLineStart = R"({"jsonrpc":"2.0","id":)";
 
-py::object tool_call_line(const py::handle& id, const py::handle& response, bool structured, bool is_error) {
-  std::string out;
-  append_id(out, id, false, "tool_call_line");
-  out += R"(,"result":{"content":[{"type":"text","text":")";
-  std::string text;
-  append_value(text, response, NumberForm::compact, "tool_call_line");
-  append_escaped_utf8(out, text);
-  out += "\"}]";
-  if (structured && PyDict_Check(response.ptr())) {
-    out += R"(,"structuredContent":)";
-    append_value(out, response, NumberForm::json, "tool_call_line");
+// jsonrpc_result_line(id, call_tool_result(response, ...)) as pieces: the
+// text block holds the response's compact text, escaped as a JSON string.
+struct CallLine {
+  std::array<Piece, 9> pieces;
+  std::size_t count = 0;
+
+  CallLine(PyObject* id, PyObject* response, bool structured, bool is_error, const char* caller) {
+    add(token(kLineStart));
+    add(id_piece(id, false, caller));
+    add(token(R"(,"result":{"content":[{"type":"text","text":")"));
+    add(Piece::of_quoted_text(response));
+    add(token("\"}]"));
+    if (structured && PyDict_Check(response)) {
+      add(token(R"(,"structuredContent":)"));
+      add(json(response));
+    }
+    if (is_error) add(token(R"(,"isError":true)"));
+    add(token("}}\n"));
   }
-  if (is_error) out += R"(,"isError":true)";
-  out += "}}\n";
-  return checked(str_from_utf8(out));
+  void add(const Piece& p) { pieces.at(count++) = p; }
+  [[nodiscard]] std::span<const Piece> span() const { return {pieces.data(), count}; }
+};
+
+constexpr Params<2> kResultLine{"jsonrpc_result_line", {"id", "result"}, 2, 2};
+PyObject* result_line(const std::array<PyObject*, 2>& a) {
+  const std::array pieces = {token(kLineStart), id_piece(a[0], false, kResultLine.function), token(R"(,"result":)"),
+                             json(a[1]), token("}\n")};
+  return str_of(pieces, kResultLine.function);
 }
+
+constexpr Params<3> kErrorLine{"jsonrpc_error_line", {"id", "code", "message"}, 3, 3};
+PyObject* error_line(const std::array<PyObject*, 3>& a) {
+  if (!PyLong_Check(a[1]) || PyBool_Check(a[1])) throw py::type_error("jsonrpc_error_line: code must be an int");
+  if (!PyUnicode_Check(a[2])) throw py::type_error("jsonrpc_error_line: message must be a str");
+  const std::array pieces = {token(kLineStart),
+                             id_piece(a[0], true, kErrorLine.function),
+                             token(R"(,"error":{"code":)"),
+                             json(a[1]),
+                             token(R"(,"message":)"),
+                             json(a[2]),
+                             token("}}\n")};
+  return str_of(pieces, kErrorLine.function);
+}
+
+// tool_call_line and tool_call_line_bytes.
+constexpr Params<4> kCallLine{"tool_call_line", {"id", "response", "structured", "is_error"}, 2, 2};
+constexpr Params<4> kCallLineBytes{"tool_call_line_bytes", {"id", "response", "structured", "is_error"}, 2, 2};
+template <bool Bytes>
+PyObject* call_line(const std::array<PyObject*, 4>& a) {
+  const char* function = Bytes ? kCallLineBytes.function : kCallLine.function;
+  const CallLine line(a[0], a[1], truth_argument(a[2]), truth_argument(a[3]), function);
+  return Bytes ? bytes_of(line.span(), function) : str_of(line.span(), function);
+}
+
+constexpr Params<3> kCallToolResult{"call_tool_result", {"response", "structured", "is_error"}, 1, 1};
+PyObject* call_tool_result(const std::array<PyObject*, 3>& a) {
+  static PyObject* const kType = key("type");
+  static PyObject* const kText = key("text");  // the key, and the block's type
+  static PyObject* const kContent = key("content");
+  static PyObject* const kStructured = key("structuredContent");
+  static PyObject* const kIsError = key("isError");
+  py::dict block = presized(2);
+  set(block, kType, kText);
+  set(block, kText, checked(text_of(a[0], kCallToolResult.function)));
+  py::list content(1);
+  PyList_SET_ITEM(content.ptr(), 0, block.release().ptr());
+  py::dict result = presized(3);
+  set(result, kContent, content);
+  if (truth_argument(a[1]) && PyDict_Check(a[0])) set(result, kStructured, a[0]);
+  if (truth_argument(a[2])) set(result, kIsError, Py_True);
+  return result.release().ptr();
+}
+
+PyMethodDef kMethods[] = {
+    method<bound<3, kCallToolResult, call_tool_result>>(
+        "call_tool_result",
+        "call_tool_result(response: object, *, structured: bool = False, is_error: bool = False) -> dict\n\n"
+        "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
+        "the response itself (a dict) as structuredContent; with is_error, isError true."),
+    method<bound<2, kResultLine, result_line>>(
+        "jsonrpc_result_line",
+        "jsonrpc_result_line(id: object, result: object) -> str\n\n"
+        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is "
+        "written null."),
+    method<bound<3, kErrorLine, error_line>>(
+        "jsonrpc_error_line",
+        "jsonrpc_error_line(id: object, code: int, message: str) -> str\n\n"
+        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a "
+        "line feed; id may be None."),
+    method<bound<4, kCallLine, call_line<false>>>(
+        "tool_call_line",
+        "tool_call_line(id: object, response: object, *, structured: bool = False, is_error: bool = False) -> str\n\n"
+        "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response."),
+    method<bound<4, kCallLineBytes, call_line<true>>>(
+        "tool_call_line_bytes",
+        "tool_call_line_bytes(id: object, response: object, *, structured: bool = False, is_error: bool = False) "
+        "-> bytes\n\n"
+        "tool_call_line(id, response, ...) as UTF-8 bytes, for a server that writes bytes.\n"
+        "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    {nullptr, nullptr, 0, nullptr},
+};
 
 }  // namespace
 
 void bind_mcp(py::module_& m) {
-  using py::arg;
   m.attr("JSONRPC_PARSE_ERROR") = JSONRPC_PARSE_ERROR;
   m.attr("JSONRPC_INVALID_REQUEST") = JSONRPC_INVALID_REQUEST;
   m.attr("JSONRPC_METHOD_NOT_FOUND") = JSONRPC_METHOD_NOT_FOUND;
   m.attr("JSONRPC_INVALID_PARAMS") = JSONRPC_INVALID_PARAMS;
   m.attr("JSONRPC_INTERNAL_ERROR") = JSONRPC_INTERNAL_ERROR;
-  m.def(
-      "call_tool_result",
-      [](const py::handle& response, bool structured, bool is_error) {
-        py::dict block;
-        block["type"] = "text";
-        block["text"] = checked(text_of(response.ptr(), "call_tool_result"));
-        py::list content;
-        content.append(block);
-        py::dict result;
-        result["content"] = content;
-        if (structured && PyDict_Check(response.ptr())) result["structuredContent"] = response;
-        if (is_error) result["isError"] = true;
-        return result;
-      },
-      arg("response"), py::kw_only(), arg("structured") = false, arg("is_error") = false,
-      "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
-      "the response itself (a dict) as structuredContent; with is_error, isError true.");
-  m.def(
-      "jsonrpc_result_line",
-      [](const py::handle& id, const py::handle& result) {
-        std::string out;
-        append_id(out, id, false, "jsonrpc_result_line");
-        out += R"(,"result":)";
-        append_value(out, result, NumberForm::json, "jsonrpc_result_line");
-        out += "}\n";
-        return checked(str_from_utf8(out));
-      },
-      arg("id"), arg("result"),
-      "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is written null.");
-  m.def(
-      "jsonrpc_error_line",
-      [](const py::handle& id, const py::handle& code, const py::handle& message) {
-        if (!PyLong_Check(code.ptr()) || PyBool_Check(code.ptr()))
-          throw py::type_error("jsonrpc_error_line: code must be an int");
-        if (!PyUnicode_Check(message.ptr())) throw py::type_error("jsonrpc_error_line: message must be a str");
-        std::string out;
-        append_id(out, id, true, "jsonrpc_error_line");
-        out += R"(,"error":{"code":)";
-        append_value(out, code, NumberForm::json, "jsonrpc_error_line");
-        out += R"(,"message":)";
-        append_value(out, message, NumberForm::json, "jsonrpc_error_line");
-        out += "}}\n";
-        return checked(str_from_utf8(out));
-      },
-      arg("id"), arg("code"), arg("message"),
-      "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a line feed; id may be None.");
-  m.def("tool_call_line", &tool_call_line, arg("id"), arg("response"), py::kw_only(), arg("structured") = false,
-        arg("is_error") = false,
-        "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response.");
+  if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
 }
 
 }  // namespace kestrune::mcp_responses::python

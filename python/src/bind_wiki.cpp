@@ -12,7 +12,9 @@
 
 #include "bindings.hpp"
 #include "encoder.hpp"
+#include "fast_call.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "str_cut.hpp"
 #include "text/cut.hpp"
 #include "values.hpp"
 #include "wiki/ask_citations.hpp"
@@ -90,7 +92,24 @@ py::object member(const py::handle& map, PyObject* name) {
   return py::none();
 }
 
-ResponseValue value_of(const py::handle& v, BigIntegers big, const std::string& where) {
+// The keys of a section that its row takes as they are, as Python keys and
+// as text.
+const std::array<std::pair<PyObject*, std::string_view>, 4>& row_keys() {
+  static const std::array<std::pair<PyObject*, std::string_view>, 4> kRow = {{{keys().page_id, "page_id"},
+                                                                              {keys().title, "title"},
+                                                                              {keys().heading, "heading"},
+                                                                              {keys().similarity, "similarity"}}};
+  return kRow;
+}
+
+// The keys of a citation's place, as Python keys and as text.
+const std::array<std::pair<PyObject*, std::string_view>, 3>& place_keys() {
+  static const std::array<std::pair<PyObject*, std::string_view>, 3> kPlace = {
+      {{keys().path, "path"}, {keys().line_start, "line_start"}, {keys().line_end, "line_end"}}};
+  return kPlace;
+}
+
+ResponseValue value_of(const py::handle& v, BigIntegers big, const Where& where) {
   ResponseValue out;
   if (!to_value(v.ptr(), out, big, where)) throw py::error_already_set();
   return out;
@@ -98,13 +117,12 @@ ResponseValue value_of(const py::handle& v, BigIntegers big, const std::string& 
 
 // A citation as a library value: its place keys must be comparable, so they
 // take no stand-ins; its other values are only measured.
-ResponseValue citation_of(const py::handle& c, const std::string& where) {
+ResponseValue citation_of(const py::handle& c, const Where& where) {
   ResponseValue out = value_of(c, BigIntegers::stand_in, where);
   if (!out.is_dict()) return out;
-  const Keys& k = keys();
-  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
+  for (const auto& [name, text] : place_keys()) {
     const py::object v = member(c, name);
-    if (PyLong_Check(v.ptr())) (void)value_of(v, BigIntegers::raise, where + "." + PyUnicode_AsUTF8(name));
+    if (PyLong_Check(v.ptr())) (void)value_of(v, BigIntegers::raise, Where(where, text));
   }
   return out;
 }
@@ -120,17 +138,15 @@ struct Citations {
 // merge alone reads it).
 enum class CitationForm : bool { whole, place };
 
-ResponseValue place_of(const py::handle& c, const std::string& where) {
-  const Keys& k = keys();
+ResponseValue place_of(const py::handle& c, const Where& where) {
   ResponseDict place;
-  for (PyObject* name : {k.path, k.line_start, k.line_end}) {
-    const char* key = PyUnicode_AsUTF8(name);
-    place.append(key, value_of(member(c, name), BigIntegers::raise, where + "." + key));
-  }
+  place.reserve(3);
+  for (const auto& [name, text] : place_keys())
+    place.append(std::string(text), value_of(member(c, name), BigIntegers::raise, Where(where, text)));
   return place;
 }
 
-Citations citations_of(const py::handle& list, std::size_t most, const std::string& where,
+Citations citations_of(const py::handle& list, std::size_t most, const Where& where,
                        CitationForm form = CitationForm::whole) {
   Citations c;
   if (list.is_none() || !(PyList_Check(list.ptr()) || PyTuple_Check(list.ptr()))) return c;
@@ -139,7 +155,7 @@ Citations citations_of(const py::handle& list, std::size_t most, const std::stri
   c.values.reserve(n);
   for (std::size_t i = 0; i < n; ++i) {
     const py::handle item = PySequence_Fast_GET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i));
-    const std::string at = where + "[" + std::to_string(i) + "]";
+    const Where at(where, i);
     c.values.push_back(form == CitationForm::whole ? citation_of(item, at) : place_of(item, at));
   }
   return c;
@@ -170,7 +186,7 @@ std::string required_text(const py::handle& v, const char* what) { return std::s
 
 std::optional<ResponseDict> optional_map(const py::handle& v, const char* name) {
   if (v.is_none()) return std::nullopt;
-  ResponseValue value = value_of(v, BigIntegers::stand_in, std::string("$.") + name);
+  ResponseValue value = value_of(v, BigIntegers::stand_in, Where(Where("$"), name));
   if (!value.is_dict()) {
     throw py::type_error(std::string("build_wiki_ask_response: ") + name + " must be a dict or None, not '" +
                          Py_TYPE(v.ptr())->tp_name + "'");
@@ -208,20 +224,36 @@ std::vector<std::span<const ResponseValue>> spans_of(const std::vector<Citations
   return spans;
 }
 
+// The merged citations of all of `sections` (a sequence) and `extra`, their
+// places read only as far as the merge reaches: sections only add to the
+// list, so once the citations of the first sections fill the cap, later
+// sections and the extra citations change nothing and are not read.
+py::list merged_citations(const py::object& sections, const py::object& extra, const Where& sections_at,
+                          const Where& extra_at) {
+  const auto n = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sections.ptr()));
+  const Citations own = citations_of(extra, static_cast<std::size_t>(-1), extra_at, CitationForm::place);
+  std::vector<Citations> lists;
+  lists.reserve(n);
+  for (std::size_t read = std::min<std::size_t>(n, 8);; read = std::min(n, 2 * read)) {
+    for (std::size_t i = lists.size(); i < read; ++i) {
+      const Where at(sections_at, i);
+      lists.push_back(
+          citations_of(member(PySequence_Fast_GET_ITEM(sections.ptr(), static_cast<Py_ssize_t>(i)), keys().citations),
+                       detail::ASK_CITATIONS_PER_SECTION, Where(at, "citations"), CitationForm::place));
+    }
+    const detail::CitationMerge merge(spans_of(lists), own.values);
+    const std::vector<detail::CitationPick> picks = merge.picks(read);
+    const bool full = picks.size() == detail::ASK_MAX_CITATIONS && picks.back().section.has_value();
+    if (full || read == n) return picked(merge, read, lists, own);
+  }
+}
+
 py::object sequence(const py::handle& v, const char* what) { return checked(PySequence_Fast(v.ptr(), what)); }
 
 py::list ask_citations(const py::handle& sections, const py::handle& extra) {
   const py::object seq = sequence(sections, "_ask_citations: sections must be a sequence");
-  std::vector<Citations> lists;
-  for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(seq.ptr()); ++i) {
-    lists.push_back(citations_of(member(PySequence_Fast_GET_ITEM(seq.ptr(), i), keys().citations),
-                                 detail::ASK_CITATIONS_PER_SECTION, "sections[" + std::to_string(i) + "].citations",
-                                 CitationForm::place));
-  }
   const py::object extra_list = sequence(extra, "_ask_citations: extra must be a sequence");
-  const Citations own = citations_of(extra_list, static_cast<std::size_t>(-1), "extra", CitationForm::place);
-  const detail::CitationMerge merge(spans_of(lists), own.values);
-  return picked(merge, lists.size(), lists, own);
+  return merged_citations(seq, extra_list, Where("sections"), Where("extra"));
 }
 
 using Attachments = std::array<std::pair<PyObject*, const py::handle*>, 6>;
@@ -237,11 +269,9 @@ py::dict section_row(const py::handle& section, bool stale, const py::handle& ex
 }
 
 // The excerpt of an answer without a budget: cut to _ASK_EXCERPT_CHARS; a
-// str within that is the caller's own.
+// str within that is the caller's own, a longer one is cut where it stands.
 py::object whole_excerpt(const py::handle& v) {
-  if (PyUnicode_Check(v.ptr()) && PyUnicode_GET_LENGTH(v.ptr()) <= detail::ASK_EXCERPT_CHARS) {
-    return py::reinterpret_borrow<py::object>(v);
-  }
+  if (PyUnicode_Check(v.ptr())) return checked(trimmed_str(v.ptr(), detail::ASK_EXCERPT_CHARS));
   return text(detail::trimmed(excerpt_of(v), detail::ASK_EXCERPT_CHARS));
 }
 
@@ -251,25 +281,22 @@ py::dict ask_unbudgeted(const py::object& seq, const py::handle& mode, const py:
                         const py::handle& answer, const py::handle& citations, const Attachments& attachments) {
   const Keys& k = keys();
   const Py_ssize_t n = PySequence_Fast_GET_SIZE(seq.ptr());
-  std::vector<Citations> lists;
   py::list rows;
   for (Py_ssize_t i = 0; i < n; ++i) {
     const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
-    lists.push_back(citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION,
-                                 "$.sections[" + std::to_string(i) + "].citations", CitationForm::place));
     rows.append(section_row(section, truthy(member(section, k.stale)), whole_excerpt(member(section, k.excerpt))));
   }
   const py::object extra_list = citations.is_none()
                                     ? py::object(py::list())
                                     : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
-  const Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations", CitationForm::place);
-  const detail::CitationMerge merge(spans_of(lists), extra.values);
+  const Where root("$");
+  const py::list merged = merged_citations(seq, extra_list, Where(root, "sections"), Where(root, "citations"));
   py::dict out;
   set(out, k.mode, mode);
   set(out, k.query, query);
   set(out, k.answer, answer);
   set(out, k.sections, rows);
-  set(out, k.citations, picked(merge, lists.size(), lists, extra));
+  set(out, k.citations, merged);
   for (const auto& [name, value] : attachments) {
     if (!value->is_none()) set(out, name, *value);
   }
@@ -293,27 +320,29 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
 
   // The sections as the library reads them, and what the rows take back.
   std::vector<Citations> lists;
+  lists.reserve(static_cast<std::size_t>(n_sections));
   ResponseList section_values;
   section_values.reserve(static_cast<std::size_t>(n_sections));
+  const Where root("$");
+  const Where all_sections(root, "sections");
   for (Py_ssize_t i = 0; i < n_sections; ++i) {
     const py::handle section = PySequence_Fast_GET_ITEM(seq.ptr(), i);
-    const std::string where = "$.sections[" + std::to_string(i) + "]";
+    const Where at(all_sections, static_cast<std::size_t>(i));
     ResponseDict row;
     row.reserve(7);
-    for (PyObject* name : {k.page_id, k.title, k.heading, k.similarity}) {
-      row.append(PyUnicode_AsUTF8(name),
-                 value_of(member(section, name), BigIntegers::stand_in, where + "." + PyUnicode_AsUTF8(name)));
+    for (const auto& [name, text] : row_keys()) {
+      row.append(std::string(text), value_of(member(section, name), BigIntegers::stand_in, Where(at, text)));
     }
     row.append("stale", truthy(member(section, k.stale)));
     row.append("excerpt", excerpt_of(member(section, k.excerpt)));
     lists.push_back(
-        citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, where + ".citations"));
+        citations_of(member(section, k.citations), detail::ASK_CITATIONS_PER_SECTION, Where(at, "citations")));
     section_values.emplace_back(std::move(row));
   }
   const py::object extra_list = citations.is_none()
                                     ? py::object(py::list())
                                     : sequence(citations, "build_wiki_ask_response: citations must be a sequence");
-  Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), "$.citations");
+  Citations extra = citations_of(extra_list, static_cast<std::size_t>(-1), Where(root, "citations"));
   const detail::CitationMerge merge(spans_of(lists), extra.values);
   for (std::size_t i = 0; i < lists.size(); ++i) {
     section_values[i].as_dict().append("citations", ResponseList(lists[i].values));
@@ -354,86 +383,125 @@ py::dict wiki_ask(const py::handle& mode, const py::handle& query, const py::han
   return out;
 }
 
+py::dict wiki_status(const std::array<PyObject*, 11>& a) {
+  const Keys& k = keys();
+  py::dict r = presized(11);
+  set(r, k.built, a[0]);
+  set(r, k.branch, a[1]);
+  set(r, k.enabled, given_or(a[9], Py_False));
+  set(r, k.configured, given_or(a[10], Py_False));
+  set(r, k.pages, given_or(a[2], zero()));
+  set(r, k.files_covered, given_or(a[3], zero()));
+  set(r, k.total_sources, given_or(a[4], zero()));
+  set(r, k.coverage_pct, given_or(a[5], float_zero()));
+  set(r, k.last_built, given_or(a[6], Py_None));
+  set(r, k.model, given_or(a[7], Py_None));
+  set(r, k.stale_pages, list_or_empty(given_or(a[8], Py_None)));
+  return r;
+}
+
+py::dict wiki_list(const std::array<PyObject*, 4>& a) {
+  const Keys& k = keys();
+  PyObject* offset = given_or(a[2], zero());
+  const Py_ssize_t count = PyObject_Size(a[0]);
+  if (count < 0) throw py::error_already_set();
+  const py::object end = checked(PyNumber_Add(offset, py::int_(count).ptr()));
+  const int more = PyObject_RichCompareBool(end.ptr(), a[1], Py_LT);
+  if (more < 0) throw py::error_already_set();
+  py::dict r = presized(5);
+  set(r, k.pages, a[0]);
+  set(r, k.total_count, a[1]);
+  set(r, k.offset, offset);
+  set(r, k.truncated, given_or(a[3], Py_False));
+  set(r, k.has_more, more == 1 ? Py_True : Py_False);
+  return r;
+}
+
+py::dict wiki_read(const std::array<PyObject*, 6>& a) {
+  const Keys& k = keys();
+  py::dict r = presized(6);
+  set(r, k.page_id, a[0]);
+  set(r, k.title, a[1]);
+  set(r, k.content, a[2]);
+  set(r, k.citations, list_or_empty(given_or(a[3], Py_None)));
+  set(r, k.source_files, list_or_empty(given_or(a[4], Py_None)));
+  set(r, k.related_pages, list_or_empty(given_or(a[5], Py_None)));
+  return r;
+}
+
+constexpr Params<11> kStatus{"build_wiki_status_response",
+                             {"built", "branch", "pages", "files_covered", "total_sources", "coverage_pct",
+                              "last_built", "model", "stale_pages", "enabled", "configured"},
+                             0,
+                             2};
+PyObject* status_call(const std::array<PyObject*, 11>& a) { return wiki_status(a).release().ptr(); }
+
+constexpr Params<4> kList{"build_wiki_list_response", {"pages", "total", "offset", "truncated"}, 4, 2};
+PyObject* list_call(const std::array<PyObject*, 4>& a) { return wiki_list(a).release().ptr(); }
+
+constexpr Params<6> kRead{
+    "build_wiki_read_response", {"page_id", "title", "content", "citations", "source_files", "related_pages"}, 0, 3};
+PyObject* read_call(const std::array<PyObject*, 6>& a) { return wiki_read(a).release().ptr(); }
+
+constexpr Params<12> kAsk{"build_wiki_ask_response",
+                          {"mode", "query", "answer", "sections", "citations", "model", "tokens", "note", "decisions",
+                           "code", "memories", "token_budget"},
+                          0,
+                          4};
+PyObject* ask_call(const std::array<PyObject*, 12>& a) {
+  const auto or_none = [&](std::size_t i) { return py::handle(given_or(a[i], Py_None)); };
+  return wiki_ask(a[0], a[1], a[2], a[3], or_none(4), or_none(5), or_none(6), or_none(7), or_none(8), or_none(9),
+                  or_none(10), or_none(11))
+      .release()
+      .ptr();
+}
+
+constexpr Params<2> kAskCitations{"_ask_citations", {"sections", "extra"}, 2, 2};
+PyObject* ask_citations_call(const std::array<PyObject*, 2>& a) { return ask_citations(a[0], a[1]).release().ptr(); }
+
+PyMethodDef kMethods[] = {
+    method<bound<11, kStatus, status_call>>(
+        "build_wiki_status_response",
+        "build_wiki_status_response(*, built: object, branch: object, pages: object = 0, files_covered: object = 0, "
+        "total_sources: object = 0, coverage_pct: object = 0.0, last_built: object = None, model: object = None, "
+        "stale_pages: object = None, enabled: object = False, configured: object = False) -> dict\n\n"
+        "The wiki status response: eleven keys, always; stale_pages a list (a new empty one for None or empty)."),
+    method<bound<4, kList, list_call>>(
+        "build_wiki_list_response",
+        "build_wiki_list_response(pages: object, total: object, offset: object = 0, truncated: object = False) "
+        "-> dict\n\n"
+        "The wiki list response: pages, total_count, offset, truncated (the caller's) and has_more."),
+    method<bound<6, kRead, read_call>>(
+        "build_wiki_read_response",
+        "build_wiki_read_response(*, page_id: object, title: object, content: object, citations: object = None, "
+        "source_files: object = None, related_pages: object = None) -> dict\n\n"
+        "The wiki read response: page_id, title, content, then three lists (new empty ones for None or empty)."),
+    method<bound<12, kAsk, ask_call>>(
+        "build_wiki_ask_response",
+        "build_wiki_ask_response(*, mode: object, query: object, answer: object, sections: object, "
+        "citations: object = None, model: object = None, tokens: object = None, note: object = None, "
+        "decisions: object = None, code: object = None, memories: object = None, token_budget: object = None) "
+        "-> dict\n\n"
+        "The wiki ask response: mode, query, answer, a row per kept section, the merged citations, then the\n"
+        "attachments that are not None. With token_budget, fitted to token_budget x 4 bytes of compact text by\n"
+        "keeping fewer sections, cutting excerpts, dropping sections and then memories and code.\n"
+        "Raises EncodingError, with a budget, for a string holding a lone surrogate."),
+    method<bound<2, kAskCitations, ask_citations_call>>(
+        "_ask_citations",
+        "_ask_citations(sections: object, extra: object) -> list\n\n"
+        "The merged citations: the first three of each section's, then `extra`, each place once, at most 24."),
+    {nullptr, nullptr, 0, nullptr},
+};
+
 }  // namespace
 
 void bind_wiki(py::module_& m) {
-  using py::arg;
-  const py::none none;
   m.attr("_ASK_EXCERPT_CHARS") = detail::ASK_EXCERPT_CHARS;
   m.attr("_ASK_MIN_EXCERPT_CHARS") = detail::ASK_MIN_EXCERPT_CHARS;
   m.attr("_ASK_CITATIONS_PER_SECTION") = detail::ASK_CITATIONS_PER_SECTION;
   m.attr("_ASK_MAX_CITATIONS") = detail::ASK_MAX_CITATIONS;
   m.attr("_BYTES_PER_TOKEN") = detail::BYTES_PER_TOKEN;
-  m.def(
-      "build_wiki_status_response",
-      [](const py::handle& built, const py::handle& branch, const py::handle& pages, const py::handle& files_covered,
-         const py::handle& total_sources, const py::handle& coverage_pct, const py::handle& last_built,
-         const py::handle& model, const py::handle& stale_pages, const py::handle& enabled,
-         const py::handle& configured) {
-        const Keys& k = keys();
-        py::dict r;
-        set(r, k.built, built);
-        set(r, k.branch, branch);
-        set(r, k.enabled, enabled);
-        set(r, k.configured, configured);
-        set(r, k.pages, pages);
-        set(r, k.files_covered, files_covered);
-        set(r, k.total_sources, total_sources);
-        set(r, k.coverage_pct, coverage_pct);
-        set(r, k.last_built, last_built);
-        set(r, k.model, model);
-        set(r, k.stale_pages, list_or_empty(stale_pages));
-        return r;
-      },
-      py::kw_only(), arg("built"), arg("branch"), arg("pages") = 0, arg("files_covered") = 0, arg("total_sources") = 0,
-      arg("coverage_pct") = 0.0, arg("last_built") = none, arg("model") = none, arg("stale_pages") = none,
-      arg("enabled") = false, arg("configured") = false,
-      "The wiki status response: eleven keys, always; stale_pages a list (a new empty one for None or empty).");
-  m.def(
-      "build_wiki_list_response",
-      [](const py::handle& pages, const py::handle& total, const py::handle& offset, const py::handle& truncated) {
-        const Keys& k = keys();
-        const Py_ssize_t count = PyObject_Size(pages.ptr());
-        if (count < 0) throw py::error_already_set();
-        const py::object end = checked(PyNumber_Add(offset.ptr(), py::int_(count).ptr()));
-        const int more = PyObject_RichCompareBool(end.ptr(), total.ptr(), Py_LT);
-        if (more < 0) throw py::error_already_set();
-        py::dict r;
-        set(r, k.pages, pages);
-        set(r, k.total_count, total);
-        set(r, k.offset, offset);
-        set(r, k.truncated, truncated);
-        set(r, k.has_more, more == 1 ? Py_True : Py_False);
-        return r;
-      },
-      arg("pages"), arg("total"), arg("offset") = 0, arg("truncated") = false,
-      "The wiki list response: pages, total_count, offset, truncated (the caller's) and has_more.");
-  m.def(
-      "build_wiki_read_response",
-      [](const py::handle& page_id, const py::handle& title, const py::handle& content, const py::handle& citations,
-         const py::handle& source_files, const py::handle& related_pages) {
-        const Keys& k = keys();
-        py::dict r;
-        set(r, k.page_id, page_id);
-        set(r, k.title, title);
-        set(r, k.content, content);
-        set(r, k.citations, list_or_empty(citations));
-        set(r, k.source_files, list_or_empty(source_files));
-        set(r, k.related_pages, list_or_empty(related_pages));
-        return r;
-      },
-      py::kw_only(), arg("page_id"), arg("title"), arg("content"), arg("citations") = none, arg("source_files") = none,
-      arg("related_pages") = none,
-      "The wiki read response: page_id, title, content, then three lists (new empty ones for None or empty).");
-  m.def("build_wiki_ask_response", &wiki_ask, py::kw_only(), arg("mode"), arg("query"), arg("answer"), arg("sections"),
-        arg("citations") = none, arg("model") = none, arg("tokens") = none, arg("note") = none, arg("decisions") = none,
-        arg("code") = none, arg("memories") = none, arg("token_budget") = none,
-        "The wiki ask response: mode, query, answer, a row per kept section, the merged citations, then the\n"
-        "attachments that are not None. With token_budget, fitted to token_budget x 4 bytes of compact text by\n"
-        "keeping fewer sections, cutting excerpts, dropping sections and then memories and code.\n"
-        "Raises EncodingError, with a budget, for a string holding a lone surrogate.");
-  m.def("_ask_citations", &ask_citations, arg("sections"), arg("extra"),
-        "The merged citations: the first three of each section's, then `extra`, each place once, at most 24.");
+  if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
 }
 
 }  // namespace kestrune::mcp_responses::python

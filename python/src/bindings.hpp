@@ -28,6 +28,24 @@ inline py::object checked(PyObject* p) {
 /// never freed (like the names of a type's slots).
 inline PyObject* key(const char* name) { return PyUnicode_InternFromString(name); }
 
+/// presized: a new dict with room for `n` keys, so that filling it never
+/// grows it.
+inline py::dict presized(Py_ssize_t n) {
+  PyObject* d = _PyDict_NewPresized(n);
+  if (d == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::dict>(d);
+}
+
+/// zero, float_zero: the defaults 0 and 0.0; made once, never freed.
+inline PyObject* zero() {
+  static PyObject* const kZero = PyLong_FromLong(0);
+  return kZero;
+}
+inline PyObject* float_zero() {
+  static PyObject* const kZero = PyFloat_FromDouble(0.0);
+  return kZero;
+}
+
 /// set: dict[k] = v, throwing on failure; `v` borrowed.
 inline void set(const py::dict& d, PyObject* k, PyObject* v) {
   if (PyDict_SetItem(d.ptr(), k, v) != 0) throw py::error_already_set();

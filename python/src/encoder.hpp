@@ -6,6 +6,8 @@
 #include <Python.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -15,9 +17,29 @@ namespace kestrune::mcp_responses::python {
 /// compact text, null in a JSON-RPC line (standard JSON).
 enum class NumberForm : bool { compact, json };
 
-/// text_of: the compact text of `value` as a new str, or nullptr with a
-/// Python exception set (TypeError naming where an unwritable value sits).
-/// `caller` starts the messages.
+/// Piece: one part of a message: a token as it is, a value written in a
+/// number form, or the compact text of a value as the contents of a JSON
+/// string (its quotes and escapes escaped again).
+struct Piece {
+  enum class Kind : std::uint8_t { token, value, quoted_text };
+  Kind kind;
+  std::string_view token;
+  PyObject* value;
+  NumberForm form;
+
+  static Piece of_token(std::string_view t) { return {Kind::token, t, nullptr, NumberForm::compact}; }
+  static Piece of_value(PyObject* v, NumberForm f) { return {Kind::value, {}, v, f}; }
+  static Piece of_quoted_text(PyObject* v) { return {Kind::quoted_text, {}, v, NumberForm::compact}; }
+};
+
+/// str_of/bytes_of: `pieces` one after another as a new str, or as the bytes
+/// of its UTF-8 form; nullptr with a Python exception set (TypeError naming
+/// where an unwritable value sits; for bytes, EncodingError for a string
+/// holding a lone surrogate). `caller` starts the messages.
+[[nodiscard]] PyObject* str_of(std::span<const Piece> pieces, std::string_view caller);
+[[nodiscard]] PyObject* bytes_of(std::span<const Piece> pieces, std::string_view caller);
+
+/// text_of: the compact text of `value` as a new str (str_of of the value).
 [[nodiscard]] PyObject* text_of(PyObject* value, std::string_view caller);
 
 /// append_text: appends the text of `value` in `form` to `out` as UTF-8 (a

@@ -32,21 +32,28 @@ bool utf8_of(PyObject* s, std::string& scratch, std::string_view& out, std::stri
   return true;
 }
 
+std::string Where::str() const {
+  std::string out = parent_ == nullptr ? std::string() : parent_->str();
+  if (indexed_) return out + "[" + std::to_string(index_) + "]";
+  if (parent_ != nullptr) out += ".";
+  return out.append(text_);
+}
+
 namespace {
 
-bool to_list(PyObject* v, ResponseValue& out, BigIntegers big, const std::string& where) {
+bool to_list(PyObject* v, ResponseValue& out, BigIntegers big, const Where& where) {
   const Py_ssize_t n = PySequence_Fast_GET_SIZE(v);
   ResponseList list;
   list.reserve(static_cast<std::size_t>(n));
   for (Py_ssize_t i = 0; i < n; ++i) {
-    if (!to_value(PySequence_Fast_GET_ITEM(v, i), list.emplace_back(), big, where + "[" + std::to_string(i) + "]"))
+    if (!to_value(PySequence_Fast_GET_ITEM(v, i), list.emplace_back(), big, Where(where, static_cast<std::size_t>(i))))
       return false;
   }
   out = std::move(list);
   return true;
 }
 
-bool to_dict(PyObject* items, ResponseValue& out, BigIntegers big, const std::string& where) {
+bool to_dict(PyObject* items, ResponseValue& out, BigIntegers big, const Where& where) {
   // `items`: a list of (key, value) pairs.
   const Py_ssize_t n = PyList_GET_SIZE(items);
   ResponseDict dict;
@@ -56,9 +63,10 @@ bool to_dict(PyObject* items, ResponseValue& out, BigIntegers big, const std::st
     PyObject* pair = PyList_GET_ITEM(items, i);
     PyObject* key = PyTuple_GET_ITEM(pair, 0);
     std::string_view k;
-    if (!utf8_of(key, scratch, k, "key #" + std::to_string(i) + " of " + where)) return false;
+    if (!PyUnicode_Check(key)) return utf8_of(key, scratch, k, "key #" + std::to_string(i) + " of " + where.str());
+    if (!utf8_of(key, scratch, k, "")) return false;
     ResponseValue value;
-    if (!to_value(PyTuple_GET_ITEM(pair, 1), value, big, where + "." + std::string(k))) return false;
+    if (!to_value(PyTuple_GET_ITEM(pair, 1), value, big, Where(where, k))) return false;
     dict.insert_or_assign(k, std::move(value));
   }
   out = std::move(dict);
@@ -67,11 +75,11 @@ bool to_dict(PyObject* items, ResponseValue& out, BigIntegers big, const std::st
 
 }  // namespace
 
-bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const std::string& where) {
+bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const Where& where) {
   if (PyUnicode_Check(v)) {
     std::string scratch;
     std::string_view text;
-    if (!utf8_of(v, scratch, text, where)) return false;
+    if (!utf8_of(v, scratch, text, "")) return false;
     out = text;
     return true;
   }
@@ -87,7 +95,7 @@ bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const std::strin
       return true;
     }
     if (big == BigIntegers::raise) {
-      PyErr_Format(PyExc_OverflowError, "the integer at %s is compared here and must fit 64 bits", where.c_str());
+      PyErr_Format(PyExc_OverflowError, "the integer at %s is compared here and must fit 64 bits", where.str().c_str());
       return false;
     }
     const Py_ssize_t size = encoded_size(v, "build_wiki_ask_response");
@@ -111,7 +119,7 @@ bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const std::strin
     Py_DECREF(items);
     return ok;
   } else {
-    PyErr_Format(PyExc_TypeError, "cannot write a value of type '%s' at %s", Py_TYPE(v)->tp_name, where.c_str());
+    PyErr_Format(PyExc_TypeError, "cannot write a value of type '%s' at %s", Py_TYPE(v)->tp_name, where.str().c_str());
     return false;
   }
   return true;

@@ -3,6 +3,7 @@
 
 #include <Python.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,25 @@ namespace kestrune::mcp_responses::python {
 /// naming `what`.
 [[nodiscard]] bool utf8_of(PyObject* s, std::string& scratch, std::string_view& out, std::string_view what);
 
+/// Where: the place of a value among a call's arguments, as an error names
+/// it ("$.sections[2].citations[0].path"): a root, or a parent and a key or
+/// an index, made into text only when an error needs it. A Where refers to
+/// its parent and key, which outlive it.
+class Where {
+ public:
+  explicit Where(std::string_view root) noexcept : text_(root) {}
+  Where(const Where& parent, std::string_view key) noexcept : parent_(&parent), text_(key) {}
+  Where(const Where& parent, std::size_t index) noexcept : parent_(&parent), index_(index), indexed_(true) {}
+
+  [[nodiscard]] std::string str() const;
+
+ private:
+  const Where* parent_ = nullptr;
+  std::string_view text_;  // the root, or the key
+  std::size_t index_ = 0;
+  bool indexed_ = false;
+};
+
 /// BigIntegers: what a conversion makes of an int beyond 64 bits. The
 /// library's values stop at 64 bits; where a value is only measured and the
 /// caller's object is what the response holds, a string of the same encoded
@@ -24,7 +44,7 @@ enum class BigIntegers : bool { raise, stand_in };
 
 /// to_value: `v` as a library value, or false with a Python exception set
 /// naming `where`.
-[[nodiscard]] bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const std::string& where);
+[[nodiscard]] bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const Where& where);
 
 /// from_value: a new Python object for `v`; lists and maps made read-only
 /// (tuples and mappingproxies) when `frozen`.

@@ -22,6 +22,11 @@ namespace kestrune::mcp_responses::detail {
 /// wrap-around, so that no offset is undefined behaviour).
 [[nodiscard]] std::string pagination_hint_text(std::int64_t count, std::int64_t total_count, std::int64_t offset);
 
+/// pagination_hint_text: the same text with its three numbers given as
+/// their digits, for callers whose numbers may not fit 64 bits.
+[[nodiscard]] std::string pagination_hint_text(std::string_view count, std::string_view total_count,
+                                               std::string_view next_offset);
+
 /// pagination_hint_size: the length of that text (ASCII, no escapes).
 [[nodiscard]] std::size_t pagination_hint_size(std::int64_t count, std::int64_t total_count,
                                                std::int64_t offset) noexcept;

@@ -37,18 +37,26 @@ std::int64_t integer_or_zero(const ResponseValue& v) { return v.is_integer() ? v
 
 namespace detail {
 
-std::string pagination_hint_text(std::int64_t count, std::int64_t total_count, std::int64_t offset) {
-  const auto numbers = hint_numbers(count, total_count, offset);
+std::string pagination_hint_text(std::string_view count, std::string_view total_count, std::string_view next_offset) {
+  const std::array<std::string_view, 3> numbers = {count, total_count, next_offset};
   std::string text;
-  text.reserve(kWordsSize + std::size_t{3} * 20);  // room for three 20-digit numbers
+  text.reserve(kWordsSize + count.size() + total_count.size() + next_offset.size());
   for (std::size_t i = 0; i < kWords.size(); ++i) {
     text += kWords[i];
-    if (i < numbers.size()) {
-      char digits[20];
-      text.append(digits, std::to_chars(digits, digits + sizeof digits, numbers[i]).ptr);
-    }
+    if (i < numbers.size()) text += numbers[i];
   }
   return text;
+}
+
+std::string pagination_hint_text(std::int64_t count, std::int64_t total_count, std::int64_t offset) {
+  const auto numbers = hint_numbers(count, total_count, offset);
+  std::array<std::array<char, 20>, 3> digits{};
+  std::array<std::string_view, 3> texts;
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    char* end = std::to_chars(digits[i].data(), digits[i].data() + digits[i].size(), numbers[i]).ptr;
+    texts[i] = std::string_view(digits[i].data(), static_cast<std::size_t>(end - digits[i].data()));
+  }
+  return pagination_hint_text(texts[0], texts[1], texts[2]);
 }
 
 std::size_t pagination_hint_size(std::int64_t count, std::int64_t total_count, std::int64_t offset) noexcept {

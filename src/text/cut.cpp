@@ -18,50 +18,32 @@ std::string with_ellipsis(std::string_view kept) {
   return out;
 }
 
+// UTF-8 read for plan_trim and plan_cut: positions are bytes. A space byte
+// always starts a character, so a byte search finds the last space.
+struct Utf8Text {
+  std::string_view s;
+  Utf8 known;
+  [[nodiscard]] std::size_t size() const noexcept { return s.size(); }
+  [[nodiscard]] bool known_well_formed() const noexcept { return known == Utf8::well_formed; }
+  [[nodiscard]] CharOffset offset(std::size_t n) const noexcept { return char_offset(s, n, known); }
+  [[nodiscard]] bool one_char_from(std::size_t pos) const noexcept { return fits_one_char(s.substr(pos)); }
+  [[nodiscard]] std::size_t last_space(std::size_t end) const noexcept { return s.substr(0, end).rfind(' '); }
+  [[nodiscard]] std::size_t chars(std::size_t from, std::size_t to) const noexcept {
+    return char_count(s.substr(from, to - from));
+  }
+  [[nodiscard]] std::size_t stripped(std::size_t end) const noexcept { return strip_end(s.substr(0, end)).size(); }
+};
+
 }  // namespace
 
 std::string cut(std::string_view text, std::size_t chars) {
-  if (chars == 0) chars = 1;
-  // Counting stops after `chars` - 1 characters: only whether more than one
-  // follows matters.
-  const std::string_view head = text.substr(0, char_offset(text, chars - 1).bytes);
-  if (fits_one_char(text.substr(head.size()))) return std::string(text);
-  return with_ellipsis(strip_end(head));
+  return trimmed_text(text, plan_cut(Utf8Text{text, Utf8::unchecked}, chars));
 }
 
 std::string trimmed(std::string_view text, std::int64_t chars) { return trimmed_text(text, plan_trimmed(text, chars)); }
 
 Trim plan_trimmed(std::string_view text, std::int64_t chars, Utf8 known) noexcept {
-  const Trim whole{.kept = text.size(), .well_formed = known == Utf8::well_formed};
-  const Trim nothing{.chars = 0, .well_formed = true};
-  if (chars <= 1) {
-    if (chars >= 0 && char_offset(text, static_cast<std::size_t>(chars)).bytes == text.size()) return whole;
-    return nothing;
-  }
-  const auto limit = static_cast<std::size_t>(chars);
-  // The first limit - 1 characters; the text is kept whole when at most one
-  // character follows them.
-  const CharOffset head_end = char_offset(text, limit - 1, known);
-  const std::string_view head = text.substr(0, head_end.bytes);
-  if (fits_one_char(text.substr(head.size()))) return whole;
-  // The last space among those characters. A space byte always starts a
-  // character, so a byte search finds it; a space before the middle of the
-  // allowed length is not used: cut hard.
-  std::string_view prefix = head;
-  std::size_t prefix_chars = limit - 1;
-  if (const std::size_t space = head.rfind(' '); space != std::string_view::npos) {
-    const std::size_t space_chars = limit - 1 - char_count(head.substr(space));
-    if (space_chars >= limit / 2) {
-      prefix = head.substr(0, space);
-      prefix_chars = space_chars;
-    }
-  }
-  // A cut keeps a prefix of the head, which is as well-formed as the head.
-  const std::string_view kept = strip_end(prefix);
-  return {.kept = kept.size(),
-          .ellipsis = true,
-          .chars = prefix_chars - char_count(prefix.substr(kept.size())) + 1,
-          .well_formed = head_end.well_formed};
+  return plan_trim(Utf8Text{text, known}, chars);
 }
 
 std::string trimmed_text(std::string_view text, const Trim& trim) {

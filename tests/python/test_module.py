@@ -1,12 +1,13 @@
 """What the module does beyond the tool's answers: the caller's objects placed
 as they are, integers of any size, values that cannot be written, lone
-surrogates, records read by attribute, the read-only table of canned
-responses, and code_lines' logging and its reading without the GIL.
+surrogates, long texts, records read by attribute, the read-only table of
+canned responses, and code_lines' logging and its reading without the GIL.
 
   PYTHONPATH=build/dev/python python3 tests/python/test_module.py
 """
 import collections
 import dataclasses
+import json
 import logging
 import operator
 import os
@@ -130,6 +131,45 @@ class Values(unittest.TestCase):
         # Without a budget nothing is measured.
         answer = kmr.build_wiki_ask_response(mode="m", query="q", answer=None, sections=sections)
         self.assertEqual(answer["sections"][1]["excerpt"], "x\udc00")
+
+
+class LongTexts(unittest.TestCase):
+    """Texts long enough to leave the writer's first buffer, to widen after
+    the point where a wider string makes the writer count first and write
+    again, and to be held in buffers of huge pages moved by hand: the text,
+    the line and their bytes as json.dumps writes them, however late the
+    widest character comes."""
+
+    def test_long_texts_as_json_dumps_writes_them(self):
+        pieces = {"ASCII": 'a"\\\n\x1b', "Latin-1": "é", "BMP": "→", "astral": "😀"}
+        cases = [(9_000, first, late) for first in pieces for late in pieces] + [
+            (1_200_000, "ASCII", "Latin-1"), (1_200_000, "ASCII", "BMP"), (1_200_000, "Latin-1", "astral"),
+            (1_200_000, "BMP", "BMP"), (5_000_000, "ASCII", "ASCII"), (5_000_000, "ASCII", "BMP"),
+            (5_000_000, "BMP", "astral")]
+
+        def dumps(v):
+            return json.dumps(v, separators=(",", ":"), ensure_ascii=False)
+
+        for length, first, late in cases:
+            with self.subTest(length=length, first=first, late=late):
+                piece = pieces[first]
+                value = {"rows": [piece * (length // len(piece)), 1.5, None], "late": [pieces[late]]}
+                text = kmr.tool_result_text(value)
+                line = kmr.tool_call_line(7, value, structured=True)
+                self.assertEqual(text, dumps(value))
+                self.assertEqual(line, dumps({"jsonrpc": "2.0", "id": 7, "result": {
+                    "content": [{"type": "text", "text": text}], "structuredContent": value}}) + "\n")
+                self.assertEqual(kmr.tool_result_bytes(value), text.encode())
+                self.assertEqual(kmr.tool_call_line_bytes(7, value, structured=True), line.encode())
+                self.assertEqual(kmr._encoded_size(value), len(text.encode()))
+
+    def test_a_late_lone_surrogate_has_no_bytes(self):
+        value = {"a": "x" * 5_000_000, "b": ["ok", "é\ud800"]}
+        self.assertEqual(kmr.tool_result_text(value), '{"a":"%s","b":["ok","é\ud800"]}' % ("x" * 5_000_000))
+        for write in [kmr.tool_result_bytes, lambda v: kmr.tool_call_line_bytes(1, v)]:
+            with self.assertRaises(kmr.EncodingError) as raised:
+                write(value)
+            self.assertEqual((raised.exception.where, raised.exception.byte), ("$.b[1]", 2))
 
 
 SymbolTuple = collections.namedtuple("SymbolTuple", [f.name for f in dataclasses.fields(kmr.Symbol)])

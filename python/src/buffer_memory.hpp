@@ -1,0 +1,60 @@
+// How the sinks keep large texts: in blocks of huge pages, moved by hand
+// when they grow.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+namespace kestrune::mcp_responses::python {
+
+/// kHugeFrom: the size from which a sink's buffer asks for huge pages and is
+/// moved by hand when it grows (see moved_by_hand).
+inline constexpr std::size_t kHugeFrom = std::size_t{4} << 20;
+
+/// advise_pages: madvise `advice` for the whole `align`-byte pages of
+/// [begin, end), where the system has it; a hint only.
+inline void advise_pages([[maybe_unused]] char* begin, [[maybe_unused]] char* end, [[maybe_unused]] std::size_t align,
+                         [[maybe_unused]] int advice) noexcept {
+#if defined(__linux__)
+  char* from = begin + (align - reinterpret_cast<std::uintptr_t>(begin) % align) % align;
+  char* to = end - reinterpret_cast<std::uintptr_t>(end) % align;
+  if (from < to) static_cast<void>(madvise(from, static_cast<std::size_t>(to - from), advice));
+#endif
+}
+
+/// advise_huge: asks the kernel to back the whole 2 MiB pages of
+/// [begin, end), which a sink is about to fill, with huge pages: one fault
+/// for each 2 MiB instead of 512, where faults are most of what writing
+/// fresh memory costs (a large text is written into memory the allocator has
+/// just mapped).
+inline void advise_huge(char* begin, char* end) noexcept {
+#if defined(MADV_HUGEPAGE)
+  advise_pages(begin, end, std::size_t{2} << 20, MADV_HUGEPAGE);
+#endif
+}
+
+/// moved_by_hand: copies `size` bytes of a buffer at `from` to its larger
+/// successor at `to`; with `give_back` (`from` is itself a buffer of
+/// kHugeFrom bytes or more, freed next), gives back the pages of `from` as
+/// they are copied, so that the text is not held twice. Buffers from
+/// kHugeFrom on are not grown by realloc: it would remap a block that
+/// advise_huge split, which the kernel refuses, and the allocator would then
+/// copy it while holding it twice.
+inline void moved_by_hand(char* to, char* from, std::size_t size, [[maybe_unused]] bool give_back) noexcept {
+  constexpr std::size_t step = std::size_t{8} << 20;
+  for (std::size_t done = 0; done < size; done += step) {
+    const std::size_t n = std::min(step, size - done);
+    std::memcpy(to + done, from + done, n);
+#if defined(MADV_DONTNEED)
+    if (give_back) advise_pages(from + done, from + done + n, 4096, MADV_DONTNEED);
+#endif
+  }
+}
+
+}  // namespace kestrune::mcp_responses::python
