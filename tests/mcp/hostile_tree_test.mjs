@@ -120,12 +120,12 @@ test("files that change kind, grow, or vanish while the index is built are count
   elif [ ! -e '${step}2' ]; then touch '${step}2'; rm keep.py; fi;; esac\nexec ctags "$@"\n`);
   chmodSync(ctags, 0o755);
   const db = join(scratch, "changing.db");
-  const first = index(root, db, { args: ["--ctags", ctags] });
+  const first = index(root, db, { args: ["--ctags", ctags, "--python", ""] });
   assert.match(first.stderr, /swap\.py: cannot be read \(it is not a regular file\)/);
   assert.match(first.stderr, /grow\.py: grew over the limit of 1048576 bytes after it was listed/);
   assert.match(first.stderr, /gone\.py: was removed during the run/);
   writeFileSync(join(root, "change.py"), "def changed_again():\n    pass\n");
-  const second = index(root, db, { args: ["--ctags", ctags] });
+  const second = index(root, db, { args: ["--ctags", ctags, "--python", ""] });
   assert.match(second.stderr, /keep\.py: was removed during the run: removed from the index/);
   await withServer(db, root, async (call) => {
     for (const query of ["kept_fn", "swapped_fn", "grown_fn", "gone_fn", "changed_fn"]) {

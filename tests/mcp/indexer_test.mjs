@@ -28,7 +28,7 @@ const tree = (name, files) => makeTree(join(scratch, name), files);
 
 test("examples/repo indexed: symbols, docstrings, references with callers, wiki sections", async () => {
   const db = join(scratch, "example.db");
-  index(exampleRepo, db);
+  index(exampleRepo, db, "--python", "");  // the golden answers are ctags's reading
   await withServer(db, exampleRepo, async (call) => {
     const status = await call("status");
     assert.equal(typeof status.last_updated, "string");
@@ -53,7 +53,7 @@ test("a server started before the indexer shows its phase and progress, then the
   const db = join(scratch, "progress.db");
   await withServer(db, exampleRepo, async (call) => {
     assert.equal((await call("status")).status, "not_initialized");
-    const run = spawn(indexer, [exampleRepo, "--db", db, "--ctags", ctags], { stdio: "ignore" });
+    const run = spawn(indexer, [exampleRepo, "--db", db, "--ctags", ctags, "--python", ""], { stdio: "ignore" });
     const exited = new Promise((resolve) => run.on("exit", resolve));
     while (!existsSync(waiting)) await new Promise((resolve) => setTimeout(resolve, 20));
     const status = await call("status");
@@ -99,7 +99,7 @@ real.on("exit", (code) => process.exit(code));
   chmodSync(ctags, 0o755);
 
   const db = join(scratch, "bad.db");
-  const { stderr } = index(root, db, "--ctags", ctags);
+  const { stderr } = index(root, db, "--ctags", ctags, "--python", "");
   for (const [path, said] of [["latin1.py", "not UTF-8"], ["loop1", "does not resolve"], ["loop2", "does not resolve"],
     ["out.py", "out of the work tree"], ["crash.py", "ctags failed"], ["huge.py", "over the limit"]]) {
     assert.match(stderr, new RegExp(`${path.replace(".", "\\.")}: .*${said}`), stderr);
@@ -119,7 +119,7 @@ real.on("exit", (code) => process.exit(code));
 
   // Without ctags: files and the wiki, no symbols, one error for ctags.
   const bare = join(scratch, "bare.db");
-  assert.match(index(root, bare, "--ctags", join(scratch, "no-such-ctags")).stderr, /cannot run.*universal-ctags/);
+  assert.match(index(root, bare, "--ctags", join(scratch, "no-such-ctags"), "--python", "").stderr, /cannot run.*universal-ctags/);
   await withServer(bare, root, async (call) => {
     const status = await call("status");
     assert.deepEqual([status.errors_count, status.files_indexed, status.symbols_indexed], [5, 5, 0]);
