@@ -73,8 +73,8 @@ func (prog *program) underlying(t typ) typ {
 // member finds what x.name selects when x has type t: a method of t, a
 // field, or a field or method promoted from an embedded field at the
 // shallowest depth, as Go selects.
-func (prog *program) member(t typ, name string) *field {
-	level := variants(deref(t))
+func (prog *program) member(t typ, name string, from *srcFile) *field {
+	level := variants(deref(t), from)
 	seen := map[*object]bool{}
 	for depth := 0; len(level) > 0 && depth < 16; depth++ {
 		var next []typ
@@ -95,7 +95,7 @@ func (prog *program) member(t typ, name string) *field {
 						return f
 					}
 					if f.embedded {
-						next = append(next, variants(deref(f.t))...)
+						next = append(next, variants(deref(f.t), from)...)
 					}
 				}
 			case *ifaceT:
@@ -110,15 +110,23 @@ func (prog *program) member(t typ, name string) *field {
 }
 
 // variants gives a defined type with each of its declarations: a type
-// declared once per GOOS or GOARCH may hold different fields in each.
-func variants(t typ) []typ {
+// declared once per GOOS or GOARCH may hold different fields and methods in
+// each. The one declared in the file from which it is used comes first.
+func variants(t typ, from *srcFile) []typ {
 	n, ok := t.(*namedT)
 	if !ok || len(n.obj.variants) < 2 {
 		return []typ{t}
 	}
-	out := make([]typ, len(n.obj.variants))
-	for i, o := range n.obj.variants {
-		out[i] = o.named()
+	out := make([]typ, 0, len(n.obj.variants))
+	for _, o := range n.obj.variants {
+		if o.file == from {
+			out = append(out, o.named())
+		}
+	}
+	for _, o := range n.obj.variants {
+		if o.file != from {
+			out = append(out, o.named())
+		}
 	}
 	return out
 }
