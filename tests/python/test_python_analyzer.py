@@ -1,7 +1,7 @@
 """The Python analyzer (examples/indexer/analyzers/python_analyzer.py) on
 small trees, run as the indexer runs it. A source line that ends in
 `# ref: a.b, c.d` must be answered with a reference to each of those fqns on
-that line; `# not: a.b` with none to it.
+that line; `# not: a.b` with none to it; `# ref: a; not: b` both.
 
   python3 tests/python/test_python_analyzer.py
 """
@@ -14,7 +14,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 analyze = runpy.run_path(str(ROOT / "bench" / "accuracy" / "run_analyzer.py"))["analyze"]
-MARK = re.compile(r"#\s*(ref|not):\s*(.*)$")
+MARK = re.compile(r"(ref|not):\s*([^;#]*)")
 
 
 def run(tree):
@@ -94,7 +94,8 @@ TREES = {
             "_d()  # not: plain._d\n"
         ),
     },
-    "shadowing names are not uses": {
+    "shadowing names are not uses, the binding before a use": {
+        "other.py": "def k(): ...\n",
         "m.py": (
             "def helper(): ...\n"
             "def f(helper):\n    return helper()  # not: m.helper\n"
@@ -105,6 +106,12 @@ TREES = {
             "for len in []: pass\n"
             "len  # not: m.len\n"
             "print(len)  # not: builtins.print\n"
+            "class C:\n    helper = 1\n    x = helper  # ref: m.C.helper\n"
+            "    def m(self):\n        return helper()  # ref: m.helper; not: m.C.helper\n"
+            "from other import k\n"
+            "k()  # ref: other.k; not: m.k\n"
+            "def k(): ...\n"
+            "k()  # ref: m.k; not: other.k\n"
         ),
     },
     "annotations, decorators, base classes and simple inference": {
@@ -121,6 +128,7 @@ TREES = {
             "class Sub(Model):  # ref: m.Model\n    pass\n"
             "Sub().save()  # ref: m.Model.save\n"
             "f(1, 2).save()  # ref: m.f, m.Model.save\n"
+            "def g(x: \"Model\") -> None: ...  # ref: m.Model\n"
         ),
     },
 }
@@ -130,8 +138,8 @@ def marks(source):
     """{(line, fqn): expected} from a source's marks."""
     found = {}
     for number, line in enumerate(source.splitlines(), 1):
-        match = MARK.search(line)
-        if match:
+        comment = line.partition("#")[2]
+        for match in MARK.finditer(comment):
             for fqn in match.group(2).split(","):
                 found[(number, fqn.strip())] = match.group(1) == "ref"
     return found

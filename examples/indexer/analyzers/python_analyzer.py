@@ -197,12 +197,14 @@ def summarize(path, data):
         Summarizer(source, lines).module(tree)
     except SyntaxError as e:
         return failed(source, f"syntax error: {e.msg} (line {e.lineno})")
-    except (ValueError, TypeError) as e:
+    except ValueError as e:
         return failed(source, f"cannot parse: {e}")
     except RecursionError:
         return failed(source, "nested too deeply to analyze")
     except MemoryError:
         return failed(source, "too large to analyze")
+    except Exception as e:  # a fault of this analyzer on one file costs only that file
+        return failed(source, f"analyzer error: {e!r}")
     return source
 
 
@@ -408,8 +410,22 @@ class Summarizer:
     def bind(self, name, binding, scope=None):
         s = self.scopes[self.scope if scope is None else scope]
         if s.declared and name in s.declared:
+            if s.declared[name] == "global":
+                self.bind_global(name, binding)
             return
         s.names.setdefault(name, []).append(binding)
+
+    def bind_global(self, name, binding):
+        """A def binding a global binds it in the module once it has run: an
+        import (a lazy module __getattr__), or a variable (no value read: it
+        would be read in the def's scope)."""
+        if binding.kind == VAR:
+            binding = Binding(VAR, binding.line, True, name)
+        elif binding.kind in (IMPORT, FROM):
+            binding.cond = True
+        else:
+            return
+        self.scopes[0].names.setdefault(name, []).append(binding)
 
     def level_scope(self):
         """The scope a walrus binds in: the nearest that is no comprehension."""
@@ -697,6 +713,7 @@ class Summarizer:
     def s_delete(self, node):
         for target in node.targets:
             if isinstance(target, ast.Name):
+                self.use(target.id, target.lineno)
                 if self.scopes[self.scope].kind == "function":
                     self.bind(target.id, Binding(OTHER, node.lineno, True))
             else:
@@ -1065,14 +1082,12 @@ class Layout:
 
 
 def visible(bindings, use_line):
-    """The bindings a use sees: those before it when it is in their scope,
-    from the last unconditional one on."""
-    if len(bindings) == 1:
-        return bindings
+    """The bindings a use sees, from the last unconditional one on: those
+    before it when it is in their scope (none when none is), else all."""
     if use_line is not None:
-        before = [b for b in bindings if b.line < use_line]
-        if before:
-            bindings = before
+        bindings = [b for b in bindings if b.line < use_line]
+    if len(bindings) < 2:
+        return bindings
     for i in range(len(bindings) - 1, -1, -1):
         if not bindings[i].cond:
             return bindings[i:]
@@ -1109,9 +1124,10 @@ class Resolver:
             prefix = source.module + "."
             self.fqns.update(prefix + entry[0] for entry in source.symbols)
         self.targets_memo = {}
-        self.attr_memo = {}
+        self.module_attr_memo = {}
         self.attribute_memo = {}
         self.returns_memo = {}
+        self.lookup_memo = {}
         self.absolute_memo = {}
         self.exports_memo = {}
 
@@ -1123,7 +1139,7 @@ class Resolver:
         nearest first."""
         folder = parent_dir(source.path)
         script = not self.layout.is_package(folder)
-        key = (folder if script else None, dotted)
+        key = (folder, dotted)
         if key in self.absolute_memo:
             return self.absolute_memo[key]
         found = None
@@ -1161,8 +1177,9 @@ class Resolver:
         return (module if module in self.modules else None, ("mod", module))
 
     def module_attr(self, module, name):
+        """What the module binds `name` to (its submodules aside)."""
         key = (module, name)
-        memo = self.attr_memo
+        memo = self.module_attr_memo
         if key in memo:
             return memo[key]
         memo[key] = []  # a cycle of imports finds nothing more
@@ -1173,9 +1190,6 @@ class Resolver:
                 found += self.targets(source, 0, visible(bindings, None))
             elif source.scopes[0].stars:
                 found += self.star_lookup(source, name)
-        submodule = module + "." + name
-        if not found and (submodule in self.modules or submodule in self.namespaces):
-            found = [self.module_target(submodule)]
         memo[key] = found = unique(found)
         return found
 
@@ -1199,7 +1213,7 @@ class Resolver:
         for star, level in reversed(source.scopes[0].stars or ()):
             module = self.relative(source, star, level)
             if module is not None and name in self.exports(module):
-                return self.module_attr(module, name)
+                return self.imported(module, name)
         return []
 
     # -- names and bindings
@@ -1214,7 +1228,27 @@ class Resolver:
         if bound == -1:
             return self.star_lookup(source, name)
         bindings = source.scopes[bound].names[name]
-        return self.targets(source, bound, visible(bindings, use_line if bound == scope else None))
+        if bound == scope and use_line is not None:
+            return self.before_use(source, scope, name, bindings, use_line)
+        key = (source, bound, name)  # what the name means from any other scope: the same for every use
+        found = self.lookup_memo.get(key)
+        if found is None:
+            found = self.lookup_memo[key] = self.targets(source, bound, visible(bindings, None))
+        return found
+
+    def before_use(self, source, scope, name, bindings, use_line):
+        """A name used in the scope that binds it: the bindings before the
+        use; with none, a module or class body reads the name from further
+        out (`x = x`), a function a binding of a later pass of a loop."""
+        seen = visible(bindings, use_line)
+        if seen:
+            return self.targets(source, scope, seen)
+        s = source.scopes[scope]
+        if s.kind == "module":
+            return self.star_lookup(source, name) if s.stars else []
+        if s.kind == "class":
+            return self.lookup(source, s.parent, name, None)
+        return self.targets(source, scope, visible(bindings, None))
 
     def targets(self, source, scope, bindings):
         if len(bindings) == 1:
@@ -1258,10 +1292,17 @@ class Resolver:
         module = self.relative(source, binding.value, level)
         if module is None:
             return []
+        return self.imported(module, name)
+
+    def imported(self, module, name):
+        """What `from module import name` binds: the module's attribute, else
+        its submodule (also when the attribute is this very import, met again
+        in a cycle: `from . import sub` in a package's __init__)."""
+        found = self.module_attr(module, name)
         submodule = module + "." + name
-        if submodule in self.modules:
-            return [self.module_target(submodule)]
-        return self.module_attr(module, name)
+        if not found and (submodule in self.modules or submodule in self.namespaces):
+            found = [self.module_target(submodule)]
+        return found
 
     def infer_var(self, source, scope, binding):
         if binding.annot:
@@ -1361,7 +1402,7 @@ class Resolver:
     def attribute_of(self, entity, name):
         kind = entity[0]
         if kind == "mod":
-            return self.module_attr(entity[1], name)
+            return self.imported(entity[1], name)
         if kind == "cls":
             return self.member(entity[1], name, 0, False)
         if kind == "inst":
@@ -1474,9 +1515,7 @@ class Resolver:
         base = current if modules else self.relative(source, "", level)
         if base is None:
             return
-        submodule = base + "." + names[-1]
-        found = [self.module_target(submodule)] if submodule in self.modules else self.module_attr(base, names[-1])
-        for fqn, _ in found:
+        for fqn, _ in self.imported(base, names[-1]):
             if fqn is not None:
                 emit(fqn, lines[-1], "import")
 
@@ -1499,6 +1538,8 @@ class Resolver:
                 refs = self.references(source)
             except RecursionError:
                 error = "nested too deeply to resolve"
+            except Exception as e:  # a fault of this analyzer on one file costs only that file
+                error = f"analyzer error: {e!r}"
         return {"_type": "file", "path": source.path, "module": module, "error": error,
                 "symbols": symbols, "references": refs}
 
