@@ -2,7 +2,7 @@
 # Builds the release preset's Python module and times it against json, orjson
 # and the same builders in plain Python, under the python3 on PATH: medians of
 # interleaved repetitions, then Markdown tables of ratios and targets.
-#   scripts/bench-python.sh [--quick] [--no-memory]
+#   scripts/bench-python.sh [--quick] [--no-memory] [--no-sizes]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh

@@ -23,8 +23,9 @@ there. Printed per group (random, most used, all):
   files, how many the index has a row for (name and line).
 --verdicts names a JSON file of places read by hand where the index and the
 oracle disagree: {"fqn|file|line": {"right": "index" or "oracle", "why":
-...}}; figures are then given raw and adjudicated (a place the oracle
-misses or claims wrongly counts as the reading of the code says).
+...}}, "fqn|*" for every place of the fqn; figures are then given raw and
+adjudicated (a place the oracle misses or claims wrongly counts as the
+reading of the code says).
 --disagreements prints every place they disagree on, with its line.
 """
 import argparse
@@ -198,7 +199,7 @@ def verdict(tree, fqn, name, place, verdicts):
     Python line shows jedi does not read: the name only inside a string (a
     string annotation) or not on the line at all (a use through an alias:
     jedi's references are found by the name's spelling)."""
-    hand = verdicts.get(f"{fqn}|{place[0]}|{place[1]}")
+    hand = verdicts.get(f"{fqn}|{place[0]}|{place[1]}") or verdicts.get(f"{fqn}|*")
     if hand:
         return hand["right"], hand["why"]
     names = tree.names_on_line(*place)

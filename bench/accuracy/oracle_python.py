@@ -19,7 +19,9 @@ Reads on stdin {"root": "/abs/tree", "queries": [{"file", "line", "column",
   that resolves); "definition" is the first. doc: jedi's raw docstring of
   the name at the query's place, when the source has one.
 - outlines: the classes and defs of a file at any depth and the names
-  assigned at module or class level, as jedi lists them.
+  assigned at module or class level, as jedi lists them, less attributes of
+  other objects (`sys.stdout = ...`) and augmented assignments, which bind
+  no name of the file anew.
 
 The tree's root, and its src/ and lib/ when they exist, are the sys.path;
 the interpreter's own library is not, so that the tree's modules are the
@@ -38,6 +40,7 @@ from jedi.inference import recursion as jedi_recursion
 from jedi.inference import references as jedi_references
 
 VERSION = 3  # part of the cache's keys: answers of another version are asked again
+OUTLINE_VERSION = 4  # the outlines' keys: their rule changed after the references'
 
 
 def complete_references():
@@ -65,6 +68,13 @@ def own_docstring(name):
     if definition is not None and definition.type in ("funcdef", "classdef") and definition.get_doc_node() is None:
         return None
     return name.docstring(raw=True)
+
+
+def binds_anew(name, tree_name, statement):
+    """An assignment at module or class level that binds a name of the file."""
+    operator = statement.children[1]
+    augmented = operator.type == "operator" and operator.value != "="
+    return name.parent().type in ("module", "class") and tree_name.parent.type != "trailer" and not augmented
 
 
 def import_roots(root):
@@ -122,9 +132,10 @@ class Oracle:
         names = self.script(rel).get_names(all_scopes=True, definitions=True, references=False)
         out = []
         for name in names:
-            definition = name._name.tree_name.get_definition()
+            tree_name = name._name.tree_name
+            definition = tree_name.get_definition()
             kind = definition.type if definition is not None else None
-            if kind in ("classdef", "funcdef") or (kind == "expr_stmt" and name.parent().type in ("module", "class")):
+            if kind in ("classdef", "funcdef") or kind == "expr_stmt" and binds_anew(name, tree_name, definition):
                 out.append([name.name, name.line])
         return out
 
@@ -157,7 +168,7 @@ def main():
         answers.append(cache[key])
     outlines = {}
     for rel in request.get("outline_files", []):
-        key = json.dumps([VERSION, oracle.root, "outline", rel])
+        key = json.dumps([OUTLINE_VERSION, oracle.root, "outline", rel])
         if key not in cache:
             cache[key] = oracle.outline(rel)
             save(args.cache, cache)

@@ -29,9 +29,13 @@ def python_files(root):
     return [f.replace(os.sep, "/") for f in found]
 
 
-def analyze(files, python=sys.executable):
-    """The analyzer's answer lines for `files`, a list of (path, bytes)."""
+def analyze(files, python=sys.executable, timeout=None):
+    """The analyzer's answer lines for `files`, a list of (path, bytes);
+    an analyzer still running after `timeout` seconds is killed."""
     process = subprocess.Popen([python, "-I", str(ANALYZER)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, cwd="/")
+    killer = threading.Timer(timeout, process.kill) if timeout else None
+    if killer:
+        killer.start()
 
     def write():
         try:
@@ -48,6 +52,8 @@ def analyze(files, python=sys.executable):
     with process.stdout:
         lines = process.stdout.read().splitlines()
     writer.join()
+    if killer:
+        killer.cancel()
     if process.wait() != 0:
         raise RuntimeError(f"the analyzer exited with status {process.returncode}")
     return [json.loads(line) for line in lines]

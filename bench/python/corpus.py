@@ -46,6 +46,15 @@ class Reference:
     usage_type: str | None = None
 
 
+@dataclasses.dataclass(frozen=True, slots=True)
+class Component:
+    name: str
+    layer: str | None
+    path_pattern: str
+    file_count: int
+    symbol_count: int
+
+
 class Gen:
     def __init__(self, seed, vocabulary=PROSE):
         self.rng = random.Random(seed)
@@ -236,4 +245,37 @@ def big_response(target_bytes, latin1=False, seed=7):
                "tags": [g.word(), g.word() + "é"]}
         rows.append(row)
         size += 130 + len(text.encode()) + 2 * len(row["path"])
+    return {"rows": rows, "total_count": len(rows)}
+
+
+# The texts of the size sweep: the prose words whose characters fit the
+# narrowest str that holds them, and with each a word that every row carries,
+# so that every response, however short, has its kind of text.
+TEXTS = {
+    "ASCII": ([w for w in PROSE if w.isascii()], "plain"),
+    "Latin-1": ([w for w in PROSE if max(map(ord, w)) < 0x100], "café"),
+    "BMP": (PROSE, "日本語"),
+    "astral": (PROSE + ("😀", "𝔘𝔫𝔦𝔠𝔬𝔡𝔢", "🚀"), "😀"),
+}
+
+
+def sized_response(target_bytes, text, seed=5):
+    """A page of rows of one shape whose compact text is about
+    `target_bytes` bytes (at least two rows of about 500): each a path, a
+    line, a score, a symbol, a line of code with quotes, backslashes and tabs,
+    50 to 600 characters of prose of TEXTS[text] and two tags. The prose is
+    sliced from one long stretch, so that large responses are quick to make;
+    every row holds strings of its own."""
+    vocabulary, marker = TEXTS[text]
+    g = Gen(seed, vocabulary)
+    stretch = g.prose(min(1 << 20, 2 * target_bytes + 4096))
+    rows, size = [], 0
+    while size < target_bytes or len(rows) < 2:
+        at = g.below(len(stretch) - 600)
+        module = module_name(g)
+        row = {"file": file_of(module), "line": 1 + g.below(5000), "score": g.rng.random(),
+               "symbol": f"{module}.{g.identifier(2)}", "code": code_line(g),
+               "text": stretch[at:at + 50 + g.below(550)], "tags": [g.word(), marker]}
+        rows.append(row)
+        size += 110 + sum(len(v.encode()) for v in row.values() if isinstance(v, str)) + len(marker.encode())
     return {"rows": rows, "total_count": len(rows)}

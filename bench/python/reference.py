@@ -79,6 +79,107 @@ def build_paginated_response(items, total_count, offset, *, items_key="items"):
                                 "has_more": has_more, "offset": offset}, len(items))
 
 
+def build_empty_paginated_response(items_key="items"):
+    return {items_key: [], "total_count": 0, "truncated": False, "has_more": False, "offset": 0}
+
+
+def fit_paginated_response(items, total_count, offset, max_bytes, *, items_key="items"):
+    n = len(items)
+    while n > 0 and _encoded_size(build_paginated_response(items[:n], total_count, offset,
+                                                           items_key=items_key)) > max_bytes:
+        n -= 1
+    return build_paginated_response(items if n == len(items) else items[:n], total_count, offset,
+                                    items_key=items_key)
+
+
+def build_index_status_response(status, health, branch, progress, files_indexed=0, symbols_indexed=0,
+                                last_updated=None, errors_count=0, phase=None, phase_detail=None):
+    response = {"status": status, "health": health, "branch": branch, "progress": progress,
+                "files_indexed": files_indexed, "symbols_indexed": symbols_indexed, "last_updated": last_updated,
+                "errors_count": errors_count}
+    if phase:
+        response["phase"] = phase
+    if phase_detail:
+        response["phase_detail"] = phase_detail
+    return response
+
+
+_NOT_INITIALIZED = "Repository not initialized"
+EMPTY_TOOL_RESPONSES = {
+    "status": {"status": "not_initialized", "health": "unknown", "branch": None, "progress": 0,
+               "files_indexed": 0, "symbols_indexed": 0, "errors_count": 0},
+    "search": build_empty_paginated_response("symbols"),
+    "symbol": {"found": False, "message": _NOT_INITIALIZED},
+    "file": {"error": _NOT_INITIALIZED, "symbols": []},
+    "files": build_empty_paginated_response("files"),
+    "architecture": {"components": []},
+    "git": {"error": _NOT_INITIALIZED, "files": [], "total_count": 0, "truncated": False, "has_more": False,
+            "offset": 0},
+    "quality": {"dead_symbols": [], "total_count": 0, "truncated": False, "has_more": False, "offset": 0},
+    "context": {"message": _NOT_INITIALIZED, "status": "failed"},
+    "tests": {"tests": [], "total_count": 0},
+    "explore": {"error": _NOT_INITIALIZED, "results": []},
+    "remember": {"error": _NOT_INITIALIZED},
+    "wiki": {"built": False, "message": _NOT_INITIALIZED, "pages": []},
+    "force_reindex": {"message": _NOT_INITIALIZED, "status": "failed"},
+}
+
+
+def get_empty_response(tool_name):
+    return {k: list(v) if isinstance(v, list) else v
+            for k, v in EMPTY_TOOL_RESPONSES.get(tool_name, {"error": _NOT_INITIALIZED}).items()}
+
+
+def build_symbol_full_details(symbol, file_path=None):
+    return {"found": True, "fqn": symbol.fqn, "name": symbol.name, "kind": symbol.kind, "file": file_path,
+            "start_line": symbol.start_line, "end_line": symbol.end_line, "signature": symbol.signature,
+            "is_export": symbol.is_export, "docstring": symbol.docstring,
+            "docstring_truncated": symbol.docstring_truncated}
+
+
+def build_api_endpoint(symbol, file_path=None, component_name=None):
+    return {"fqn": symbol.fqn, "name": symbol.name, "kind": symbol.kind, "file": file_path or "",
+            "line": symbol.start_line, "signature": symbol.signature, "component": component_name}
+
+
+def build_component(component):
+    return {"name": component.name, "layer": component.layer, "path_pattern": component.path_pattern,
+            "file_count": component.file_count, "symbol_count": component.symbol_count}
+
+
+def build_test_coverage(test_file, source_file, symbols_imported=None):
+    row = {"test_file": test_file, "source_file": source_file}
+    if symbols_imported:
+        row["symbols_imported"] = symbols_imported
+    return row
+
+
+def build_wiki_status_response(*, built, branch, pages=0, files_covered=0, total_sources=0, coverage_pct=0.0,
+                               last_built=None, model=None, stale_pages=None, enabled=False, configured=False):
+    return {"built": built, "branch": branch, "enabled": enabled, "configured": configured, "pages": pages,
+            "files_covered": files_covered, "total_sources": total_sources, "coverage_pct": coverage_pct,
+            "last_built": last_built, "model": model, "stale_pages": stale_pages or []}
+
+
+def build_wiki_list_response(pages, total, offset=0, truncated=False):
+    return {"pages": pages, "total_count": total, "offset": offset, "truncated": truncated,
+            "has_more": offset + len(pages) < total}
+
+
+def build_wiki_read_response(*, page_id, title, content, citations=None, source_files=None, related_pages=None):
+    return {"page_id": page_id, "title": title, "content": content, "citations": citations or [],
+            "source_files": source_files or [], "related_pages": related_pages or []}
+
+
+def call_tool_result(response, *, structured=False, is_error=False):
+    result = {"content": [{"type": "text", "text": tool_result_text(response)}]}
+    if structured and isinstance(response, dict):
+        result["structuredContent"] = response
+    if is_error:
+        result["isError"] = True
+    return result
+
+
 def build_symbol_search_result(symbol, file_path=None):
     return without_nulls({"fqn": symbol.fqn, "name": symbol.name, "kind": symbol.kind, "file": file_path,
                           "line": symbol.start_line, "signature": symbol.signature,

@@ -2,7 +2,7 @@
 the same builders in plain Python (reference.py), under one interpreter,
 and prints Markdown tables of medians and ratios with the targets met or not.
 
-    python3 bench/python/run.py [--quick] [--no-memory]
+    python3 bench/python/run.py [--quick] [--no-memory] [--no-sizes]
 
 The module's output is checked against the plain-Python builders on every
 input before that input is timed; a mismatch is printed loudly and makes
@@ -225,10 +225,193 @@ def memory():
     print()
 
 
+def builder_calls():
+    """(builder, args, kwargs) for each builder of the module but the ask:
+    one call each, on the corpus's values."""
+    symbols, paths, total = corpus.symbol_hits(50, 11)
+    rows = rows_python(symbols, paths)
+    symbol = next(s for s in symbols if s.docstring and s.signature)
+    path = paths[symbols.index(symbol)]
+    fqns = [s.fqn for s in symbols[:20]]
+    g = corpus.Gen(31)
+    references = corpus.references(g, 1)["references"]
+    reference = corpus.Reference(file_path=references[0]["file"], line=references[0]["line"],
+                                 caller_symbol={"fqn": references[0]["caller"], "kind": "function"},
+                                 usage_type="call")
+    ask = corpus.ask_inputs(10, 13)
+    return [
+        ("build_paginated_response", (rows, total, 0), {"items_key": "symbols"}),
+        ("fit_paginated_response", (rows, total, 0, 6000), {"items_key": "symbols"}),
+        ("add_pagination_hint", ({"items": rows, "total_count": total, "truncated": True, "offset": 0}, 50), {}),
+        ("build_empty_paginated_response", ("symbols",), {}),
+        ("get_empty_response", ("search",), {}),
+        ("build_index_status_response", ("indexing", "healthy", "main", 40, 1200, 23000, "2026-11-25T10:00:00Z", 0,
+                                         "symbols", "1234/5000"), {}),
+        ("build_symbol_search_result", (symbol, path), {}),
+        ("build_symbol_full_details", (symbol, path), {}),
+        ("outline_module", (fqns,), {}),
+        ("build_file_symbol", (symbol, ref.outline_module([symbol.fqn, symbol.fqn + ".x"])), {}),
+        ("build_reference", (reference, references[0]["code"]), {}),
+        ("build_api_endpoint", (symbol, path, "indexer"), {}),
+        ("build_component", (corpus.Component("indexer", "domain", "src/kestrune/indexer/**", 12, 340),), {}),
+        ("build_test_coverage", ("tests/test_worker.py", "src/kestrune/worker.py", ["Worker", "run"]), {}),
+        ("build_wiki_status_response", (), dict(built=True, branch="main", pages=48, files_covered=310,
+                                                total_sources=402, coverage_pct=77.1, last_built="2026-11-25",
+                                                model="wiki-large", stale_pages=["worker"], enabled=True,
+                                                configured=True)),
+        ("build_wiki_list_response", ([{"page_id": "p", "title": "T"}] * 20, 48, 0, True), {}),
+        ("build_wiki_read_response", (), dict(page_id="worker", title="Worker", content=ask["answer"],
+                                              citations=ask["citations"], source_files=["src/a.py"],
+                                              related_pages=None)),
+        ("first_sentence", (symbol.docstring,), {}),
+        ("_cut", (symbol.docstring, 40), {}),
+        ("_trimmed", (symbol.docstring, 40), {}),
+        ("without_nulls", ({"fqn": symbol.fqn, "name": None, "kind": "function", "file": None, "line": 3},), {}),
+        ("_ask_citations", (ask["sections"], ask["citations"]), {}),
+        ("call_tool_result", (rows[0],), {"structured": True}),
+    ]
+
+
+def builders(opts):
+    print("## 6. Every builder against plain Python\n")
+    print("One call of each builder on the corpus's values (the same call of the module and of plain Python's "
+          "builder), and, for a builder that returns a dict, a floor: that dict made by a dict display of its "
+          "keys and the values at hand (no function called, no attribute read), which any builder, in C or in "
+          "Python, must at least do; plain Python over the floor is then the most any builder could reach.\n")
+    calls = builder_calls()
+    contenders = {}
+    for name, args, kwargs in calls:
+        ours, theirs = getattr(m, name)(*args, **kwargs), getattr(ref, name)(*args, **kwargs)
+        check(f"{name} of the corpus's values", ours, theirs)
+        contenders[name, "ours"] = Contender(getattr(m, name), *args, **kwargs)
+        contenders[name, "python"] = Contender(getattr(ref, name), *args, **kwargs)
+        if isinstance(theirs, dict):
+            values = {f"v{i}": v for i, v in enumerate(theirs.values())}
+            display = "{" + ", ".join(f"{k!r}: v{i}" for i, k in enumerate(theirs)) + "}"
+            contenders[name, "floor"] = Contender.statement(display, **values)
+    t = {k: c.median for k, c in medians(contenders, **opts).items()}
+    rows = []
+    for name, _, _ in calls:
+        ratio = t[name, "python"] / t[name, "ours"]
+        row = [name, f"{t[name, 'ours'] * 1e9:,.0f}", f"{t[name, 'python'] * 1e9:,.0f}", f"{ratio:.2f}x"]
+        if (name, "floor") in t:
+            reach = t[name, "python"] / t[name, "floor"]
+            row += [f"{t[name, 'floor'] * 1e9:,.0f}", f"{reach:.2f}x",
+                    met(ratio >= 3) if reach >= 3 else ("met" if ratio >= 3 else "not reachable")]
+        else:
+            row += ["", "", met(ratio >= 3)]
+        rows.append(row)
+    table(["builder", "module ns", "plain Python ns", "ratio", "floor ns", "plain Python / floor", "≥ 3x"], rows)
+
+
+SIZES = (1_000, 3_000, 10_000, 30_000, 100_000, 300_000, 1_000_000, 3_000_000, 10_000_000, 30_000_000, 100_000_000)
+
+
+def rpc(result):
+    return {"jsonrpc": "2.0", "id": 1, "result": result}
+
+
+def call_result(text):
+    return {"content": [{"type": "text", "text": text}]}
+
+
+def orjson_line(v):
+    return orjson.dumps(rpc(v), option=orjson.OPT_APPEND_NEWLINE)
+
+
+def orjson_call_line(v):
+    return orjson_line(call_result(orjson.dumps(v).decode()))
+
+
+# Each function of the module timed across the sizes, with its peers in
+# plain Python (json) and in orjson: the same result, made as a server
+# would make it with them.
+SWEPT = {
+    "tool_result_text": (m.tool_result_text, ref.tool_result_text, lambda v: orjson.dumps(v).decode()),
+    "tool_result_bytes": (m.tool_result_bytes, None, orjson.dumps),
+    "_encoded_size": (m._encoded_size, ref._encoded_size, lambda v: len(orjson.dumps(v))),
+    "jsonrpc_result_line": (lambda v: m.jsonrpc_result_line(1, v), lambda v: ref.tool_result_text(rpc(v)) + "\n",
+                            lambda v: orjson_line(v).decode()),
+    "tool_call_line": (lambda v: m.tool_call_line(1, v),
+                       lambda v: ref.tool_result_text(rpc(call_result(ref.tool_result_text(v)))) + "\n",
+                       lambda v: orjson_call_line(v).decode()),
+    "tool_call_line_bytes": (lambda v: m.tool_call_line_bytes(1, v), None, orjson_call_line),
+}
+
+
+def sizes(opts):
+    print("## 5. Cost per byte from 1 KB to 100 MB\n")
+    print(f"Rows of one shape (corpus.sized_response: about 570 bytes each, a path, a line, a score, a symbol, a "
+          f"line of code with escapes, 50 to 600 characters of prose, two tags), {len(SIZES)} sizes from "
+          f"{SIZES[0]:,} to {SIZES[-1]:,} bytes, for each kind of text: the narrowest str that holds it is the "
+          f"str the module returns. For each kind all sizes and functions are timed in one run, interleaved in "
+          f"a fresh random order each round, so every size follows sizes of every kind. ns/B: median time "
+          f"over the bytes of the UTF-8 text; × json, × orjson: the peer's time over the module's (json: "
+          f"json.dumps as above; orjson: orjson.dumps, with .decode() where the module returns a str; the lines "
+          f"are made with two dumps, as a server would make them with either). Flat: the module's worst ns/B "
+          f"over its best, at most 1.5x.\n")
+    opts = dict(opts, repeats=max(3, opts["repeats"] // 3))
+    flat, beats = [], []
+    for text in corpus.TEXTS:
+        values = {size: corpus.sized_response(size, text) for size in SIZES}
+        for size, value in values.items():
+            expected = ref.tool_result_text(value)
+            check(f"tool_result_text of {size:,} bytes of {text} text", m.tool_result_text(value), expected)
+            check(f"tool_result_bytes of {size:,} bytes of {text} text", m.tool_result_bytes(value),
+                  expected.encode())
+            check(f"tool_call_line_bytes of {size:,} bytes of {text} text", m.tool_call_line_bytes(1, value),
+                  m.tool_call_line(1, value).encode())
+        contenders = {}
+        for size, value in values.items():
+            for name, fns in SWEPT.items():
+                for who, fn in zip(("ours", "json", "orjson"), fns):
+                    if fn is not None:
+                        contenders[size, name, who] = Contender(fn, value)
+        t = {k: c.median for k, c in medians(contenders, **opts).items()}
+        lengths = {size: len(m.tool_result_bytes(value)) for size, value in values.items()}
+        del values, contenders
+        print(f"### {text} text\n")
+        for group in (("tool_result_text", "tool_result_bytes", "_encoded_size"),
+                      ("jsonrpc_result_line", "tool_call_line", "tool_call_line_bytes")):
+            header, rows = ["bytes"], []
+            for name in group:
+                header += [f"{name} ns/B"] + ["× json"] * (SWEPT[name][1] is not None) + ["× orjson"]
+            for size in SIZES:
+                row = [f"{lengths[size]:,}"]
+                for name in group:
+                    ours = t[size, name, "ours"]
+                    row.append(f"{ours * 1e9 / lengths[size]:.2f}")
+                    for who in ("json", "orjson"):
+                        if (size, name, who) in t:
+                            ratio = t[size, name, who] / ours
+                            row.append(f"{ratio:.2f}")
+                            beats.append((text, name, who, size, ratio))
+                rows.append(row)
+            table(header, rows, left=0)
+        for name in SWEPT:
+            costs = [t[size, name, "ours"] / lengths[size] for size in SIZES]
+            flat.append((text, name, max(costs) / min(costs), SIZES[costs.index(max(costs))]))
+    print("Against the targets: flat at most 1.5x, at least 4x json, at least 1x orjson, at every size:\n")
+    rows = []
+    for name in SWEPT:
+        for text, n, spread, worst in flat:
+            if n != name:
+                continue
+            row = [name, text, f"{spread:.2f}x at {worst:,}", met(spread <= 1.5)]
+            for who, goal in (("json", 4), ("orjson", 1)):
+                ratios = [(r, size) for tx, n2, w, size, r in beats if tx == text and n2 == name and w == who]
+                least, at = min(ratios, default=(None, None))
+                row += ["", ""] if least is None else [f"{least:.2f}x at {at:,}", met(least >= goal)]
+            rows.append(row)
+    table(["function", "text", "worst ns/B / best", "flat", "least × json", "≥ 4x", "least × orjson", "≥ 1x"],
+          rows, left=2)
+
+
 def main():
     p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     p.add_argument("--quick", action="store_true", help="5 repetitions of 0.01 s (a smoke run)")
     p.add_argument("--no-memory", action="store_true", help="skip the 100 MB peak-memory runs")
+    p.add_argument("--no-sizes", action="store_true", help="skip the sweep of sizes from 1 KB to 100 MB")
     args = p.parse_args()
     opts = {"repeats": 5, "min_time": 0.01} if args.quick else {"repeats": 21, "min_time": 0.05}
     print(f"# kestrune_mcp_responses benchmark, {datetime.date.today()}\n")
@@ -240,6 +423,9 @@ def main():
     ask(opts)
     if not args.no_memory:
         memory()
+    builders(opts)
+    if not args.no_sizes:
+        sizes(opts)
     if MISMATCHES:
         print("!!!!! MISMATCHES between the module and plain Python:", *MISMATCHES, sep="\n  ", file=sys.stderr)
         sys.exit(1)

@@ -6,6 +6,10 @@ the garbage collector off during a repetition). Its loop count is chosen so
 that one repetition takes at least `min_time` seconds; then every repetition
 round runs each contender once, in a fresh random order.
 
+Time is the process's CPU time (user and system: page faults and the
+kernel's work count), not the wall clock: on a machine shared with others,
+the wall clock also counts the time the process waits for a CPU.
+
 `Contender.fresh` times the first call on each of many new inputs instead:
 a str caches its UTF-8 form once something asks for it (orjson does), so
 calling again on the same objects can be faster than a server, which encodes
@@ -14,14 +18,16 @@ each response once, ever sees.
 
 import random
 import statistics
+import time
 import timeit
 
 
 class Contender:
-    def __init__(self, fn, *args):
+    def __init__(self, fn, *args, **kwargs):
         names = [f"a{k}" for k in range(len(args))]
-        env = dict(zip(names, args), fn=fn)
-        self.timer = timeit.Timer(f"fn({', '.join(names)})", globals=env)
+        env = dict(zip(names, args), fn=fn) | {f"k_{k}": v for k, v in kwargs.items()}
+        call = names + [f"{k}=k_{k}" for k in kwargs]
+        self.timer = timeit.Timer(f"fn({', '.join(call)})", timer=time.process_time, globals=env)
         self.loops = 1
         self.calls = 1  # calls per loop
         self.samples = []
@@ -31,8 +37,16 @@ class Contender:
         """fn(c) once for each of `count` inputs from make(), made anew before each repetition."""
         c = cls(fn)
         c.timer = timeit.Timer("for c in copies: fn(c)", setup=f"copies = [make() for _ in range({count})]",
-                               globals={"fn": fn, "make": make})
+                               timer=time.process_time, globals={"fn": fn, "make": make})
         c.calls = count
+        return c
+
+    @classmethod
+    def statement(cls, stmt, **names):
+        """`stmt` itself, run as timeit runs it, with `names` as its local variables."""
+        c = cls(None)
+        setup = "; ".join(f"{k} = _names[{k!r}]" for k in names) or "pass"
+        c.timer = timeit.Timer(stmt, setup=setup, timer=time.process_time, globals={"_names": names})
         return c
 
     def calibrate(self, min_time):

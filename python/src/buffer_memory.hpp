@@ -39,20 +39,25 @@ inline void advise_huge(char* begin, char* end) noexcept {
 #endif
 }
 
-/// moved_by_hand: copies `size` bytes of a buffer at `from` to its larger
-/// successor at `to`; with `give_back` (`from` is itself a buffer of
-/// kHugeFrom bytes or more, freed next), gives back the pages of `from` as
-/// they are copied, so that the text is not held twice. Buffers from
-/// kHugeFrom on are not grown by realloc: it would remap a block that
-/// advise_huge split, which the kernel refuses, and the allocator would then
-/// copy it while holding it twice.
-inline void moved_by_hand(char* to, char* from, std::size_t size, [[maybe_unused]] bool give_back) noexcept {
+/// kGiveBackFrom: the size from which the C library maps a block apart,
+/// whatever it has seen (its largest threshold), and unmaps it when freed.
+inline constexpr std::size_t kGiveBackFrom = std::size_t{32} << 20;
+
+/// moved_by_hand: copies `size` bytes of a buffer of `capacity` bytes at
+/// `from` to its larger successor at `to`. From kGiveBackFrom on, the pages
+/// of `from` (freed next, and unmapped then anyway) are given back as they
+/// are copied, so that a large text is not held twice; a smaller buffer may
+/// live in the allocator's heap, whose pages the next text reuses warm.
+/// Buffers from kHugeFrom on are not grown by realloc: it would remap a
+/// block that advise_huge split, which the kernel refuses, and the
+/// allocator would then copy it while holding it twice.
+inline void moved_by_hand(char* to, char* from, std::size_t size, [[maybe_unused]] std::size_t capacity) noexcept {
   constexpr std::size_t step = std::size_t{8} << 20;
   for (std::size_t done = 0; done < size; done += step) {
     const std::size_t n = std::min(step, size - done);
     std::memcpy(to + done, from + done, n);
 #if defined(MADV_DONTNEED)
-    if (give_back) advise_pages(from + done, from + done + n, 4096, MADV_DONTNEED);
+    if (capacity >= kGiveBackFrom) advise_pages(from + done, from + done + n, 4096, MADV_DONTNEED);
 #endif
   }
 }

@@ -64,7 +64,7 @@ void StrSink::relocate(std::size_t units, Kind k) {
     auto* data = static_cast<char*>(PyUnicode_DATA(fresh));
     if (bytes >= kHugeFrom) advise_huge(data, data + bytes);
     if (to_width == width_) {
-      moved_by_hand(data, begin_, size(), capacity() >= kHugeFrom);
+      moved_by_hand(data, begin_, size(), capacity());
     } else if (to_width == 2) {
       widened(begin_, width_, reinterpret_cast<Py_UCS2*>(data), count);
     } else {

@@ -18,7 +18,7 @@ void Utf8Sink::grow(std::size_t n) {
     if (fresh == nullptr) throw NoMemory{};
     char* data = PyBytes_AS_STRING(fresh);
     if (capacity >= kHugeFrom) advise_huge(data, data + capacity);
-    moved_by_hand(data, begin_, size, old_capacity >= kHugeFrom);
+    moved_by_hand(data, begin_, size, old_capacity);
     Py_XDECREF(bytes_);
     bytes_ = fresh;
   }

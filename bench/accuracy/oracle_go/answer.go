@@ -102,7 +102,17 @@ func (o *oracle) response() response {
 		case o.defined[i]:
 			a.Definition = &location{q.File, q.Line}
 			a.Doc = o.docOf(f, q.Line, q.Name)
-			refs = o.refs[i]
+			// Two definitions of one name on one line (a method and its
+			// parameter) are told apart by the query's column when it is one.
+			refs = o.refs[i][q.Column]
+			if refs == nil {
+				refs = map[location]bool{}
+				for _, set := range o.refs[i] {
+					for l := range set {
+						refs[l] = true
+					}
+				}
+			}
 		}
 		for _, l := range sortedLocations(refs) {
 			if l.File == q.File && l.Line == q.Line {

@@ -233,7 +233,10 @@ func (o *oracle) record(info *types.Info) {
 		k := defKey{drel, d.Line, obj.Name()}
 		at := location{rel, p.Line}
 		for _, q := range o.want[k] {
-			o.refs[q][at] = true
+			if o.refs[q][d.Column] == nil {
+				o.refs[q][d.Column] = map[location]bool{}
+			}
+			o.refs[q][d.Column][at] = true
 		}
 		if o.uses != nil && o.topLevel(obj, d.Filename) {
 			o.uses[useKey{k, at}] = true

@@ -6,6 +6,10 @@
 // from GOROOT and GOPATH (/usr/share/gocode, where Debian installs Go
 // source packages); it runs nothing and needs no network.
 //
+// A query names a definition by file, line and name; its column (1-based,
+// in bytes, as go/token counts) tells apart two definitions of one name on
+// one line, and is not needed otherwise.
+//
 //	oracle_go < request.json > answer.json
 package main
 
@@ -116,7 +120,7 @@ type oracle struct {
 
 	want      map[defKey][]int
 	defined   []bool
-	refs      []map[location]bool
+	refs      []map[int]map[location]bool // per query, by the column of the definition used
 	outlines  map[string]map[[2]interface{}]bool
 	bodies    map[string][][2]token.Pos
 	importsOf map[string]map[location]bool // package folder -> import lines naming it
@@ -141,11 +145,11 @@ func newOracle(req request) *oracle {
 		outlines: map[string]map[[2]interface{}]bool{}, bodies: map[string][][2]token.Pos{},
 		importsOf: map[string]map[location]bool{}}
 	o.defined = make([]bool, len(req.Queries))
-	o.refs = make([]map[location]bool, len(req.Queries))
+	o.refs = make([]map[int]map[location]bool, len(req.Queries))
 	for i, q := range req.Queries {
 		k := defKey{q.File, q.Line, q.Name}
 		o.want[k] = append(o.want[k], i)
-		o.refs[i] = map[location]bool{}
+		o.refs[i] = map[int]map[location]bool{}
 	}
 	for _, f := range req.OutlineFiles {
 		o.outlines[f] = map[[2]interface{}]bool{}

@@ -75,7 +75,7 @@ import sys
 import tokenize
 from inspect import cleandoc
 
-Name, Attribute, Call, Subscript, Constant = ast.Name, ast.Attribute, ast.Call, ast.Subscript, ast.Constant
+Name, Attribute, Call, Subscript, Constant, Await = ast.Name, ast.Attribute, ast.Call, ast.Subscript, ast.Constant, ast.Await
 CALL = "()"
 INDEX = "[]"
 SUPER = "super()"
@@ -141,7 +141,8 @@ class ClassInfo:
 class Source:
     """One file: what pass 1 kept of it."""
 
-    __slots__ = ("path", "module", "package", "error", "lines", "doc", "symbols", "scopes", "uses", "all_names")
+    __slots__ = ("path", "module", "package", "error", "lines", "doc", "symbols", "scopes", "uses", "bounds",
+                 "all_names")
 
     def __init__(self, path):
         self.path = path
@@ -152,7 +153,8 @@ class Source:
         self.doc = None
         self.symbols = []
         self.scopes = []
-        self.uses = []
+        self.uses = []  # (scope, import level, kind, name, line, name, line...): kind 0 a chain, 1-3 an import
+        self.bounds = []  # for each use of kind 0, the scope its first name is bound in
         self.all_names = None
 
     def binding_scope(self, scope, name):
@@ -197,12 +199,14 @@ def summarize(path, data):
         Summarizer(source, lines).module(tree)
     except SyntaxError as e:
         return failed(source, f"syntax error: {e.msg} (line {e.lineno})")
-    except (ValueError, TypeError) as e:
+    except ValueError as e:
         return failed(source, f"cannot parse: {e}")
     except RecursionError:
         return failed(source, "nested too deeply to analyze")
     except MemoryError:
         return failed(source, "too large to analyze")
+    except Exception as e:  # a fault of this analyzer on one file costs only that file
+        return failed(source, f"analyzer error: {e!r}")
     return source
 
 
@@ -211,6 +215,7 @@ def failed(source, error):
     source.symbols = []
     source.scopes = [Scope("module", "", None, None)]
     source.uses = []
+    source.bounds = []
     return source
 
 
@@ -281,13 +286,6 @@ def unwind(node):
             return None, inner, node
     parts.reverse()
     return tuple(parts), inner, None
-
-
-def value_chain(node):
-    """The chain of a value, or None."""
-    if type(node) is ast.Await:
-        node = node.value
-    return unwind(node)[0]
 
 
 def string_annotation(node):
@@ -408,8 +406,22 @@ class Summarizer:
     def bind(self, name, binding, scope=None):
         s = self.scopes[self.scope if scope is None else scope]
         if s.declared and name in s.declared:
+            if s.declared[name] == "global":
+                self.bind_global(name, binding)
             return
         s.names.setdefault(name, []).append(binding)
+
+    def bind_global(self, name, binding):
+        """A def binding a global binds it in the module once it has run: an
+        import (a lazy module __getattr__), or a variable (no value read: it
+        would be read in the def's scope)."""
+        if binding.kind == VAR:
+            binding = Binding(VAR, binding.line, True, name)
+        elif binding.kind in (IMPORT, FROM):
+            binding.cond = True
+        else:
+            return
+        self.scopes[0].names.setdefault(name, []).append(binding)
 
     def level_scope(self):
         """The scope a walrus binds in: the nearest that is no comprehension."""
@@ -479,8 +491,7 @@ class Summarizer:
 
     def s_return(self, node):
         if node.value is not None:
-            self.expr(node.value)
-            chain = value_chain(node.value)
+            chain = self.value(node.value)
             if chain is not None and self.returns:
                 self.returns[-1].append(chain)
 
@@ -494,22 +505,19 @@ class Summarizer:
     def s_class(self, node):
         for d in node.decorator_list:
             self.expr(d)
-        for b in node.bases:
-            self.expr(b)
+        bases = tuple(c for c in map(self.value, node.bases) if c is not None)
         for k in node.keywords:
             self.expr(k.value)
         qual = self.child_qual(node.name)
         start = node.decorator_list[0].lineno if node.decorator_list else node.lineno
         entry = self.symbol(qual, node.name, "class", start, node.end_lineno, None, ast.get_docstring(node))
         scope = self.push("class", qual, (qual, "class", entry[7]))
-        bases = tuple(c for c in map(value_chain, node.bases) if c is not None)
         self.scopes[scope].cls = ClassInfo(scope, self.scope, qual, bases, node.lineno)
         self.bind(node.name, Binding(CLASS, node.body[0].lineno, self.cond > 0, qual, value=scope))
         self.enter(scope, lambda n: self.body(n.body), node)
 
     def s_assign(self, node):
-        self.expr(node.value)
-        value = value_chain(node.value)
+        value = self.value(node.value)
         symbols = []
         for target in node.targets:
             symbols += self.target(target, node, value, None)
@@ -519,15 +527,12 @@ class Summarizer:
 
     def s_annassign(self, node):
         self.annotation(node.annotation)
-        if node.value is not None:
-            self.expr(node.value)
+        value = self.value(node.value) if node.value is not None else None
+        symbols = self.target(node.target, node, value, type_chain_of(node.annotation))
         if isinstance(node.target, ast.Name):
-            value = value_chain(node.value) if node.value is not None else None
-            self.last_symbols = self.target(node.target, node, value, type_chain_of(node.annotation))
+            self.last_symbols = symbols
             if self.is_all(node.target) and node.value is not None:
                 self.set_all(static_names(node.value), replace=True)
-        else:
-            self.target(node.target, node, None, type_chain_of(node.annotation))
 
     def s_augassign(self, node):
         self.expr(node.value)
@@ -664,7 +669,7 @@ class Summarizer:
             chain = []
             for part in parts:
                 chain += (part, line)
-            self.raw_uses.append((self.scope, 1, 0, tuple(chain)))
+            self.raw_uses.append((self.scope, 0, 1, *chain))
             if alias.asname:
                 self.bind(alias.asname, Binding(IMPORT, node.end_lineno, self.cond > 0, value=alias.name, flags=True))
             else:
@@ -680,9 +685,9 @@ class Summarizer:
             if alias.name == "*":
                 scope = self.scopes[self.scope]
                 scope.stars = (scope.stars or []) + [(module, node.level)]
-                self.raw_uses.append((self.scope, 2, node.level, tuple(chain)))
+                self.raw_uses.append((self.scope, node.level, 2, *chain))
                 continue
-            self.raw_uses.append((self.scope, 3, node.level, tuple(chain) + (alias.name, line)))
+            self.raw_uses.append((self.scope, node.level, 3, *chain, alias.name, line))
             binding = Binding(FROM, node.end_lineno, self.cond > 0, value=module, flags=(node.level, alias.name))
             self.bind(alias.asname or alias.name, binding)
 
@@ -697,6 +702,7 @@ class Summarizer:
     def s_delete(self, node):
         for target in node.targets:
             if isinstance(target, ast.Name):
+                self.use(target.id, target.lineno)
                 if self.scopes[self.scope].kind == "function":
                     self.bind(target.id, Binding(OTHER, node.lineno, True))
             else:
@@ -811,12 +817,12 @@ class Summarizer:
     # -- expressions
 
     def use(self, name, line):
-        self.raw_uses.append((self.scope, 0, 0, (name, line)))
+        self.raw_uses.append((self.scope, 0, 0, name, line))
 
     def expr(self, node):
         t = type(node)
         if t is Name:
-            self.raw_uses.append((self.scope, 0, 0, (node.id, node.lineno)))
+            self.raw_uses.append((self.scope, 0, 0, node.id, node.lineno))
         elif t is Attribute or t is Call or t is Subscript:
             self.chain(node)
         elif t is not Constant:
@@ -832,7 +838,7 @@ class Summarizer:
             for item in value if type(value) is list else (value,):
                 t = type(item)
                 if t is Name:
-                    self.raw_uses.append((self.scope, 0, 0, (item.id, item.lineno)))
+                    self.raw_uses.append((self.scope, 0, 0, item.id, item.lineno))
                 elif t is not Constant and item is not None:
                     self.expr(item)
 
@@ -844,7 +850,27 @@ class Summarizer:
         if rest is not None:
             self.expr(rest)
         else:
-            self.raw_uses.append((self.scope, 0, 0, chain))
+            self.raw_uses.append((self.scope, 0, 0) + chain)
+        self.arguments(inner)
+        return chain
+
+    def value(self, node):
+        """Visits an expression; gives its chain when it is one."""
+        t = type(node)
+        if t is Await:
+            node = node.value
+            t = type(node)
+        if t is Name:
+            chain = (node.id, node.lineno)
+            self.raw_uses.append((self.scope, 0, 0) + chain)
+            return chain
+        if t is Attribute or t is Call or t is Subscript:
+            return self.chain(node)
+        self.expr(node)
+        return None
+
+    def arguments(self, inner):
+        """The arguments of a chain's calls and its subscripts' indexes."""
         for node in inner:
             if type(node) is Subscript:
                 self.expr(node.slice)
@@ -900,13 +926,14 @@ class Summarizer:
         """Keeps the uses that can mean a definition of the tree, each with
         the scope its first name is bound in."""
         source, scopes = self.source, self.scopes
-        uses = source.uses
+        uses, bounds = source.uses, source.bounds
         bound_in = {}  # (scope, name) -> the scope binding it, None when nothing the tree defines can be meant
-        for scope, kind, level, chain in self.raw_uses:
+        for use in self.raw_uses:
+            scope, _, kind, name = use[:4]
             if kind:
-                uses.append((scope, level, kind) + chain)
+                uses.append(use)
+                bounds.append(None)
                 continue
-            name = chain[0]
             key = (scope, name)
             if key in bound_in:
                 bound = bound_in[key]
@@ -914,7 +941,8 @@ class Summarizer:
                 bound = scope if name == SUPER else self.meaningful_scope(scope, name)
                 bound_in[key] = bound
             if bound is not None:
-                uses.append((scope, bound, 0) + chain)
+                uses.append(use)
+                bounds.append(bound)
         for scope in scopes:
             if scope.kind in ("module", "class"):
                 continue
@@ -1065,14 +1093,12 @@ class Layout:
 
 
 def visible(bindings, use_line):
-    """The bindings a use sees: those before it when it is in their scope,
-    from the last unconditional one on."""
-    if len(bindings) == 1:
-        return bindings
+    """The bindings a use sees, from the last unconditional one on: those
+    before it when it is in their scope (none when none is), else all."""
     if use_line is not None:
-        before = [b for b in bindings if b.line < use_line]
-        if before:
-            bindings = before
+        bindings = [b for b in bindings if b.line < use_line]
+    if len(bindings) < 2:
+        return bindings
     for i in range(len(bindings) - 1, -1, -1):
         if not bindings[i].cond:
             return bindings[i:]
@@ -1109,9 +1135,10 @@ class Resolver:
             prefix = source.module + "."
             self.fqns.update(prefix + entry[0] for entry in source.symbols)
         self.targets_memo = {}
-        self.attr_memo = {}
+        self.module_attr_memo = {}
         self.attribute_memo = {}
         self.returns_memo = {}
+        self.lookup_memo = {}
         self.absolute_memo = {}
         self.exports_memo = {}
 
@@ -1123,7 +1150,7 @@ class Resolver:
         nearest first."""
         folder = parent_dir(source.path)
         script = not self.layout.is_package(folder)
-        key = (folder if script else None, dotted)
+        key = (folder, dotted)
         if key in self.absolute_memo:
             return self.absolute_memo[key]
         found = None
@@ -1142,7 +1169,7 @@ class Resolver:
         for root in self.layout.roots:
             path = self.layout.file_of(root, dotted)
             if path is not None:
-                shared = len(os_commonpath(root, folder))
+                shared = len(shared_folders(root, folder))
                 if best is None or shared > best[0]:
                     best = (shared, self.by_path[path].module)
         return best[1] if best else None
@@ -1161,8 +1188,9 @@ class Resolver:
         return (module if module in self.modules else None, ("mod", module))
 
     def module_attr(self, module, name):
+        """What the module binds `name` to (its submodules aside)."""
         key = (module, name)
-        memo = self.attr_memo
+        memo = self.module_attr_memo
         if key in memo:
             return memo[key]
         memo[key] = []  # a cycle of imports finds nothing more
@@ -1173,9 +1201,6 @@ class Resolver:
                 found += self.targets(source, 0, visible(bindings, None))
             elif source.scopes[0].stars:
                 found += self.star_lookup(source, name)
-        submodule = module + "." + name
-        if not found and (submodule in self.modules or submodule in self.namespaces):
-            found = [self.module_target(submodule)]
         memo[key] = found = unique(found)
         return found
 
@@ -1199,7 +1224,7 @@ class Resolver:
         for star, level in reversed(source.scopes[0].stars or ()):
             module = self.relative(source, star, level)
             if module is not None and name in self.exports(module):
-                return self.module_attr(module, name)
+                return self.imported(module, name)
         return []
 
     # -- names and bindings
@@ -1214,7 +1239,27 @@ class Resolver:
         if bound == -1:
             return self.star_lookup(source, name)
         bindings = source.scopes[bound].names[name]
-        return self.targets(source, bound, visible(bindings, use_line if bound == scope else None))
+        if bound == scope and use_line is not None and (len(bindings) > 1 or bindings[0].line >= use_line):
+            return self.before_use(source, scope, name, bindings, use_line)
+        key = (source, bound, name)  # what the name means from any other scope: the same for every use
+        found = self.lookup_memo.get(key)
+        if found is None:
+            found = self.lookup_memo[key] = self.targets(source, bound, visible(bindings, None))
+        return found
+
+    def before_use(self, source, scope, name, bindings, use_line):
+        """A name used in the scope that binds it: the bindings before the
+        use; with none, a module or class body reads the name from further
+        out (`x = x`), a function a binding of a later pass of a loop."""
+        seen = visible(bindings, use_line)
+        if seen:
+            return self.targets(source, scope, seen)
+        s = source.scopes[scope]
+        if s.kind == "module":
+            return self.star_lookup(source, name) if s.stars else []
+        if s.kind == "class":
+            return self.lookup(source, s.parent, name, None)
+        return self.targets(source, scope, visible(bindings, None))
 
     def targets(self, source, scope, bindings):
         if len(bindings) == 1:
@@ -1258,10 +1303,17 @@ class Resolver:
         module = self.relative(source, binding.value, level)
         if module is None:
             return []
+        return self.imported(module, name)
+
+    def imported(self, module, name):
+        """What `from module import name` binds: the module's attribute, else
+        its submodule (also when the attribute is this very import, met again
+        in a cycle: `from . import sub` in a package's __init__)."""
+        found = self.module_attr(module, name)
         submodule = module + "." + name
-        if submodule in self.modules:
-            return [self.module_target(submodule)]
-        return self.module_attr(module, name)
+        if not found and (submodule in self.modules or submodule in self.namespaces):
+            found = [self.module_target(submodule)]
+        return found
 
     def infer_var(self, source, scope, binding):
         if binding.annot:
@@ -1286,19 +1338,19 @@ class Resolver:
 
     # -- chains
 
-    def evaluate(self, source, scope, chain, use_line, emit=None, bound=None):
-        """What a chain stands for, step by step; `emit` is told of every
-        definition a step names."""
-        name, line = chain[0], chain[1]
+    def evaluate(self, source, scope, chain, use_line, emit=None, bound=None, start=0):
+        """What a chain (from chain[start] on) stands for, step by step;
+        `emit` is told of every definition a step names."""
+        name, line = chain[start], chain[start + 1]
         if name == SUPER:
             current = [(None, e) for e in self.super_of(source, scope)]
         elif bound is not None:
             current = self.lookup_in(source, bound, scope, name, use_line)
         else:
             current = self.lookup(source, scope, name, use_line)
-        i = 0
+        i = start
         size = len(chain)
-        while True:
+        while current:
             step = chain[i + 2] if i + 2 < size else None
             if emit is not None:
                 usage = "call" if step == CALL else "reference"
@@ -1320,6 +1372,7 @@ class Resolver:
                 for e in entities:
                     found += self.attribute(e, step)
             current = unique(found)
+        return []
 
     def call(self, entity):
         kind = entity[0]
@@ -1361,7 +1414,7 @@ class Resolver:
     def attribute_of(self, entity, name):
         kind = entity[0]
         if kind == "mod":
-            return self.module_attr(entity[1], name)
+            return self.imported(entity[1], name)
         if kind == "cls":
             return self.member(entity[1], name, 0, False)
         if kind == "inst":
@@ -1435,11 +1488,11 @@ class Resolver:
     def references(self, source):
         self.found = {}
         scopes = source.scopes
-        for use in source.uses:
-            scope, bound, kind = use[0], use[1], use[2]
+        for use, bound in zip(source.uses, source.bounds):
+            scope = use[0]
             self.caller = scopes[scope].caller
-            if kind == 0:
-                self.evaluate(source, scope, use[3:], use[4], self.emit, bound)
+            if use[2] == 0:
+                self.evaluate(source, scope, use, use[4], self.emit, bound, 3)
             else:
                 self.import_use(source, use, self.emit)
         module = source.module
@@ -1474,9 +1527,7 @@ class Resolver:
         base = current if modules else self.relative(source, "", level)
         if base is None:
             return
-        submodule = base + "." + names[-1]
-        found = [self.module_target(submodule)] if submodule in self.modules else self.module_attr(base, names[-1])
-        for fqn, _ in found:
+        for fqn, _ in self.imported(base, names[-1]):
             if fqn is not None:
                 emit(fqn, lines[-1], "import")
 
@@ -1499,6 +1550,8 @@ class Resolver:
                 refs = self.references(source)
             except RecursionError:
                 error = "nested too deeply to resolve"
+            except Exception as e:  # a fault of this analyzer on one file costs only that file
+                error = f"analyzer error: {e!r}"
         return {"_type": "file", "path": source.path, "module": module, "error": error,
                 "symbols": symbols, "references": refs}
 
@@ -1506,7 +1559,7 @@ class Resolver:
 USAGE_RANK = {"reference": 0, "call": 1, "import": 2}
 
 
-def os_commonpath(a, b):
+def shared_folders(a, b):
     """The folders two paths share, from the top."""
     shared = []
     for x, y in zip(a.split("/"), b.split("/")):
@@ -1520,7 +1573,7 @@ def c3_merge(sequences):
     """C3 linearization of the bases' orders; their plain concatenation
     without repeats when there is none."""
     sequences = [list(s) for s in sequences if s]
-    fallback = unique_all(c for s in sequences for c in s)
+    fallback = list(dict.fromkeys(c for s in sequences for c in s))
     result = []
     while sequences:
         for seq in sequences:
@@ -1533,10 +1586,6 @@ def c3_merge(sequences):
         sequences = [[c for c in s if c is not head] for s in sequences]
         sequences = [s for s in sequences if s]
     return result
-
-
-def unique_all(items):
-    return list(dict.fromkeys(items))
 
 
 # ---------------------------------------------------------------------------

@@ -29,7 +29,6 @@ import (
 	"fmt"
 	"io"
 	"os"
-	"runtime/debug"
 )
 
 // The largest file and the most bytes in all that the analyzer accepts: more
@@ -93,8 +92,6 @@ func truncate(s string, n int) string {
 }
 
 func main() {
-	// The trees are large and the analyzer short-lived: fewer collections.
-	debug.SetGCPercent(200)
 	files, err := readRequests(bufio.NewReaderSize(os.Stdin, 1<<20))
 	if err != nil {
 		fmt.Fprintln(os.Stderr, "go_analyzer:", err)

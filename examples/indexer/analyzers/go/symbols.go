@@ -274,15 +274,27 @@ func (prog *program) declare() {
 			}
 		}
 	}
+	// A method belongs to its type's declaration in the same file when the
+	// type is declared once per GOOS or GOARCH, else to every declaration.
 	for p, list := range byPkg {
 		for _, m := range list {
+			var types, sameFile []*object
 			for _, t := range p.scope[m.recv] {
 				if t.isType {
-					if t.methods == nil {
-						t.methods = map[string][]*object{}
+					types = append(types, t)
+					if t.file == m.obj.file {
+						sameFile = append(sameFile, t)
 					}
-					t.methods[m.obj.name] = append(t.methods[m.obj.name], m.obj)
 				}
+			}
+			if len(sameFile) > 0 {
+				types = sameFile
+			}
+			for _, t := range types {
+				if t.methods == nil {
+					t.methods = map[string][]*object{}
+				}
+				t.methods[m.obj.name] = append(t.methods[m.obj.name], m.obj)
 			}
 		}
 	}

@@ -1,5 +1,10 @@
 package main
 
+import (
+	"path"
+	"strings"
+)
+
 // The types an expression may have, as far as names written in the source
 // tell them without a type checker: enough to find the field or method a
 // selector names. nil stands for a type not known.
@@ -73,8 +78,8 @@ func (prog *program) underlying(t typ) typ {
 // member finds what x.name selects when x has type t: a method of t, a
 // field, or a field or method promoted from an embedded field at the
 // shallowest depth, as Go selects.
-func (prog *program) member(t typ, name string) *field {
-	level := variants(deref(t))
+func (prog *program) member(t typ, name string, from *srcFile) *field {
+	level := variants(deref(t), from)
 	seen := map[*object]bool{}
 	for depth := 0; len(level) > 0 && depth < 16; depth++ {
 		var next []typ
@@ -95,7 +100,7 @@ func (prog *program) member(t typ, name string) *field {
 						return f
 					}
 					if f.embedded {
-						next = append(next, variants(deref(f.t))...)
+						next = append(next, variants(deref(f.t), from)...)
 					}
 				}
 			case *ifaceT:
@@ -110,17 +115,52 @@ func (prog *program) member(t typ, name string) *field {
 }
 
 // variants gives a defined type with each of its declarations: a type
-// declared once per GOOS or GOARCH may hold different fields in each.
-func variants(t typ) []typ {
+// declared once per GOOS or GOARCH may hold different fields and methods in
+// each. The one declared in the file from which it is used comes first, then
+// those of files for the same GOOS.
+func variants(t typ, from *srcFile) []typ {
 	n, ok := t.(*namedT)
 	if !ok || len(n.obj.variants) < 2 {
 		return []typ{t}
 	}
-	out := make([]typ, len(n.obj.variants))
-	for i, o := range n.obj.variants {
-		out[i] = o.named()
+	goos := fileGOOS(from)
+	rank := func(o *object) int {
+		switch {
+		case o.file == from:
+			return 0
+		case goos != "" && fileGOOS(o.file) == goos:
+			return 1
+		}
+		return 2
+	}
+	out := make([]typ, 0, len(n.obj.variants))
+	for r := 0; r < 3; r++ {
+		for _, o := range n.obj.variants {
+			if rank(o) == r {
+				out = append(out, o.named())
+			}
+		}
 	}
 	return out
+}
+
+var knownGOOS = map[string]bool{"aix": true, "android": true, "darwin": true, "dragonfly": true, "freebsd": true,
+	"illumos": true, "ios": true, "js": true, "linux": true, "netbsd": true, "openbsd": true, "plan9": true,
+	"solaris": true, "windows": true, "zos": true}
+
+// fileGOOS is the GOOS a file's name is for (x_linux.go, x_linux_arm64.go), or "".
+func fileGOOS(f *srcFile) string {
+	if f == nil {
+		return ""
+	}
+	name := strings.TrimSuffix(strings.TrimSuffix(path.Base(f.path), ".go"), "_test")
+	parts := strings.Split(name, "_")
+	for i := len(parts) - 1; i >= 1 && i >= len(parts)-2; i-- {
+		if knownGOOS[parts[i]] {
+			return parts[i]
+		}
+	}
+	return ""
 }
 
 // ifaceMethod finds a method of an interface, its embedded ones included.

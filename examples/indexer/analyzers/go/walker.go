@@ -508,7 +508,7 @@ func (w *walker) selector(x *ast.SelectorExpr) typ {
 		return nil
 	case *typeOf:
 		// A method expression: T.M or (*T).M.
-		if m := w.prog.member(t.t, name); m != nil {
+		if m := w.prog.member(t.t, name, w.f); m != nil {
 			w.useIdent(x.Sel, m.fqn, true)
 			return m.t
 		}
@@ -516,7 +516,7 @@ func (w *walker) selector(x *ast.SelectorExpr) typ {
 	case nil:
 		return nil
 	default:
-		if m := w.prog.member(t, name); m != nil {
+		if m := w.prog.member(t, name, w.f); m != nil {
 			w.useIdent(x.Sel, m.fqn, true)
 			return m.t
 		}
@@ -594,7 +594,7 @@ func (w *walker) elements(x *ast.CompositeLit, t typ) {
 	// A type declared once per GOOS may be a struct in some declarations only.
 	var structs []*structT
 	var u typ
-	for _, v := range variants(deref(t)) {
+	for _, v := range variants(deref(t), w.f) {
 		vu := w.prog.underlying(v)
 		if st, ok := vu.(*structT); ok {
 			structs = append(structs, st)
