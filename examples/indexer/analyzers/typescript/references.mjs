@@ -60,7 +60,7 @@ export function references(file, resolver) {
       case K.IndexedAccessType: {
         const index = node.indexType;
         if (ts.isLiteralTypeNode(index) && ts.isStringLiteral(index.literal)) {
-          const base = resolver.type(node.objectType, scope);
+          const base = resolver.type(node.objectType, scope, 0, true);  // a type parameter here has its constraint
           emit(resolver.member(base, index.literal.text), index, "reference", caller);
         }
         break;

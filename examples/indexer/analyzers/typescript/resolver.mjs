@@ -5,7 +5,7 @@
 import ts from "./ts.mjs";
 
 import { Alias, Import, Local, NS, Sym, TYPE, VALUE, memberName } from "./binder.mjs";
-import { Bound, ModuleRef, kDeepest, unbound } from "./entities.mjs";
+import { Bound, Held, ModuleRef, kDeepest, unbound } from "./entities.mjs";
 import { resolveSpecifier } from "./modules.mjs";
 import { typing } from "./typing.mjs";
 
@@ -94,6 +94,7 @@ export class Resolver {
     if (!t || depth > kDeepest) return null;
     if (t instanceof ModuleRef) return { module: t.file };
     if (t instanceof Local) return this.localType(t, depth + 1);
+    if (t instanceof Held) return t.entity;
     const sym = unbound(t);
     if (!(sym instanceof Sym)) return null;
     if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isEnumDeclaration(n) || ts.isModuleDeclaration(n) ||
@@ -108,15 +109,17 @@ export class Resolver {
     if (entity.module) return this.exported(entity.module, name, depth + 1);
     if (entity.parts) {
       // A member declared once among the parts is that declaration's; one
-      // that several declare is the union's or intersection's own.
+      // that several declare is the union's or intersection's own. (Code
+      // uses a member that only some parts of a union have where it has
+      // narrowed the union to them.)
       const found = new Map();
       for (const p of entity.parts) {
         const m = this.member(p, name, depth + 1);
         if (m) found.set(unbound(m), m);
-        else if (entity.union) return null;
       }
       return found.size === 1 ? [...found.values()][0] : null;
     }
+    if (entity.index) return new Held(entity.index);
     if (entity.literal) {
       const m = entity.literal.members.find((n) => memberName(n.name) === name);
       if (!m) return null;

@@ -18,6 +18,10 @@ const kHolders = {
   Readonly: "same", Partial: "same", Required: "same", NonNullable: "same",
 };
 
+// Array methods that take elements: their arguments are expected to be elements.
+const kAdds = new Set(["push", "unshift"]);
+
+const isLiteral = (node) => ts.isStringLiteralLike(node) || ts.isNumericLiteral(node);
 const hasModifier = (node, kind) => !!node.modifiers?.some((m) => m.kind === kind);
 const isThisParameter = (p) => p.name && ts.isIdentifier(p.name) && p.name.text === "this";
 const ownParameters = (fn) => fn.parameters.filter((p) => !isThisParameter(p));
@@ -61,14 +65,20 @@ export const typing = {
   },
 
   // parameterType: the type of a parameter without an annotation, from the
-  // function type its function is expected to have.
+  // function type its function is expected to have. The function implements
+  // that signature's own type parameters: in it they have their constraints.
   parameterType(param, depth) {
     const fn = param.parent;
     if (!kFunctionLike.has(fn.kind)) return null;
     const expected = this.contextual(fn, depth + 1);
-    const declared = expected?.signature && ownParameters(expected.signature)[ownParameters(fn).indexOf(param)];
+    const signature = expected?.signature;
+    const declared = signature && ownParameters(signature)[ownParameters(fn).indexOf(param)];
     if (!declared?.type) return null;
-    return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, false, expected.args);
+    const scope = this.scopeOf(this.fileOfNode(signature), signature, true);
+    const args = new Map(expected.args ?? []);
+    for (const p of signature.typeParameters ?? [])
+      if (!args.has(p) && p.constraint) args.set(p, { node: p.constraint, scope, args, within: true });
+    return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, false, args);
   },
 
   // elementType: what a name of an object pattern holds: the member of the value taken apart.
@@ -106,6 +116,25 @@ export const typing = {
    */
   contextual(expr, depth = 0) {
     if (depth > kDeepest) return null;
+    const expected = this.expected(expr, depth);
+    return expected?.parts && ts.isObjectLiteralExpression(expr) ? this.discriminated(expected, expr, depth) : expected;
+  },
+
+  // discriminated: the parts of a union an object literal can be, by the
+  // literal values it gives to members the parts declare with literal types
+  // (`{ code: "too_small", ... }` of `A | B`), as TypeScript reads it.
+  discriminated(union, object, depth) {
+    const given = object.properties.filter((p) => ts.isPropertyAssignment(p) && isLiteral(p.initializer));
+    const fits = (part) => given.every((p) => {
+      const declared = unbound(this.member(part, memberName(p.name), depth + 1))?.nodes?.[0]?.type;
+      const literals = declared && (ts.isUnionTypeNode(declared) ? declared.types : [declared]);
+      return !literals?.every((t) => ts.isLiteralTypeNode(t)) || literals.some((t) => t.literal.text === p.initializer.text);
+    });
+    const parts = union.parts.filter(fits);
+    return parts.length === 1 ? parts[0] : parts.length ? { ...union, parts } : union;
+  },
+
+  expected(expr, depth) {
     const p = expr.parent;
     const file = this.fileOfNode(expr);
     const typeAt = (t, at) => this.type(t, this.scopeOf(file, at), depth + 1);
@@ -139,6 +168,10 @@ export const typing = {
       case K.CallExpression:
       case K.NewExpression: {
         const i = p.arguments?.indexOf(expr) ?? -1;
+        if (i >= 0 && ts.isPropertyAccessExpression(p.expression) && kAdds.has(p.expression.name.text)) {
+          const array = this.value(p.expression.expression, this.scopeOf(file, p), file, depth + 1);
+          if (array?.element) return array.element;
+        }
         const called = i < 0 ? null : this.signatureCalled(p, i, depth + 1);
         const param = called && ownParameters(called.signature)[i];
         if (!param?.type || param.dotDotDotToken) return null;
@@ -176,7 +209,9 @@ export const typing = {
       // A value whose type has a call (or construct) signature: `Class: new (def: D) => T`.
       const entity = this.entityOf(callee, depth + 1);
       const kind = ts.isNewExpression(call) ? K.ConstructSignature : K.CallSignature;
-      signature = entity?.signature ?? entity?.literal?.members.find((m) => m.kind === kind) ?? null;
+      const members = entity?.literal?.members ?? entity?.sym?.nodes.flatMap((n) =>
+        ts.isInterfaceDeclaration(n) ? n.members : ts.isTypeAliasDeclaration(n) && ts.isTypeLiteralNode(n.type) ? n.type.members : []);
+      signature = entity?.signature ?? members?.find((m) => m.kind === kind) ?? null;
       if (entity?.signature && ts.isNewExpression(call) !== ts.isConstructorTypeNode(entity.signature)) signature = null;
       args = entity?.args ?? null;
       if (signature && !fits(signature)) signature = null;
@@ -259,6 +294,10 @@ export const typing = {
           if (within && t.node.constraint)
             return this.type(t.node.constraint, this.scopeOf(this.fileOfNode(t.node), t.node), depth + 1, within);
           return null;
+        }
+        if (!t && ts.isIdentifier(name) && name.text === "Record" && node.typeArguments?.length === 2) {
+          const values = inner(node.typeArguments[1]);
+          return values ? { index: values } : null;
         }
         // The standard library's generics that hold one type, when the tree does not define them.
         const held = !t && ts.isIdentifier(name) && node.typeArguments?.length === 1 ? kHolders[name.text] : undefined;
@@ -368,7 +407,7 @@ export const typing = {
       case K.ElementAccessExpression: {
         const name = accessName(node);
         const base = this.value(node.expression, scope, file, depth + 1);
-        if (name === null) return ts.isElementAccessExpression(node) ? base?.element ?? null : null;
+        if (name === null) return ts.isElementAccessExpression(node) ? base?.element ?? base?.index ?? null : null;
         return this.entityOf(this.member(base, name, depth + 1), depth + 1);
       }
       case K.NewExpression: {
