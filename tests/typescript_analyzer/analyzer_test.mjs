@@ -119,6 +119,15 @@ test("bad input: a file that does not parse costs only itself; lines that are no
   assert.match(broken.error, /^line 1: /);
   assert.equal(fine.error, null);
   assert.deepEqual(fine.references.map((r) => `${r.fqn}:${r.line}`), ["broken.ok:1", "broken.ok:2"]);
+  // Bases that refer to each other and branch, and nesting deeper than the
+  // analyzer's stack: answered (the run's time is bounded by run's timeout).
+  const bases = [0, 1, 2, 3, 4, 5].map((i) => `B${i}<T>`).join(", ");
+  const cyclic = [0, 1, 2, 3, 4, 5].map((i) => `export interface B${i}<T> extends ${bases} { m${i}: T }\n`).join("") +
+    "declare const v: B0<number>;\nexport const z = v.m1 + v.none;\n";
+  const deep = `export const x = ${"(".repeat(20_000)}1${")".repeat(20_000)};\n`;
+  const [cycle, nested] = run(message([["cycle.ts", Buffer.from(cyclic)], ["deep.ts", Buffer.from(deep)]]));
+  assert.deepEqual(cycle.references.filter((r) => r.line === 8).map((r) => r.fqn), ["cycle.v", "cycle.B1.m1"]);
+  assert.equal(nested.error, "nested too deeply to read");
   // Bytes that are not UTF-8 are read as U+FFFD, not refused.
   const [odd] = run(message([["odd.ts", Buffer.from([0x63, 0x6f, 0x6e, 0x73, 0x74, 0x20, 0x78, 0x3d, 0x22, 0xff, 0x22, 0x3b])]]));
   assert.equal(odd.error, null);

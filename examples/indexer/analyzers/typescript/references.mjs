@@ -40,6 +40,7 @@ export function references(file, resolver) {
   };
 
   const walk = (node, scope, caller) => {
+    resolver.refuel();
     scope = file.scopes.get(node) ?? scope;
     caller = file.recordOf.get(node) ?? caller;
     // The types and links of its doc comment are uses too.
@@ -204,6 +205,7 @@ export function references(file, resolver) {
     }
   };
 
+  resolver.startFile();
   walk(sf, file.scope, null);
   return [...found.values()];
 }

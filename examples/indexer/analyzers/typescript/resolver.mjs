@@ -11,6 +11,9 @@ import { typing } from "./typing.mjs";
 
 const K = ts.SyntaxKind;
 
+const kSteps = 20_000;
+const kFileSteps = 20_000_000;
+
 export class Resolver {
   constructor(files, global, ambient) {
     this.files = files;  // path -> file
@@ -23,6 +26,24 @@ export class Resolver {
     this.typeWithinMemo = new Map();
     this.symTypeMemo = new Map();
     this.baseMemo = new Map();
+    this.fuel = 0;
+    this.budget = 0;
+  }
+
+  // What one resolution, and all of one file's, may spend (steps of member,
+  // type and value lookups): bases and type arguments that refer to each
+  // other can branch without end in a tree made to; beyond, nothing resolves.
+  startFile() {
+    this.budget = kFileSteps;
+  }
+
+  refuel() {
+    this.budget -= kSteps - Math.max(this.fuel, 0);
+    this.fuel = this.budget > 0 ? kSteps : 0;
+  }
+
+  spend() {
+    return --this.fuel >= 0;
   }
 
   // module: the tree's file (or ambient module) that `spec` names from `file`, or null.
@@ -105,7 +126,7 @@ export class Resolver {
 
   /** member: the member `name` of an entity: a Sym (a Bound, of a generic's instance), a module's export, or null. */
   member(entity, name, depth = 0) {
-    if (!entity || depth > kDeepest) return null;
+    if (!entity || depth > kDeepest || !this.spend()) return null;
     if (entity.module) return this.exported(entity.module, name, depth + 1);
     if (entity.parts) {
       // A member declared once among the parts is that declaration's; one

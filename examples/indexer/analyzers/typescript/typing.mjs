@@ -115,7 +115,7 @@ export const typing = {
    * property of an object that is itself expected to be one.
    */
   contextual(expr, depth = 0) {
-    if (depth > kDeepest) return null;
+    if (depth > kDeepest || !this.spend()) return null;
     const expected = this.expected(expr, depth);
     return expected?.parts && ts.isObjectLiteralExpression(expr) ? this.discriminated(expected, expr, depth) : expected;
   },
@@ -266,7 +266,7 @@ export const typing = {
    * a parameter of a generic being called) it is what `args` binds it to.
    */
   type(node, scope, depth = 0, within = false, args = null) {
-    if (!node || depth > kDeepest) return null;
+    if (!node || depth > kDeepest || !this.spend()) return null;
     const memo = args ? null : within ? this.typeWithinMemo : this.typeMemo;
     if (memo?.has(node)) return memo.get(node);
     memo?.set(node, null);
@@ -375,7 +375,7 @@ export const typing = {
 
   /** value: the entity an expression's value is, or null. */
   value(node, scope, file, depth = 0) {
-    if (!node || depth > kDeepest) return null;
+    if (!node || depth > kDeepest || !this.spend()) return null;
     if (this.valueMemo.has(node)) return this.valueMemo.get(node);
     this.valueMemo.set(node, null);
     const found = this.valueUncached(node, scope, file, depth);
