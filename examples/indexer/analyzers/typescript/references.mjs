@@ -2,7 +2,7 @@
 // where it is written, and the uses of the tree's definitions reported.
 import ts from "./ts.mjs";
 
-import { Import, NS, Sym, TYPE, VALUE, memberName, requireOf } from "./binder.mjs";
+import { Import, NS, Sym, TYPE, VALUE, memberName, requireOf, specifierOf } from "./scopes.mjs";
 import { ModuleRef, unbound } from "./entities.mjs";
 import { accessName } from "./typing.mjs";
 import { skipParens } from "./text.mjs";
@@ -181,7 +181,7 @@ export function references(file, resolver) {
   const exportDeclaration = (node, scope, caller) => {
     const clause = node.exportClause;
     if (!clause || !ts.isNamedExports(clause)) return;
-    const spec = node.moduleSpecifier && ts.isStringLiteralLike(node.moduleSpecifier) ? node.moduleSpecifier.text : null;
+    const spec = specifierOf(node);
     for (const e of clause.elements) {
       const key = e.propertyName ?? e.name;
       if (!ts.isIdentifier(key) && !ts.isStringLiteral(key)) continue;

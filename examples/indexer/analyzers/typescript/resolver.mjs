@@ -4,7 +4,7 @@
 // members are looked up on) is typing.mjs's part of the Resolver.
 import ts from "./ts.mjs";
 
-import { Alias, Import, Local, NS, Sym, TYPE, VALUE, memberName } from "./binder.mjs";
+import { Alias, Import, Local, NS, Sym, TYPE, VALUE, memberName } from "./scopes.mjs";
 import { Bound, Held, ModuleRef, kDeepest, unbound } from "./entities.mjs";
 import { resolveSpecifier } from "./modules.mjs";
 import { typing } from "./typing.mjs";

@@ -6,7 +6,7 @@
 // beyond: where only a type checker could tell, it is nothing.
 import ts from "./ts.mjs";
 
-import { Import, Local, Sym, TYPE, VALUE, kFunctionLike, memberName, requireOf } from "./binder.mjs";
+import { Import, Local, Sym, TYPE, VALUE, hasModifier, isJs, kFunctionLike, memberName, requireOf } from "./scopes.mjs";
 import { Bound, ModuleRef, kDeepest, unbound } from "./entities.mjs";
 import { skipParens } from "./text.mjs";
 
@@ -22,10 +22,8 @@ const kHolders = {
 const kAdds = new Set(["push", "unshift"]);
 
 const isLiteral = (node) => ts.isStringLiteralLike(node) || ts.isNumericLiteral(node);
-const hasModifier = (node, kind) => !!node.modifiers?.some((m) => m.kind === kind);
 const isThisParameter = (p) => p.name && ts.isIdentifier(p.name) && p.name.text === "this";
 const ownParameters = (fn) => fn.parameters.filter((p) => !isThisParameter(p));
-const isJs = (file) => !!file && /\.[cm]?jsx?$/.test(file.path);
 
 // Bindings of type parameters (TypeParameterDeclaration -> binding), one of
 //   { node, scope, args, within }  a type written in the code, read where it is written
@@ -94,7 +92,10 @@ export const typing = {
     const file = this.fileOfNode(decl);
     const scope = this.scopeOf(file, decl);
     if (ts.isBindingElement(decl)) return this.elementType(decl, depth + 1);
-    if (decl.type) return this.type(decl.type, ts.isParameter(decl) ? this.scopeOf(file, decl.parent, true) : scope, depth + 1, true);
+    if (decl.type) {
+      const at = ts.isParameter(decl) ? this.scopeOf(file, decl.parent, true) : scope;
+      return this.type(decl.type, at, depth + 1, true);
+    }
     if (ts.isParameter(decl)) return this.parameterType(decl, depth + 1);
     if (decl.initializer) return this.value(decl.initializer, scope, file, depth + 1);
     return null;
@@ -128,7 +129,8 @@ export const typing = {
     const fits = (part) => given.every((p) => {
       const declared = unbound(this.member(part, memberName(p.name), depth + 1))?.nodes?.[0]?.type;
       const literals = declared && (ts.isUnionTypeNode(declared) ? declared.types : [declared]);
-      return !literals?.every((t) => ts.isLiteralTypeNode(t)) || literals.some((t) => t.literal.text === p.initializer.text);
+      return !literals?.every((t) => ts.isLiteralTypeNode(t)) ||
+        literals.some((t) => t.literal.text === p.initializer.text);
     });
     const parts = union.parts.filter(fits);
     return parts.length === 1 ? parts[0] : parts.length ? { ...union, parts } : union;
@@ -138,8 +140,8 @@ export const typing = {
     const p = expr.parent;
     const file = this.fileOfNode(expr);
     const typeAt = (t, at) => this.type(t, this.scopeOf(file, at), depth + 1);
-    const memberOf = (object, name) =>
-      name === null ? null : this.memberType(this.member(this.contextual(object, depth + 1), name, depth + 1), depth + 1);
+    const memberOf = (object, name) => name === null
+      ? null : this.memberType(this.member(this.contextual(object, depth + 1), name, depth + 1), depth + 1);
     if (ts.isObjectLiteralExpression(p)) return memberOf(p, memberName(expr.name));  // a method of an object
     switch (p.kind) {
       case K.ParenthesizedExpression:
@@ -202,6 +204,7 @@ export const typing = {
     let args = outer;
     if (sym instanceof Sym && ts.isNewExpression(call)) {
       signature = sym.ctor?.nodes.find(fits);
+      args = this.givenArguments(sym, call.typeArguments?.map((a) => ({ node: a, scope, args: null, within: true })));
     } else if (sym instanceof Sym) {
       signature = sym.nodes.map((n) => (ts.isVariableDeclaration(n) && n.initializer ? skipParens(n.initializer) : n))
         .find(fits);
@@ -209,10 +212,11 @@ export const typing = {
       // A value whose type has a call (or construct) signature: `Class: new (def: D) => T`.
       const entity = this.entityOf(callee, depth + 1);
       const kind = ts.isNewExpression(call) ? K.ConstructSignature : K.CallSignature;
-      const members = entity?.literal?.members ?? entity?.sym?.nodes.flatMap((n) =>
-        ts.isInterfaceDeclaration(n) ? n.members : ts.isTypeAliasDeclaration(n) && ts.isTypeLiteralNode(n.type) ? n.type.members : []);
+      const members = entity?.literal?.members ?? entity?.sym?.nodes.flatMap((n) => ts.isInterfaceDeclaration(n)
+        ? n.members : ts.isTypeAliasDeclaration(n) && ts.isTypeLiteralNode(n.type) ? n.type.members : []);
       signature = entity?.signature ?? members?.find((m) => m.kind === kind) ?? null;
-      if (entity?.signature && ts.isNewExpression(call) !== ts.isConstructorTypeNode(entity.signature)) signature = null;
+      if (entity?.signature && ts.isNewExpression(call) !== ts.isConstructorTypeNode(entity.signature))
+        signature = null;
       args = entity?.args ?? null;
       if (signature && !fits(signature)) signature = null;
     }
@@ -239,7 +243,10 @@ export const typing = {
     if (returns && ts.isTypeReferenceNode(returns) && returns.typeArguments && params.some((p) => !args.has(p))) {
       const expected = this.contextual(call, depth + 1);
       const generic = expected?.sym?.nodes.find((n) => n.typeParameters?.length);
-      if (generic && expected.args && unbound(this.entityName(returns.typeName, this.scopeOf(this.fileOfNode(returns), returns), TYPE, depth + 1)) === expected.sym) {
+      const returnsScope = this.scopeOf(this.fileOfNode(returns), returns);
+      const returnsSym = generic && unbound(this.entityName(returns.typeName, returnsScope, TYPE, depth + 1));
+      const same = returnsSym && returnsSym === expected.sym;
+      if (same && expected.args) {
         returns.typeArguments.forEach((t, i) => {
           const p = named(t);
           const given = generic.typeParameters[i] && expected.args.get(generic.typeParameters[i]);
@@ -254,7 +261,8 @@ export const typing = {
       if (entity) args.set(p, { entity });
     });
     const declared = this.scopeOf(this.fileOfNode(signature), signature, true);
-    for (const p of params) if (!args.has(p) && p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
+    for (const p of params)
+      if (!args.has(p) && p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
     return args;
   },
 
@@ -366,7 +374,8 @@ export const typing = {
 
   // instanceOf: the entity of a value whose type is the definition `sym`.
   instanceOf(sym, depth, args = null) {
-    if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isInterfaceDeclaration(n))) return { sym, side: "instance", args };
+    if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isInterfaceDeclaration(n)))
+      return { sym, side: "instance", args };
     const alias = sym.nodes.find((n) => ts.isTypeAliasDeclaration(n));
     if (alias && ts.isTypeLiteralNode(alias.type)) return { sym, side: "instance", args };
     if (alias) return this.type(alias.type, this.scopeOf(sym.file, alias, true), depth + 1, false, args);
@@ -392,7 +401,8 @@ export const typing = {
       case K.ThisKeyword:
       case K.SuperKeyword: {
         const declared = node.kind === K.ThisKeyword ? thisParameter(node) : null;
-        if (declared) return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, true);
+        if (declared)
+          return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, true);
         const at = thisClass(node);
         const sym = at && this.classSym(at.cls);
         if (!sym) return null;
@@ -418,13 +428,15 @@ export const typing = {
           return { sym: t, side: "instance", args: this.givenArguments(t, given) };
         }
         const called = this.signatureCalled(node, -1, depth + 1);
-        return called?.signature.type
-          ? this.type(called.signature.type, this.scopeOf(this.fileOfNode(called.signature), called.signature), depth + 1, false, called.args)
-          : null;
+        const returns = called?.signature.type;
+        if (!returns) return null;
+        const at = this.scopeOf(this.fileOfNode(called.signature), called.signature);
+        return this.type(returns, at, depth + 1, false, called.args);
       }
       case K.CallExpression: {
         const spec = requireOf(node);
-        if (spec !== null && isJs(file)) return this.entityOf(this.imported(new Import(file, spec, "="), depth + 1), depth + 1);
+        if (spec !== null && file && isJs(file.path))
+          return this.entityOf(this.imported(new Import(file, spec, "="), depth + 1), depth + 1);
         return this.returned(this.callee(node.expression, scope, file, depth), depth + 1, node);
       }
       case K.AwaitExpression:
@@ -515,7 +527,8 @@ export function thisClass(node) {
     if (ts.isClassLike(n)) return null;
     if (n.parent && ts.isClassLike(n.parent) && (ts.isMethodDeclaration(n) || ts.isConstructorDeclaration(n) ||
         ts.isAccessor(n) || ts.isPropertyDeclaration(n) || ts.isClassStaticBlockDeclaration(n))) {
-      const isStatic = ts.isClassStaticBlockDeclaration(n) || (ts.getCombinedModifierFlags(n) & ts.ModifierFlags.Static) !== 0;
+      const isStatic = ts.isClassStaticBlockDeclaration(n) ||
+        (ts.getCombinedModifierFlags(n) & ts.ModifierFlags.Static) !== 0;
       return { cls: n.parent, side: isStatic ? "static" : "instance" };
     }
     if (ts.isFunctionDeclaration(n) || ts.isFunctionExpression(n) || ts.isMethodDeclaration(n) ||
