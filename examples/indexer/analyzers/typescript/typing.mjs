@@ -203,8 +203,15 @@ export const typing = {
     let signature = null;
     let args = outer;
     if (sym instanceof Sym && ts.isNewExpression(call)) {
-      signature = sym.ctor?.nodes.find(fits);
-      args = this.givenArguments(sym, call.typeArguments?.map((a) => ({ node: a, scope, args: null, within: true })));
+      // The class's constructor, or the one it inherits, with the type
+      // arguments its heritage gives the base.
+      const given = call.typeArguments?.map((a) => ({ node: a, scope, args: null, within: true }));
+      const isClass = (b) => b.sym?.nodes.some((n) => ts.isClassLike(n));
+      let cls = { sym, args: this.givenArguments(sym, given) };
+      for (let up = 0; cls && !cls.sym.ctor && up < kDeepest; ++up)
+        cls = this.bases(cls.sym, "instance", depth + 1, cls.args).find(isClass);
+      signature = cls?.sym.ctor?.nodes.find(fits);
+      args = cls?.args ?? null;
     } else if (sym instanceof Sym) {
       signature = sym.nodes.map((n) => (ts.isVariableDeclaration(n) && n.initializer ? skipParens(n.initializer) : n))
         .find(fits);

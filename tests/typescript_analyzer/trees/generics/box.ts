@@ -15,3 +15,7 @@ export class Store<T> {
     return this.data; //> box.Store.data
   }
 }
+export class Holder<D> {
+  constructor(public def: D) {}
+}
+export class ItemHolder extends Holder<Item> {} //> box.Holder box.Item

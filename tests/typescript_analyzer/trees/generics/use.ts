@@ -1,4 +1,4 @@
-import { make, wrap, Store, type Box, type Item, type Labeled, type Named } from "./box"; //> box.make box.wrap box.Store box.Box box.Item box.Labeled box.Named
+import { make, wrap, Store, ItemHolder, type Box, type Item, type Labeled, type Named } from "./box"; //> box.make box.wrap box.Store box.ItemHolder box.Box box.Item box.Labeled box.Named
 
 const box: Box<Item> = wrap({ name: "a" }); //> box.Box box.Item box.wrap box.Item.name
 export const first = box.value.name; //> use.box box.Box.value box.Item.name
@@ -8,3 +8,4 @@ export const named: Named = make((item) => item.name); //> box.Named box.make bo
 export function label(l: Labeled<Item>) { //> box.Labeled box.Item
   return l.value.name + l.label; //> box.Box.value box.Item.name box.Labeled.label
 }
+new ItemHolder({ name: "c" }); //> box.ItemHolder box.Item.name
