@@ -110,6 +110,21 @@ test("uses: how each is used, and in which definition", { skip }, () => {
   }
 });
 
+test("packages: one the tree holds is found in node_modules around the file or in @types; others are nothing",
+     { skip }, () => {
+  const tree = [
+    ["node_modules/greeter/index.d.ts", "export declare function greet(): string;\n"],
+    ["node_modules/@types/scope__pkg/index.d.ts", "export interface Options { port: number }\n"],
+    ["src/app.ts", 'import { greet } from "greeter";\nimport type { Options } from "@scope/pkg";\n' +
+                   'import { other } from "absent";\nexport const o: Options = { port: greet().length };\nother();\n'],
+  ];
+  const app = run(message(tree.map(([path, text]) => [path, Buffer.from(text)]))).at(-1);
+  const greet = "node_modules.greeter.index.greet";
+  const options = "node_modules.@types.scope__pkg.index.Options";
+  assert.deepEqual(app.references.map((r) => `${r.fqn}:${r.line}`).sort(),
+                   [`${options}.port:4`, `${options}:2`, `${options}:4`, `${greet}:1`, `${greet}:4`]);
+});
+
 test("modules: named by path, a declaration file as the module it declares", { skip }, () => {
   assert.equal(analyzed("modules").get("src/lib/index.ts").module, "src.lib.index");
   assert.equal(analyzed("globals").get("env.d.ts").module, "env");
