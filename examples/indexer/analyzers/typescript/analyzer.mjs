@@ -66,6 +66,7 @@ export function analyze(handed) {
     }
   }
   const resolver = new Resolver(files, global, ambient);
+  resolver.augment();
   return parsed.map((file) => {
     const answer = {
       _type: "file", path: file.path, module: file.module, error: file.error, symbols: [], references: [],

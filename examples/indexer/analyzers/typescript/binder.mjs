@@ -64,6 +64,7 @@ export function bindFile(file, global, ambient) {
   file.records = [];  // the symbols, in source order
   file.recordOf = new Map();  // declaration node -> its record
   file.literals = new Map();  // object literal -> the Sym it is the value of
+  file.augmentations = [];  // { spec, sym }: each `declare module "spec"` of a module
   const binder = new Binder(file, global, ambient);
   const top = { prefix: file.module, record: null, top: file.isModule, global: !file.isModule };
   binder.statements(sf.statements, file.scope, top);
@@ -445,6 +446,23 @@ class Binder {
         this.children(member, inner, [member.name]);
       }
     }
+    if (record && this.js) this.assignedMembers(node, record);
+  }
+
+  // assignedMembers: in JavaScript, `this.x = value` in a class's
+  // constructor declares its property x (when the class does not).
+  assignedMembers(node, record) {
+    const ctor = node.members.find((m) => ts.isConstructorDeclaration(m) && m.body);
+    for (const statement of ctor?.body.statements ?? []) {
+      const e = ts.isExpressionStatement(statement) ? statement.expression : null;
+      if (!e || !ts.isBinaryExpression(e) || e.operatorToken.kind !== K.EqualsToken) continue;
+      const left = e.left;
+      if (!ts.isPropertyAccessExpression(left) || left.expression.kind !== K.ThisKeyword) continue;
+      const name = memberName(left.name);
+      if (record.sym.instance.has(name)) continue;
+      this.record(this.memberSym(record.sym, name, record.sym.instance), e, "property", { record },
+                  !ts.isPrivateIdentifier(left.name), statement);
+    }
   }
 
   // objectMembers: the properties and methods of an object literal that
@@ -518,11 +536,15 @@ class Binder {
     const ambient = ts.isStringLiteral(node.name);
     if (ambient && !ctx) return;
     const name = node.name.text;
-    const record = this.define(node, name, [VALUE, NS], "namespace", scope, ctx);
+    // `declare module "m"` binds no name. In a script it declares the
+    // module m; in a module it adds to m (resolved once every file is read).
+    const record = ambient
+      ? this.record(new Sym(`${ctx.prefix}.${name}`, name, this.file), node, "namespace", ctx, true)
+      : this.define(node, name, [VALUE, NS], "namespace", scope, ctx);
     if (!record) return;
     const sym = record.sym;
-    // In a module, `declare module "m"` adds to a module; in a script it declares one.
-    if (ambient && !this.file.isModule && !name.startsWith(".")) this.ambient.set(name, sym);
+    if (ambient && this.file.isModule) this.file.augmentations.push({ spec: name, sym });
+    else if (ambient && !name.startsWith(".")) this.ambient.set(name, sym);
     const inner = this.open(node, scope);
     // In a declaration (`declare namespace`, a .d.ts file) every member is exported.
     const declared = ambient || hasModifier(node, K.DeclareKeyword) || /\.d\.[cm]?ts$/.test(this.file.path);

@@ -111,6 +111,7 @@ export function references(file, resolver) {
   const identifier = (id, scope, caller) => {
     const parent = id.parent;
     if (ts.isPropertyAccessExpression(parent) && parent.name === id) {
+      if (file.recordOf.get(parent.parent)?.node.left === parent) return;  // `this.x = v`, declaring x
       const base = resolver.value(parent.expression, scope, file);
       emit(resolver.member(base, id.text), id, usageOf(parent), caller);
       return;

@@ -46,6 +46,33 @@ export class Resolver {
     return --this.fuel >= 0;
   }
 
+  /**
+   * augment: each `declare module "m"` of a module adds to m: what it
+   * declares takes the fqn of the definition of m it merges with (an
+   * interface, a namespace), which gains its members and bases.
+   */
+  augment() {
+    for (const file of this.files.values()) {
+      for (const { spec, sym } of file.augmentations) {
+        const target = this.module(file, spec);
+        if (!target) continue;
+        sym.fqn = target instanceof Sym ? target.fqn : target.module;
+        for (const [name, added] of sym.statics) {
+          const merged = unbound(target instanceof Sym ? target.statics.get(name) : this.exported(target, name));
+          const into = merged instanceof Sym && merged !== added ? merged : null;
+          added.fqn = into?.fqn ?? `${sym.fqn}.${name}`;
+          for (const [side, members] of [["instance", added.instance], ["statics", added.statics]]) {
+            for (const [n, m] of members) {
+              m.fqn = `${added.fqn}.${n}`;
+              if (into && !into[side].has(n)) into[side].set(n, m);
+            }
+          }
+          if (into) into.nodes.push(...added.nodes);
+        }
+      }
+    }
+  }
+
   // module: the tree's file (or ambient module) that `spec` names from `file`, or null.
   module(file, spec) {
     const path = resolveSpecifier(file.path, spec, this.has);
@@ -175,13 +202,14 @@ export class Resolver {
     if (memo) memo[side] = [];
     const found = [];
     for (const node of sym.nodes) {
-      const scope = this.scopeOf(sym.file, node, true);
+      const file = this.fileOfNode(node);
+      const scope = this.scopeOf(file, node, true);
       const clauses = ts.isClassLike(node) || (ts.isInterfaceDeclaration(node) && side === "instance")
         ? node.heritageClauses ?? [] : [];
       for (const clause of clauses) {
         for (const t of clause.types) {
           if (ts.isClassLike(node) && clause.token === K.ExtendsKeyword) {
-            const base = this.value(t.expression, scope, sym.file, depth + 1);
+            const base = this.value(t.expression, scope, file, depth + 1);
             const given = t.typeArguments?.map((a) => ({ node: a, scope, args, within: false }));
             if (base?.sym) found.push({ sym: base.sym, side, args: this.givenArguments(base.sym, given) });
           } else if (side === "instance") {

@@ -18,6 +18,13 @@ const kHolders = {
   Readonly: "same", Partial: "same", Required: "same", NonNullable: "same",
 };
 
+// What runs code or not: an assignment in one is not sure to have run after it.
+const kBranches = new Set([
+  K.IfStatement, K.ConditionalExpression, K.ForStatement, K.ForInStatement, K.ForOfStatement, K.WhileStatement,
+  K.DoStatement, K.CaseClause, K.DefaultClause, K.TryStatement, K.CatchClause,
+]);
+const kLogical = new Set([K.AmpersandAmpersandToken, K.BarBarToken, K.QuestionQuestionToken]);
+
 // Array methods that take elements: their arguments are expected to be elements.
 const kAdds = new Set(["push", "unshift"]);
 
@@ -36,12 +43,14 @@ export const typing = {
     if (!args) this.symTypeMemo.set(sym, null);
     let found = null;
     for (const node of sym.nodes) {
-      const scope = this.scopeOf(sym.file, node);
-      if (ts.isGetAccessor(node)) found = this.returned(new Bound({ nodes: [node], file: sym.file }, args), depth + 1);
+      const file = this.fileOfNode(node);
+      const scope = this.scopeOf(file, node);
+      if (ts.isGetAccessor(node)) found = this.returned(new Bound({ nodes: [node] }, args), depth + 1);
       else if (kFunctionLike.has(node.kind)) continue;
-      else if (ts.isShorthandPropertyAssignment(node)) found = this.value(node.name, scope, sym.file, depth + 1);
+      else if (ts.isShorthandPropertyAssignment(node)) found = this.value(node.name, scope, file, depth + 1);
+      else if (ts.isBinaryExpression(node)) found = this.value(node.right, scope, file, depth + 1);
       else if (node.type) found = this.type(node.type, scope, depth + 1, false, args);
-      else if (node.initializer) found = this.value(node.initializer, scope, sym.file, depth + 1);
+      else if (node.initializer) found = this.value(node.initializer, scope, file, depth + 1);
       if (found) break;
     }
     if (!args) this.symTypeMemo.set(sym, found);
@@ -60,6 +69,33 @@ export const typing = {
     }
     if (local.init) return this.value(local.init, this.scopeOf(file, node), file, depth + 1);
     return null;
+  },
+
+  // assignedBefore: what a variable declared without a value (`let client;`,
+  // `let client = null;`) holds where `use` reads it: the value of the last
+  // assignment before it in its function, outside any branch that does not
+  // hold the use too (after `if (c) x = v`, x may or may not be v).
+  assignedBefore(use, target, file, depth) {
+    let fn = use.parent;
+    while (fn && !kFunctionLike.has(fn.kind) && !ts.isSourceFile(fn)) fn = fn.parent;
+    const around = (n) => {
+      for (let a = n.parent; a; a = a.parent) {
+        if (a.pos <= use.pos && use.end <= a.end) return true;
+        if (kBranches.has(a.kind) || (ts.isBinaryExpression(a) && kLogical.has(a.operatorToken.kind))) return false;
+      }
+      return false;
+    };
+    let last = null;
+    const visit = (n) => {
+      if (n.pos >= use.pos || (n !== fn && (kFunctionLike.has(n.kind) || ts.isClassLike(n)))) return;
+      if (ts.isBinaryExpression(n) && n.operatorToken.kind === K.EqualsToken && ts.isIdentifier(n.left) &&
+          n.left.text === use.text && n.end <= use.pos && around(n) &&
+          this.scopeOf(file, n).lookup(use.text, VALUE) === target)
+        last = n;
+      n.forEachChild(visit);
+    };
+    if (fn) visit(fn);
+    return last ? this.value(last.right, this.scopeOf(file, last), file, depth + 1) : null;
   },
 
   // parameterType: the type of a parameter without an annotation, from the
@@ -370,7 +406,7 @@ export const typing = {
     if (!generics.length) return null;
     const args = new Map();
     for (const node of generics) {
-      const declared = this.scopeOf(sym.file, node, true);
+      const declared = this.scopeOf(this.fileOfNode(node), node, true);
       node.typeParameters.forEach((p, i) => {
         if (given?.[i]) args.set(p, given[i]);
         else if (p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
@@ -385,7 +421,7 @@ export const typing = {
       return { sym, side: "instance", args };
     const alias = sym.nodes.find((n) => ts.isTypeAliasDeclaration(n));
     if (alias && ts.isTypeLiteralNode(alias.type)) return { sym, side: "instance", args };
-    if (alias) return this.type(alias.type, this.scopeOf(sym.file, alias, true), depth + 1, false, args);
+    if (alias) return this.type(alias.type, this.scopeOf(this.fileOfNode(alias), alias, true), depth + 1, false, args);
     return null;
   },
 
@@ -403,8 +439,10 @@ export const typing = {
     while (ts.isParenthesizedExpression(node) || ts.isNonNullExpression(node) || ts.isSatisfiesExpression(node))
       node = node.expression;
     switch (node.kind) {
-      case K.Identifier:
-        return this.entityOf(this.target(scope.lookup(node.text, VALUE), depth + 1), depth + 1);
+      case K.Identifier: {
+        const t = this.target(scope.lookup(node.text, VALUE), depth + 1);
+        return declaredEmpty(t) ? this.assignedBefore(node, t, file, depth + 1) : this.entityOf(t, depth + 1);
+      }
       case K.ThisKeyword:
       case K.SuperKeyword: {
         const declared = node.kind === K.ThisKeyword ? thisParameter(node) : null;
@@ -492,6 +530,14 @@ export const typing = {
     return null;
   },
 };
+
+/** declaredEmpty: whether a variable is declared without a type and a value (or with null): `let x;`. */
+function declaredEmpty(t) {
+  const node = t instanceof Local ? t.node : t instanceof Sym && t.nodes.length === 1 ? t.nodes[0] : null;
+  return !!node && ts.isVariableDeclaration(node) && !node.type && ts.isIdentifier(node.name) &&
+    (!node.initializer || node.initializer.kind === K.NullKeyword) &&
+    !ts.isForOfStatement(node.parent.parent) && !ts.isForInStatement(node.parent.parent);
+}
 
 /** thisParameter: the `this: T` parameter of the function `this` is in, if it declares one. */
 function thisParameter(node) {
