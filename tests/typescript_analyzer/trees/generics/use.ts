@@ -1,4 +1,7 @@
-import { make, wrap, Store, ItemHolder, type Box, type Item, type Labeled, type Named } from "./box"; //> box.make box.wrap box.Store box.ItemHolder box.Box box.Item box.Labeled box.Named
+import {
+  make, wrap, Store, ItemHolder, //> box.make box.wrap box.Store box.ItemHolder
+  type Box, type Item, type Labeled, type Named, //> box.Box box.Item box.Labeled box.Named
+} from "./box";
 
 const box: Box<Item> = wrap({ name: "a" }); //> box.Box box.Item box.wrap box.Item.name
 export const first = box.value.name; //> use.box box.Box.value box.Item.name
