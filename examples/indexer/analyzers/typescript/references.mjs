@@ -2,9 +2,9 @@
 // where it is written, and the uses of the tree's definitions reported.
 import ts from "./ts.mjs";
 
-import { Import, NS, Sym, TYPE, VALUE, memberName, requireOf, specifierOf } from "./scopes.mjs";
+import { Import, NS, Sym, TYPE, VALUE, isJs, memberName, requireOf, specifierOf } from "./scopes.mjs";
 import { ModuleRef, unbound } from "./entities.mjs";
-import { accessName } from "./typing.mjs";
+import { accessName, thisClass } from "./typing.mjs";
 import { skipParens } from "./text.mjs";
 
 const K = ts.SyntaxKind;
@@ -23,6 +23,7 @@ const kDeclarations = new Set([
 /** references: the uses, in `file`, of the definitions `resolver` knows, one per (symbol, line). */
 export function references(file, resolver) {
   const sf = file.sf;
+  const js = isJs(file.path);
   const found = new Map();  // fqn \0 line -> reference
   const emit = (bound, at, usage, caller) => {
     const target = unbound(bound);
@@ -111,7 +112,7 @@ export function references(file, resolver) {
   const identifier = (id, scope, caller) => {
     const parent = id.parent;
     if (ts.isPropertyAccessExpression(parent) && parent.name === id) {
-      if (file.recordOf.get(parent.parent)?.node.left === parent) return;  // `this.x = v`, declaring x
+      if (declares(parent, js)) return;
       const base = resolver.value(parent.expression, scope, file);
       emit(resolver.member(base, id.text), id, usageOf(parent), caller);
       return;
@@ -212,6 +213,14 @@ export function references(file, resolver) {
 }
 
 const anyMeaning = (scope, name) => scope.lookup(name, VALUE) ?? scope.lookup(name, TYPE) ?? scope.lookup(name, NS);
+
+// declares: whether `this.x` is assigned where JavaScript declares x by it
+// (`this.x = v` in a class's members), which is no use of x.
+function declares(access, js) {
+  const assignment = access.parent;
+  return js && access.expression.kind === K.ThisKeyword && ts.isBinaryExpression(assignment) &&
+    assignment.left === access && assignment.operatorToken.kind === K.EqualsToken && thisClass(access) !== null;
+}
 
 function qualifiedTop(node) {
   while (ts.isQualifiedName(node.parent)) node = node.parent;

@@ -6,6 +6,7 @@ class Logger {
     this.out = new Logger(); //> lib.util.Logger lib.util.Logger.constructor
   }
   log(message) {
+    this.out = null; // declares out again, as JavaScript reads it: no use
     this.out.log(message); //> lib.util.Logger.out lib.util.Logger.log
     return format(message); //> lib.util.format
   }
