@@ -12,7 +12,8 @@ const ts = (() => {
   try {
     return createRequire(import.meta.url)("typescript");
   } catch {
-    process.stderr.write(`oracle_ts.mjs: no typescript: run npm ci --ignore-scripts in ${dirname(new URL(import.meta.url).pathname)}\n`);
+    const here = dirname(new URL(import.meta.url).pathname);
+    process.stderr.write(`oracle_ts.mjs: no typescript: run npm ci --ignore-scripts in ${here}\n`);
     process.exit(2);
   }
 })();
@@ -127,7 +128,8 @@ function main() {
     const span = (d) => d.contextSpan ?? d.textSpan;
     // Its docs: the documentation the service shows, when the declaration
     // itself has a doc comment (not one it inherits).
-    const info = main && ownDoc(program, main) ? service.getQuickInfoAtPosition(main.fileName, main.textSpan.start) : null;
+    const info = main && ownDoc(program, main)
+      ? service.getQuickInfoAtPosition(main.fileName, main.textSpan.start) : null;
     const doc = info?.documentation?.length ? ts.displayPartsToString(info.documentation) : null;
     // The uses of the name: from each of its declarations, as the service
     // finds only the uses of the declaration's meaning (a type or a value)
@@ -209,7 +211,8 @@ function outline(tree, sf, checker) {
       if (child.nameSpan && reached(ts.getTokenAtPosition(sf, child.nameSpan.start), checker)) {
         // A quoted name is read without its quotes; `namespace A.B` defines A and B.
         const quoted = /^(["']).*\1$/.test(child.text);
-        const names = quoted ? [child.text.slice(1, -1)] : child.kind === "module" ? child.text.split(".") : [child.text];
+        const names = quoted ? [child.text.slice(1, -1)]
+          : child.kind === "module" ? child.text.split(".") : [child.text];
         for (const name of names) found.push([name, line, child.kind]);
       }
       visit(child);

@@ -5,6 +5,7 @@
 // `symbol` answers (the first definition of the fqn), and outline coverage,
 // for a sample of symbols.
 //   node score_ts.mjs --tree PATH [--analyzer PATH] [--sample 50] [--top 20] [--seed 1] [--show N]
+// (the analyzer: as the build installs it, by default the release preset's)
 // The most used symbols are those the analyzer finds most references to.
 // The uses of an fqn are those of every definition with it (a .js file and
 // its .d.ts declare one module): the oracle is asked about each.
@@ -15,7 +16,7 @@ import { fileURLToPath } from "node:url";
 
 const here = dirname(fileURLToPath(import.meta.url));
 const args = {
-  analyzer: join(here, "../../examples/indexer/analyzers/typescript/analyzer.mjs"),
+  analyzer: join(here, "../../build/release/examples/indexer/typescript_analyzer/analyzer.mjs"),
   sample: 50, top: 20, seed: 1, show: 0,
 };
 for (let i = 2; i < process.argv.length; i += 2) args[process.argv[i].replace(/^--/, "")] = process.argv[i + 1];

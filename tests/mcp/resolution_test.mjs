@@ -3,9 +3,9 @@
 //   node resolution_test.mjs INDEXER SERVER
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
-import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { existsSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
-import { join } from "node:path";
+import { dirname, join } from "node:path";
 import test from "node:test";
 
 import { makeTree, runIndexer, withServer } from "./trees.mjs";
@@ -53,4 +53,19 @@ test("any language: a unique name is a use only in the file's language and where
   }, async (call) => {
     assert.deepEqual(await uses(call, "fmt"), []);
     assert.deepEqual(await uses(call, "lib.a.helper"), ["lib/b.rb:2"]);
+  }));
+
+// The JavaScript/TypeScript analyzer is installed beside the indexer when the build had node and npm.
+const typescript = existsSync(join(dirname(indexer), "typescript_analyzer", "node_modules", "typescript"));
+
+test("TypeScript: a re-export through an index file, a method through a base class, a shadowing parameter",
+     { skip: !typescript }, () => indexed("ts", {
+    "src/lib/base.ts": "export class Base {\n  run(): void {}\n}\n",
+    "src/lib/index.ts": 'export * from "./base.js";\n',
+    "src/app.ts": 'import { Base } from "./lib";\nclass App extends Base {\n  go() {\n    this.run();\n  }\n}\n' +
+      "function other(Base: number) {\n  return Base;\n}\n",
+  }, async (call) => {
+    assert.deepEqual(await uses(call, "src.lib.base.Base"), ["src/app.ts:1", "src/app.ts:2"]);
+    assert.deepEqual(await uses(call, "src.lib.base.Base.run"), ["src/app.ts:4"]);
+    assert.equal((await call("symbol", { fqn: "src.lib.base.Base.run" })).signature, "run(): void");
   }));

@@ -22,14 +22,17 @@ function run(input) {
   return lines.slice(0, -1);
 }
 
+const header = (path, bytes) => Buffer.from(JSON.stringify({ command: "file", path, size: bytes.length }) + "\n");
 const message = (files) => Buffer.concat([
-  ...files.flatMap(([path, bytes]) => [Buffer.from(JSON.stringify({ command: "file", path, size: bytes.length }) + "\n"), bytes]),
+  ...files.flatMap(([path, bytes]) => [header(path, bytes), bytes]),
   Buffer.from('{"command":"analyze"}\n'),
 ]);
 
 function files(dir, root = dir) {
-  return readdirSync(dir, { withFileTypes: true }).sort((a, b) => a.name.localeCompare(b.name)).flatMap((e) =>
-    e.isDirectory() ? files(join(dir, e.name), root) : [[relative(root, join(dir, e.name)), readFileSync(join(dir, e.name))]]);
+  return readdirSync(dir, { withFileTypes: true }).sort((a, b) => a.name.localeCompare(b.name)).flatMap((e) => {
+    const path = join(dir, e.name);
+    return e.isDirectory() ? files(path, root) : [[relative(root, path), readFileSync(path)]];
+  });
 }
 
 const answers = new Map();  // tree -> path -> answer
@@ -48,7 +51,7 @@ function marked(text) {
   return uses.sort();
 }
 
-for (const tree of ["modules", "scopes", "commonjs", "jsx", "globals"]) {
+for (const tree of ["modules", "scopes", "generics", "commonjs", "jsx", "globals"]) {
   test(`${tree}: the uses in each file are those marked`, { skip }, () => {
     for (const [path, bytes] of files(join(trees, tree))) {
       const answer = analyzed(tree).get(path);
@@ -70,7 +73,9 @@ const kSymbols = [
                                       { line: 16, signature: "helper(x: string): string" },
                                       { line: 17, end: 19, signature: "helper(x: any): any" }]],
   ["modules", "src.lib.base.main", [{ kind: "function", export: true }]],
-  ["modules", "src.lib.base.Options", [{ kind: "interface", line: 25 }, { kind: "constant", line: 29 }]],
+  ["modules", "src.lib.base.Options", [{ kind: "interface", line: 2 }, { kind: "interface", line: 25 },
+                                       { kind: "constant", line: 29 }]],
+  ["modules", "src.lib.base.Options.verbose", [{ kind: "property", line: 3, export: true }]],
   ["modules", "src.lib.base.Options.port", [{ kind: "property", line: 26, signature: "port: number" },
                                             { kind: "property", line: 29 }]],
   ["modules", "src.lib.server.Server.options", [{ kind: "property", export: false, signature: "options: Options" }]],
@@ -107,20 +112,45 @@ test("uses: how each is used, and in which definition", { skip }, () => {
   }
 });
 
+test("packages: one the tree holds is found in node_modules around the file or in @types; others are nothing",
+     { skip }, () => {
+  const tree = [
+    ["node_modules/greeter/index.d.ts", "export declare function greet(): string;\n"],
+    ["node_modules/@types/scope__pkg/index.d.ts", "export interface Options { port: number }\n"],
+    ["src/app.ts", 'import { greet } from "greeter";\nimport type { Options } from "@scope/pkg";\n' +
+                   'import { other } from "absent";\nexport const o: Options = { port: greet().length };\nother();\n'],
+  ];
+  const app = run(message(tree.map(([path, text]) => [path, Buffer.from(text)]))).at(-1);
+  const greet = "node_modules.greeter.index.greet";
+  const options = "node_modules.@types.scope__pkg.index.Options";
+  assert.deepEqual(app.references.map((r) => `${r.fqn}:${r.line}`).sort(),
+                   [`${options}.port:4`, `${options}:2`, `${options}:4`, `${greet}:1`, `${greet}:4`]);
+});
+
 test("modules: named by path, a declaration file as the module it declares", { skip }, () => {
   assert.equal(analyzed("modules").get("src/lib/index.ts").module, "src.lib.index");
   assert.equal(analyzed("globals").get("env.d.ts").module, "env");
 });
 
-test("bad input: a file that does not parse costs only itself; lines that are no command are passed over", { skip }, () => {
+test("bad input: a file that does not parse costs only itself; lines that are no command pass", { skip }, () => {
   const input = Buffer.concat([Buffer.from("not a command\n{}\n"), message(files(join(trees, "broken")))]);
   const [broken, fine] = run(input);
   assert.equal(broken.path, "broken.ts");
   assert.match(broken.error, /^line 1: /);
   assert.equal(fine.error, null);
   assert.deepEqual(fine.references.map((r) => `${r.fqn}:${r.line}`), ["broken.ok:1", "broken.ok:2"]);
+  // Bases that refer to each other and branch, and nesting deeper than the
+  // analyzer's stack: answered (the run's time is bounded by run's timeout).
+  const bases = [0, 1, 2, 3, 4, 5].map((i) => `B${i}<T>`).join(", ");
+  const cyclic = [0, 1, 2, 3, 4, 5].map((i) => `export interface B${i}<T> extends ${bases} { m${i}: T }\n`).join("") +
+    "declare const v: B0<number>;\nexport const z = v.m1 + v.none;\n";
+  const deep = `export const x = ${"(".repeat(20_000)}1${")".repeat(20_000)};\n`;
+  const [cycle, nested] = run(message([["cycle.ts", Buffer.from(cyclic)], ["deep.ts", Buffer.from(deep)]]));
+  assert.deepEqual(cycle.references.filter((r) => r.line === 8).map((r) => r.fqn), ["cycle.v", "cycle.B1.m1"]);
+  assert.equal(nested.error, "nested too deeply to read");
   // Bytes that are not UTF-8 are read as U+FFFD, not refused.
-  const [odd] = run(message([["odd.ts", Buffer.from([0x63, 0x6f, 0x6e, 0x73, 0x74, 0x20, 0x78, 0x3d, 0x22, 0xff, 0x22, 0x3b])]]));
-  assert.equal(odd.error, null);
-  assert.deepEqual(odd.symbols.map((s) => s.fqn), ["odd.x"]);
+  const odd = Buffer.concat([Buffer.from('const x="'), Buffer.from([0xff]), Buffer.from('";')]);
+  const [read] = run(message([["odd.ts", odd]]));
+  assert.equal(read.error, null);
+  assert.deepEqual(read.symbols.map((s) => s.fqn), ["odd.x"]);
 });

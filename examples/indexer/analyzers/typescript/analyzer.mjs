@@ -7,7 +7,8 @@ import { pathToFileURL } from "node:url";
 
 import ts from "./ts.mjs";
 
-import { Scope, bindFile } from "./binder.mjs";
+import { bindFile } from "./binder.mjs";
+import { Scope } from "./scopes.mjs";
 import { extensionOf, moduleName } from "./modules.mjs";
 import { references } from "./references.mjs";
 import { Resolver } from "./resolver.mjs";
@@ -65,8 +66,11 @@ export function analyze(handed) {
     }
   }
   const resolver = new Resolver(files, global, ambient);
+  resolver.augment();
   return parsed.map((file) => {
-    const answer = { _type: "file", path: file.path, module: file.module, error: file.error, symbols: [], references: [] };
+    const answer = {
+      _type: "file", path: file.path, module: file.module, error: file.error, symbols: [], references: [],
+    };
     if (!files.has(file.path) || files.get(file.path) !== file) return answer;
     try {
       answer.references = references(file, resolver);

@@ -3,92 +3,11 @@
 // module imports and exports. Nothing is resolved across files here.
 import ts from "./ts.mjs";
 
+import { ALL, Alias, Import, Local, NS, Scope, Sym, TYPE, VALUE, hasModifier, isJs, kFunctionLike, memberName,
+         requireOf, specifierOf } from "./scopes.mjs";
 import { callSignature, docOf, signatureOf, skipParens } from "./text.mjs";
 
 const K = ts.SyntaxKind;
-
-// What a name means where it is bound: a value, a type, a namespace (the
-// left side of `A.B` in a type). A name may mean several, each bound to its
-// own target (an interface and a const of one name).
-export const VALUE = "value";
-export const TYPE = "type";
-export const NS = "ns";
-export const ALL = [VALUE, TYPE, NS];
-
-/** Scope: the names bound in a file, a block, a function, a class or a namespace. */
-export class Scope {
-  constructor(parent, node) {
-    this.parent = parent;
-    this.node = node;
-    this.names = new Map();  // name -> { value, type, ns }: the target of each meaning
-    this.syms = new Map();  // name -> Sym: the definitions made here, merged by name
-  }
-
-  bind(name, meanings, target) {
-    let binding = this.names.get(name);
-    if (!binding) this.names.set(name, (binding = {}));
-    for (const m of meanings) binding[m] ??= target;
-  }
-
-  /** lookup: what `name` means here: its binding in the innermost scope that binds it with this meaning. */
-  lookup(name, meaning) {
-    for (let s = this; s; s = s.parent) {
-      const target = s.names.get(name)?.[meaning];
-      if (target) return target;
-    }
-    return null;
-  }
-}
-
-/**
- * Sym: a definition of the tree, reported as a symbol: every declaration of
- * one name in one place (overloads, an interface and a const, a class and a
- * namespace) with the members they declare.
- */
-export class Sym {
-  constructor(fqn, name, file) {
-    this.fqn = fqn;
-    this.name = name;
-    this.file = file;
-    this.nodes = [];
-    this.instance = new Map();  // name -> Sym: members of its instances (class, interface, object type)
-    this.statics = new Map();  // name -> Sym: members of the value itself (static, enum member, namespace export)
-    this.listed = false;  // exported by name (`export { X }`)
-  }
-}
-
-/** A binding that is no definition of the tree: a parameter, a local, a type parameter. */
-export class Local {
-  constructor(node, scope, type = null, init = null) {
-    this.node = node;
-    this.scope = scope;
-    this.type = type;  // its annotation
-    this.init = init;  // its initializer
-  }
-}
-
-/** An imported name: `name` exported by the module `spec` ("*": the module; "=": what `require` returns). */
-export class Import {
-  constructor(file, spec, name) {
-    this.file = file;
-    this.spec = spec;
-    this.name = name;
-  }
-}
-
-/** A name for a qualified name (`import X = A.B`). */
-export class Alias {
-  constructor(entity, scope) {
-    this.entity = entity;
-    this.scope = scope;
-  }
-}
-
-export const kFunctionLike = new Set([
-  K.FunctionDeclaration, K.FunctionExpression, K.ArrowFunction, K.MethodDeclaration, K.Constructor,
-  K.GetAccessor, K.SetAccessor, K.MethodSignature, K.CallSignature, K.ConstructSignature, K.FunctionType,
-  K.ConstructorType, K.IndexSignature,
-]);
 
 const kMemberKinds = {
   [K.MethodDeclaration]: "method", [K.PropertyDeclaration]: "property", [K.GetAccessor]: "getter",
@@ -96,19 +15,8 @@ const kMemberKinds = {
   [K.MethodSignature]: "method",
 };
 
-const hasModifier = (node, kind) => !!node.modifiers?.some((m) => m.kind === kind);
 const isExported = (node) => hasModifier(node, K.ExportKeyword);
 const isDefault = (node) => hasModifier(node, K.DefaultKeyword);
-const isJs = (path) => /\.[cm]?jsx?$/.test(path);
-
-/** memberName: the name a member is written with; null for a computed name. */
-export function memberName(name) {
-  if (!name) return null;
-  if (ts.isIdentifier(name) || ts.isPrivateIdentifier(name) || ts.isStringLiteral(name) || ts.isNumericLiteral(name) ||
-      ts.isNoSubstitutionTemplateLiteral(name))
-    return name.text;
-  return null;
-}
 
 // skipConst: the expression inside parentheses and `as const`.
 function skipConst(node) {
@@ -116,14 +24,6 @@ function skipConst(node) {
          (ts.isAsExpression(node) && ts.isTypeReferenceNode(node.type) && node.type.typeName.getText() === "const"))
     node = node.expression;
   return node;
-}
-
-/** requireOf: the module `require("m")` names, or null for any other expression. */
-export function requireOf(node) {
-  return ts.isCallExpression(node) && ts.isIdentifier(node.expression) && node.expression.text === "require" &&
-    node.arguments.length === 1 && ts.isStringLiteralLike(node.arguments[0])
-    ? node.arguments[0].text
-    : null;
 }
 
 const isModuleExports = (e) =>
@@ -164,6 +64,7 @@ export function bindFile(file, global, ambient) {
   file.records = [];  // the symbols, in source order
   file.recordOf = new Map();  // declaration node -> its record
   file.literals = new Map();  // object literal -> the Sym it is the value of
+  file.augmentations = [];  // { spec, sym }: each `declare module "spec"` of a module
   const binder = new Binder(file, global, ambient);
   const top = { prefix: file.module, record: null, top: file.isModule, global: !file.isModule };
   binder.statements(sf.statements, file.scope, top);
@@ -379,7 +280,8 @@ class Binder {
     node.forEachChild((child) => {
       if (skip.includes(child)) return;
       if (ts.isVariableDeclarationList(child)) this.variables(child, null, scope, null);
-      else if (ts.isStatement(child) || ts.isCaseBlock(child) || ts.isCatchClause(child)) this.statement(child, scope, null);
+      else if (ts.isStatement(child) || ts.isCaseBlock(child) || ts.isCatchClause(child))
+        this.statement(child, scope, null);
       else this.expression(child, scope);
     });
   }
@@ -544,6 +446,23 @@ class Binder {
         this.children(member, inner, [member.name]);
       }
     }
+    if (record && this.js) this.assignedMembers(node, record);
+  }
+
+  // assignedMembers: in JavaScript, `this.x = value` in a class's
+  // constructor declares its property x (when the class does not).
+  assignedMembers(node, record) {
+    const ctor = node.members.find((m) => ts.isConstructorDeclaration(m) && m.body);
+    for (const statement of ctor?.body.statements ?? []) {
+      const e = ts.isExpressionStatement(statement) ? statement.expression : null;
+      if (!e || !ts.isBinaryExpression(e) || e.operatorToken.kind !== K.EqualsToken) continue;
+      const left = e.left;
+      if (!ts.isPropertyAccessExpression(left) || left.expression.kind !== K.ThisKeyword) continue;
+      const name = memberName(left.name);
+      if (record.sym.instance.has(name)) continue;
+      this.record(this.memberSym(record.sym, name, record.sym.instance), e, "property", { record },
+                  !ts.isPrivateIdentifier(left.name), statement);
+    }
   }
 
   // objectMembers: the properties and methods of an object literal that
@@ -557,7 +476,9 @@ class Binder {
     this.file.literals.set(literal, record.sym);
     for (const p of literal.properties) {
       if (ts.isSpreadAssignment(p)) (record.sym.spreads ??= []).push(p.expression);
-      const kind = ts.isMethodDeclaration(p) ? "method" : ts.isGetAccessor(p) ? "getter" : ts.isSetAccessor(p) ? "setter"
+      const kind = ts.isMethodDeclaration(p) ? "method"
+        : ts.isGetAccessor(p) ? "getter"
+        : ts.isSetAccessor(p) ? "setter"
         : ts.isPropertyAssignment(p) || ts.isShorthandPropertyAssignment(p) ? "property" : null;
       const name = kind && memberName(p.name);
       if (name === null || !kind) continue;
@@ -615,11 +536,15 @@ class Binder {
     const ambient = ts.isStringLiteral(node.name);
     if (ambient && !ctx) return;
     const name = node.name.text;
-    const record = this.define(node, name, [VALUE, NS], "namespace", scope, ctx);
+    // `declare module "m"` binds no name. In a script it declares the
+    // module m; in a module it adds to m (resolved once every file is read).
+    const record = ambient
+      ? this.record(new Sym(`${ctx.prefix}.${name}`, name, this.file), node, "namespace", ctx, true)
+      : this.define(node, name, [VALUE, NS], "namespace", scope, ctx);
     if (!record) return;
     const sym = record.sym;
-    // In a module, `declare module "m"` adds to a module; in a script it declares one.
-    if (ambient && !this.file.isModule && !name.startsWith(".")) this.ambient.set(name, sym);
+    if (ambient && this.file.isModule) this.file.augmentations.push({ spec: name, sym });
+    else if (ambient && !name.startsWith(".")) this.ambient.set(name, sym);
     const inner = this.open(node, scope);
     // In a declaration (`declare namespace`, a .d.ts file) every member is exported.
     const declared = ambient || hasModifier(node, K.DeclareKeyword) || /\.d\.[cm]?ts$/.test(this.file.path);
@@ -637,12 +562,13 @@ class Binder {
     if (named && ts.isNamespaceImport(named)) {
       scope.bind(named.name.text, ALL, new Import(this.file, spec, "*"));
     } else if (named) {
-      for (const e of named.elements) scope.bind(e.name.text, ALL, new Import(this.file, spec, (e.propertyName ?? e.name).text));
+      for (const e of named.elements)
+        scope.bind(e.name.text, ALL, new Import(this.file, spec, (e.propertyName ?? e.name).text));
     }
   }
 
   exportDeclaration(node) {
-    const spec = node.moduleSpecifier && ts.isStringLiteralLike(node.moduleSpecifier) ? node.moduleSpecifier.text : null;
+    const spec = specifierOf(node);
     const clause = node.exportClause;
     if (spec !== null && !clause) {
       this.file.stars.push(spec);

@@ -24,6 +24,13 @@ export class Bound {
   }
 }
 
+/** A value known only by what it is: a member of a Record or of an index signature. */
+export class Held {
+  constructor(entity) {
+    this.entity = entity;
+  }
+}
+
 /** unbound: the Sym (or other target) a resolution stands for, without type arguments. */
 export const unbound = (t) => (t instanceof Bound ? t.sym : t);
 
@@ -33,6 +40,7 @@ export const unbound = (t) => (t instanceof Bound ? t.sym : t);
 //   { sym, side: "instance", args }  an instance of a class, interface or object type
 //   { module }                       a module's exports
 //   { parts: [entity], union }       a union or intersection of entities
+//   { index: entity }                an object of any keys, each holding an entity (Record<K, V>)
 //   { literal: node, args }          an object type written in place, `{ a: A }`
 //   { promise: entity }              a Promise of an entity, until awaited
 //   { element: entity }              an array of an entity

@@ -34,15 +34,29 @@ const kBare = [".ts", ".tsx", ".d.ts", ".js", ".jsx"];
 
 /**
  * resolveSpecifier: the path of the tree's file that `specifier`, written
- * in the file at `from`, names, or null (a package, or no such file). `has`
- * tells whether a path is one of the tree's files.
+ * in the file at `from`, names, or null (no such file in the tree). `has`
+ * tells whether a path is one of the tree's files. A package name names a
+ * package of the tree: in a node_modules folder around the file, or its
+ * declarations in node_modules/@types, by its index file when it is a
+ * folder (what its package.json says is not handed over).
  */
 export function resolveSpecifier(from, specifier, has) {
-  if (!specifier.startsWith("./") && !specifier.startsWith("../") && specifier !== "." && specifier !== "..")
-    return null;
-  const target = posix.normalize(posix.join(posix.dirname(from), specifier));
-  if (target.startsWith("../") || target === "..") return null;
-  const base = target === "." ? "" : target;
+  const relative = specifier.startsWith("./") || specifier.startsWith("../") || specifier === "." || specifier === "..";
+  if (relative) {
+    const target = posix.normalize(posix.join(posix.dirname(from), specifier));
+    return target.startsWith("../") || target === ".." ? null : fileAt(target === "." ? "" : target, has);
+  }
+  if (!/^(@[\w.-]+\/)?[\w.-]+(\/[\w.-]+)*$/.test(specifier)) return null;  // node:fs, /abs, a URL
+  const types = specifier.replace(/^@([\w.-]+)\/([\w.-]+)/, "$1__$2");
+  for (let dir = posix.dirname(from); ; dir = posix.dirname(dir)) {
+    const at = dir === "." ? "" : `${dir}/`;
+    const found = fileAt(`${at}node_modules/${specifier}`, has) ?? fileAt(`${at}node_modules/@types/${types}`, has);
+    if (found || dir === "." || dir === "/") return found;
+  }
+}
+
+// fileAt: the file a specifier's path names: itself, with an extension, or its folder's index file.
+function fileAt(base, has) {
   for (const [ext, tries] of Object.entries(kForJs)) {
     if (!base.endsWith(ext)) continue;
     const stem = base.slice(0, -ext.length);
@@ -50,7 +64,7 @@ export function resolveSpecifier(from, specifier, has) {
   }
   if (extensionOf(base) && has(base)) return base;
   for (const e of kBare) if (has(base + e)) return base + e;
-  const index = base === "" ? "index" : base + "/index";
+  const index = base === "" ? "index" : `${base}/index`;
   for (const e of kBare) if (has(index + e)) return index + e;
   return null;
 }

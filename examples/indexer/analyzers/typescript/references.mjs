@@ -2,9 +2,9 @@
 // where it is written, and the uses of the tree's definitions reported.
 import ts from "./ts.mjs";
 
-import { Import, NS, Sym, TYPE, VALUE, memberName, requireOf } from "./binder.mjs";
+import { Import, NS, Sym, TYPE, VALUE, isJs, memberName, requireOf, specifierOf } from "./scopes.mjs";
 import { ModuleRef, unbound } from "./entities.mjs";
-import { accessName } from "./typing.mjs";
+import { accessName, thisClass } from "./typing.mjs";
 import { skipParens } from "./text.mjs";
 
 const K = ts.SyntaxKind;
@@ -23,6 +23,7 @@ const kDeclarations = new Set([
 /** references: the uses, in `file`, of the definitions `resolver` knows, one per (symbol, line). */
 export function references(file, resolver) {
   const sf = file.sf;
+  const js = isJs(file.path);
   const found = new Map();  // fqn \0 line -> reference
   const emit = (bound, at, usage, caller) => {
     const target = unbound(bound);
@@ -40,6 +41,7 @@ export function references(file, resolver) {
   };
 
   const walk = (node, scope, caller) => {
+    resolver.refuel();
     scope = file.scopes.get(node) ?? scope;
     caller = file.recordOf.get(node) ?? caller;
     // The types and links of its doc comment are uses too.
@@ -60,7 +62,7 @@ export function references(file, resolver) {
       case K.IndexedAccessType: {
         const index = node.indexType;
         if (ts.isLiteralTypeNode(index) && ts.isStringLiteral(index.literal)) {
-          const base = resolver.type(node.objectType, scope);
+          const base = resolver.type(node.objectType, scope, 0, true);  // a type parameter here has its constraint
           emit(resolver.member(base, index.literal.text), index, "reference", caller);
         }
         break;
@@ -110,6 +112,7 @@ export function references(file, resolver) {
   const identifier = (id, scope, caller) => {
     const parent = id.parent;
     if (ts.isPropertyAccessExpression(parent) && parent.name === id) {
+      if (declares(parent, js)) return;
       const base = resolver.value(parent.expression, scope, file);
       emit(resolver.member(base, id.text), id, usageOf(parent), caller);
       return;
@@ -180,7 +183,7 @@ export function references(file, resolver) {
   const exportDeclaration = (node, scope, caller) => {
     const clause = node.exportClause;
     if (!clause || !ts.isNamedExports(clause)) return;
-    const spec = node.moduleSpecifier && ts.isStringLiteralLike(node.moduleSpecifier) ? node.moduleSpecifier.text : null;
+    const spec = specifierOf(node);
     for (const e of clause.elements) {
       const key = e.propertyName ?? e.name;
       if (!ts.isIdentifier(key) && !ts.isStringLiteral(key)) continue;
@@ -204,11 +207,20 @@ export function references(file, resolver) {
     }
   };
 
+  resolver.startFile();
   walk(sf, file.scope, null);
   return [...found.values()];
 }
 
 const anyMeaning = (scope, name) => scope.lookup(name, VALUE) ?? scope.lookup(name, TYPE) ?? scope.lookup(name, NS);
+
+// declares: whether `this.x` is assigned where JavaScript declares x by it
+// (`this.x = v` in a class's members), which is no use of x.
+function declares(access, js) {
+  const assignment = access.parent;
+  return js && access.expression.kind === K.ThisKeyword && ts.isBinaryExpression(assignment) &&
+    assignment.left === access && assignment.operatorToken.kind === K.EqualsToken && thisClass(access) !== null;
+}
 
 function qualifiedTop(node) {
   while (ts.isQualifiedName(node.parent)) node = node.parent;

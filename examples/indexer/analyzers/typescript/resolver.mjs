@@ -4,12 +4,15 @@
 // members are looked up on) is typing.mjs's part of the Resolver.
 import ts from "./ts.mjs";
 
-import { Alias, Import, Local, NS, Sym, TYPE, VALUE, memberName } from "./binder.mjs";
-import { Bound, ModuleRef, kDeepest, unbound } from "./entities.mjs";
+import { Alias, Import, Local, NS, Sym, TYPE, VALUE, memberName } from "./scopes.mjs";
+import { Bound, Held, ModuleRef, kDeepest, unbound } from "./entities.mjs";
 import { resolveSpecifier } from "./modules.mjs";
 import { typing } from "./typing.mjs";
 
 const K = ts.SyntaxKind;
+
+const kSteps = 20_000;
+const kFileSteps = 20_000_000;
 
 export class Resolver {
   constructor(files, global, ambient) {
@@ -23,6 +26,51 @@ export class Resolver {
     this.typeWithinMemo = new Map();
     this.symTypeMemo = new Map();
     this.baseMemo = new Map();
+    this.fuel = 0;
+    this.budget = 0;
+  }
+
+  // What one resolution, and all of one file's, may spend (steps of member,
+  // type and value lookups): bases and type arguments that refer to each
+  // other can branch without end in a tree made to; beyond, nothing resolves.
+  startFile() {
+    this.budget = kFileSteps;
+  }
+
+  refuel() {
+    this.budget -= kSteps - Math.max(this.fuel, 0);
+    this.fuel = this.budget > 0 ? kSteps : 0;
+  }
+
+  spend() {
+    return --this.fuel >= 0;
+  }
+
+  /**
+   * augment: each `declare module "m"` of a module adds to m: what it
+   * declares takes the fqn of the definition of m it merges with (an
+   * interface, a namespace), which gains its members and bases.
+   */
+  augment() {
+    for (const file of this.files.values()) {
+      for (const { spec, sym } of file.augmentations) {
+        const target = this.module(file, spec);
+        if (!target) continue;
+        sym.fqn = target instanceof Sym ? target.fqn : target.module;
+        for (const [name, added] of sym.statics) {
+          const merged = unbound(target instanceof Sym ? target.statics.get(name) : this.exported(target, name));
+          const into = merged instanceof Sym && merged !== added ? merged : null;
+          added.fqn = into?.fqn ?? `${sym.fqn}.${name}`;
+          for (const [side, members] of [["instance", added.instance], ["statics", added.statics]]) {
+            for (const [n, m] of members) {
+              m.fqn = `${added.fqn}.${n}`;
+              if (into && !into[side].has(n)) into[side].set(n, m);
+            }
+          }
+          if (into) into.nodes.push(...added.nodes);
+        }
+      }
+    }
   }
 
   // module: the tree's file (or ambient module) that `spec` names from `file`, or null.
@@ -94,6 +142,7 @@ export class Resolver {
     if (!t || depth > kDeepest) return null;
     if (t instanceof ModuleRef) return { module: t.file };
     if (t instanceof Local) return this.localType(t, depth + 1);
+    if (t instanceof Held) return t.entity;
     const sym = unbound(t);
     if (!(sym instanceof Sym)) return null;
     if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isEnumDeclaration(n) || ts.isModuleDeclaration(n) ||
@@ -104,19 +153,21 @@ export class Resolver {
 
   /** member: the member `name` of an entity: a Sym (a Bound, of a generic's instance), a module's export, or null. */
   member(entity, name, depth = 0) {
-    if (!entity || depth > kDeepest) return null;
+    if (!entity || depth > kDeepest || !this.spend()) return null;
     if (entity.module) return this.exported(entity.module, name, depth + 1);
     if (entity.parts) {
       // A member declared once among the parts is that declaration's; one
-      // that several declare is the union's or intersection's own.
+      // that several declare is the union's or intersection's own. (Code
+      // uses a member that only some parts of a union have where it has
+      // narrowed the union to them.)
       const found = new Map();
       for (const p of entity.parts) {
         const m = this.member(p, name, depth + 1);
         if (m) found.set(unbound(m), m);
-        else if (entity.union) return null;
       }
       return found.size === 1 ? [...found.values()][0] : null;
     }
+    if (entity.index) return new Held(entity.index);
     if (entity.literal) {
       const m = entity.literal.members.find((n) => memberName(n.name) === name);
       if (!m) return null;
@@ -151,13 +202,14 @@ export class Resolver {
     if (memo) memo[side] = [];
     const found = [];
     for (const node of sym.nodes) {
-      const scope = this.scopeOf(sym.file, node, true);
+      const file = this.fileOfNode(node);
+      const scope = this.scopeOf(file, node, true);
       const clauses = ts.isClassLike(node) || (ts.isInterfaceDeclaration(node) && side === "instance")
         ? node.heritageClauses ?? [] : [];
       for (const clause of clauses) {
         for (const t of clause.types) {
           if (ts.isClassLike(node) && clause.token === K.ExtendsKeyword) {
-            const base = this.value(t.expression, scope, sym.file, depth + 1);
+            const base = this.value(t.expression, scope, file, depth + 1);
             const given = t.typeArguments?.map((a) => ({ node: a, scope, args, within: false }));
             if (base?.sym) found.push({ sym: base.sym, side, args: this.givenArguments(base.sym, given) });
           } else if (side === "instance") {

@@ -6,7 +6,7 @@
 // beyond: where only a type checker could tell, it is nothing.
 import ts from "./ts.mjs";
 
-import { Import, Local, Sym, TYPE, VALUE, kFunctionLike, memberName, requireOf } from "./binder.mjs";
+import { Import, Local, Sym, TYPE, VALUE, hasModifier, isJs, kFunctionLike, memberName, requireOf } from "./scopes.mjs";
 import { Bound, ModuleRef, kDeepest, unbound } from "./entities.mjs";
 import { skipParens } from "./text.mjs";
 
@@ -18,10 +18,19 @@ const kHolders = {
   Readonly: "same", Partial: "same", Required: "same", NonNullable: "same",
 };
 
-const hasModifier = (node, kind) => !!node.modifiers?.some((m) => m.kind === kind);
+// What runs code or not: an assignment in one is not sure to have run after it.
+const kBranches = new Set([
+  K.IfStatement, K.ConditionalExpression, K.ForStatement, K.ForInStatement, K.ForOfStatement, K.WhileStatement,
+  K.DoStatement, K.CaseClause, K.DefaultClause, K.TryStatement, K.CatchClause,
+]);
+const kLogical = new Set([K.AmpersandAmpersandToken, K.BarBarToken, K.QuestionQuestionToken]);
+
+// Array methods that take elements: their arguments are expected to be elements.
+const kAdds = new Set(["push", "unshift"]);
+
+const isLiteral = (node) => ts.isStringLiteralLike(node) || ts.isNumericLiteral(node);
 const isThisParameter = (p) => p.name && ts.isIdentifier(p.name) && p.name.text === "this";
 const ownParameters = (fn) => fn.parameters.filter((p) => !isThisParameter(p));
-const isJs = (file) => !!file && /\.[cm]?jsx?$/.test(file.path);
 
 // Bindings of type parameters (TypeParameterDeclaration -> binding), one of
 //   { node, scope, args, within }  a type written in the code, read where it is written
@@ -34,12 +43,14 @@ export const typing = {
     if (!args) this.symTypeMemo.set(sym, null);
     let found = null;
     for (const node of sym.nodes) {
-      const scope = this.scopeOf(sym.file, node);
-      if (ts.isGetAccessor(node)) found = this.returned(new Bound({ nodes: [node], file: sym.file }, args), depth + 1);
+      const file = this.fileOfNode(node);
+      const scope = this.scopeOf(file, node);
+      if (ts.isGetAccessor(node)) found = this.returned(new Bound({ nodes: [node] }, args), depth + 1);
       else if (kFunctionLike.has(node.kind)) continue;
-      else if (ts.isShorthandPropertyAssignment(node)) found = this.value(node.name, scope, sym.file, depth + 1);
+      else if (ts.isShorthandPropertyAssignment(node)) found = this.value(node.name, scope, file, depth + 1);
+      else if (ts.isBinaryExpression(node)) found = this.value(node.right, scope, file, depth + 1);
       else if (node.type) found = this.type(node.type, scope, depth + 1, false, args);
-      else if (node.initializer) found = this.value(node.initializer, scope, sym.file, depth + 1);
+      else if (node.initializer) found = this.value(node.initializer, scope, file, depth + 1);
       if (found) break;
     }
     if (!args) this.symTypeMemo.set(sym, found);
@@ -60,15 +71,48 @@ export const typing = {
     return null;
   },
 
+  // assignedBefore: what a variable declared without a value (`let client;`,
+  // `let client = null;`) holds where `use` reads it: the value of the last
+  // assignment before it in its function, outside any branch that does not
+  // hold the use too (after `if (c) x = v`, x may or may not be v).
+  assignedBefore(use, target, file, depth) {
+    let fn = use.parent;
+    while (fn && !kFunctionLike.has(fn.kind) && !ts.isSourceFile(fn)) fn = fn.parent;
+    const around = (n) => {
+      for (let a = n.parent; a; a = a.parent) {
+        if (a.pos <= use.pos && use.end <= a.end) return true;
+        if (kBranches.has(a.kind) || (ts.isBinaryExpression(a) && kLogical.has(a.operatorToken.kind))) return false;
+      }
+      return false;
+    };
+    let last = null;
+    const visit = (n) => {
+      if (n.pos >= use.pos || (n !== fn && (kFunctionLike.has(n.kind) || ts.isClassLike(n)))) return;
+      if (ts.isBinaryExpression(n) && n.operatorToken.kind === K.EqualsToken && ts.isIdentifier(n.left) &&
+          n.left.text === use.text && n.end <= use.pos && around(n) &&
+          this.scopeOf(file, n).lookup(use.text, VALUE) === target)
+        last = n;
+      n.forEachChild(visit);
+    };
+    if (fn) visit(fn);
+    return last ? this.value(last.right, this.scopeOf(file, last), file, depth + 1) : null;
+  },
+
   // parameterType: the type of a parameter without an annotation, from the
-  // function type its function is expected to have.
+  // function type its function is expected to have. The function implements
+  // that signature's own type parameters: in it they have their constraints.
   parameterType(param, depth) {
     const fn = param.parent;
     if (!kFunctionLike.has(fn.kind)) return null;
     const expected = this.contextual(fn, depth + 1);
-    const declared = expected?.signature && ownParameters(expected.signature)[ownParameters(fn).indexOf(param)];
+    const signature = expected?.signature;
+    const declared = signature && ownParameters(signature)[ownParameters(fn).indexOf(param)];
     if (!declared?.type) return null;
-    return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, false, expected.args);
+    const scope = this.scopeOf(this.fileOfNode(signature), signature, true);
+    const args = new Map(expected.args ?? []);
+    for (const p of signature.typeParameters ?? [])
+      if (!args.has(p) && p.constraint) args.set(p, { node: p.constraint, scope, args, within: true });
+    return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, false, args);
   },
 
   // elementType: what a name of an object pattern holds: the member of the value taken apart.
@@ -84,7 +128,10 @@ export const typing = {
     const file = this.fileOfNode(decl);
     const scope = this.scopeOf(file, decl);
     if (ts.isBindingElement(decl)) return this.elementType(decl, depth + 1);
-    if (decl.type) return this.type(decl.type, ts.isParameter(decl) ? this.scopeOf(file, decl.parent, true) : scope, depth + 1, true);
+    if (decl.type) {
+      const at = ts.isParameter(decl) ? this.scopeOf(file, decl.parent, true) : scope;
+      return this.type(decl.type, at, depth + 1, true);
+    }
     if (ts.isParameter(decl)) return this.parameterType(decl, depth + 1);
     if (decl.initializer) return this.value(decl.initializer, scope, file, depth + 1);
     return null;
@@ -105,12 +152,32 @@ export const typing = {
    * property of an object that is itself expected to be one.
    */
   contextual(expr, depth = 0) {
-    if (depth > kDeepest) return null;
+    if (depth > kDeepest || !this.spend()) return null;
+    const expected = this.expected(expr, depth);
+    return expected?.parts && ts.isObjectLiteralExpression(expr) ? this.discriminated(expected, expr, depth) : expected;
+  },
+
+  // discriminated: the parts of a union an object literal can be, by the
+  // literal values it gives to members the parts declare with literal types
+  // (`{ code: "too_small", ... }` of `A | B`), as TypeScript reads it.
+  discriminated(union, object, depth) {
+    const given = object.properties.filter((p) => ts.isPropertyAssignment(p) && isLiteral(p.initializer));
+    const fits = (part) => given.every((p) => {
+      const declared = unbound(this.member(part, memberName(p.name), depth + 1))?.nodes?.[0]?.type;
+      const literals = declared && (ts.isUnionTypeNode(declared) ? declared.types : [declared]);
+      return !literals?.every((t) => ts.isLiteralTypeNode(t)) ||
+        literals.some((t) => t.literal.text === p.initializer.text);
+    });
+    const parts = union.parts.filter(fits);
+    return parts.length === 1 ? parts[0] : parts.length ? { ...union, parts } : union;
+  },
+
+  expected(expr, depth) {
     const p = expr.parent;
     const file = this.fileOfNode(expr);
     const typeAt = (t, at) => this.type(t, this.scopeOf(file, at), depth + 1);
-    const memberOf = (object, name) =>
-      name === null ? null : this.memberType(this.member(this.contextual(object, depth + 1), name, depth + 1), depth + 1);
+    const memberOf = (object, name) => name === null
+      ? null : this.memberType(this.member(this.contextual(object, depth + 1), name, depth + 1), depth + 1);
     if (ts.isObjectLiteralExpression(p)) return memberOf(p, memberName(expr.name));  // a method of an object
     switch (p.kind) {
       case K.ParenthesizedExpression:
@@ -139,6 +206,10 @@ export const typing = {
       case K.CallExpression:
       case K.NewExpression: {
         const i = p.arguments?.indexOf(expr) ?? -1;
+        if (i >= 0 && ts.isPropertyAccessExpression(p.expression) && kAdds.has(p.expression.name.text)) {
+          const array = this.value(p.expression.expression, this.scopeOf(file, p), file, depth + 1);
+          if (array?.element) return array.element;
+        }
         const called = i < 0 ? null : this.signatureCalled(p, i, depth + 1);
         const param = called && ownParameters(called.signature)[i];
         if (!param?.type || param.dotDotDotToken) return null;
@@ -168,7 +239,15 @@ export const typing = {
     let signature = null;
     let args = outer;
     if (sym instanceof Sym && ts.isNewExpression(call)) {
-      signature = sym.ctor?.nodes.find(fits);
+      // The class's constructor, or the one it inherits, with the type
+      // arguments its heritage gives the base.
+      const given = call.typeArguments?.map((a) => ({ node: a, scope, args: null, within: true }));
+      const isClass = (b) => b.sym?.nodes.some((n) => ts.isClassLike(n));
+      let cls = { sym, args: this.givenArguments(sym, given) };
+      for (let up = 0; cls && !cls.sym.ctor && up < kDeepest; ++up)
+        cls = this.bases(cls.sym, "instance", depth + 1, cls.args).find(isClass);
+      signature = cls?.sym.ctor?.nodes.find(fits);
+      args = cls?.args ?? null;
     } else if (sym instanceof Sym) {
       signature = sym.nodes.map((n) => (ts.isVariableDeclaration(n) && n.initializer ? skipParens(n.initializer) : n))
         .find(fits);
@@ -176,8 +255,11 @@ export const typing = {
       // A value whose type has a call (or construct) signature: `Class: new (def: D) => T`.
       const entity = this.entityOf(callee, depth + 1);
       const kind = ts.isNewExpression(call) ? K.ConstructSignature : K.CallSignature;
-      signature = entity?.signature ?? entity?.literal?.members.find((m) => m.kind === kind) ?? null;
-      if (entity?.signature && ts.isNewExpression(call) !== ts.isConstructorTypeNode(entity.signature)) signature = null;
+      const members = entity?.literal?.members ?? entity?.sym?.nodes.flatMap((n) => ts.isInterfaceDeclaration(n)
+        ? n.members : ts.isTypeAliasDeclaration(n) && ts.isTypeLiteralNode(n.type) ? n.type.members : []);
+      signature = entity?.signature ?? members?.find((m) => m.kind === kind) ?? null;
+      if (entity?.signature && ts.isNewExpression(call) !== ts.isConstructorTypeNode(entity.signature))
+        signature = null;
       args = entity?.args ?? null;
       if (signature && !fits(signature)) signature = null;
     }
@@ -204,7 +286,10 @@ export const typing = {
     if (returns && ts.isTypeReferenceNode(returns) && returns.typeArguments && params.some((p) => !args.has(p))) {
       const expected = this.contextual(call, depth + 1);
       const generic = expected?.sym?.nodes.find((n) => n.typeParameters?.length);
-      if (generic && expected.args && unbound(this.entityName(returns.typeName, this.scopeOf(this.fileOfNode(returns), returns), TYPE, depth + 1)) === expected.sym) {
+      const returnsScope = this.scopeOf(this.fileOfNode(returns), returns);
+      const returnsSym = generic && unbound(this.entityName(returns.typeName, returnsScope, TYPE, depth + 1));
+      const same = returnsSym && returnsSym === expected.sym;
+      if (same && expected.args) {
         returns.typeArguments.forEach((t, i) => {
           const p = named(t);
           const given = generic.typeParameters[i] && expected.args.get(generic.typeParameters[i]);
@@ -219,7 +304,8 @@ export const typing = {
       if (entity) args.set(p, { entity });
     });
     const declared = this.scopeOf(this.fileOfNode(signature), signature, true);
-    for (const p of params) if (!args.has(p) && p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
+    for (const p of params)
+      if (!args.has(p) && p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
     return args;
   },
 
@@ -231,7 +317,7 @@ export const typing = {
    * a parameter of a generic being called) it is what `args` binds it to.
    */
   type(node, scope, depth = 0, within = false, args = null) {
-    if (!node || depth > kDeepest) return null;
+    if (!node || depth > kDeepest || !this.spend()) return null;
     const memo = args ? null : within ? this.typeWithinMemo : this.typeMemo;
     if (memo?.has(node)) return memo.get(node);
     memo?.set(node, null);
@@ -259,6 +345,10 @@ export const typing = {
           if (within && t.node.constraint)
             return this.type(t.node.constraint, this.scopeOf(this.fileOfNode(t.node), t.node), depth + 1, within);
           return null;
+        }
+        if (!t && ts.isIdentifier(name) && name.text === "Record" && node.typeArguments?.length === 2) {
+          const values = inner(node.typeArguments[1]);
+          return values ? { index: values } : null;
         }
         // The standard library's generics that hold one type, when the tree does not define them.
         const held = !t && ts.isIdentifier(name) && node.typeArguments?.length === 1 ? kHolders[name.text] : undefined;
@@ -316,7 +406,7 @@ export const typing = {
     if (!generics.length) return null;
     const args = new Map();
     for (const node of generics) {
-      const declared = this.scopeOf(sym.file, node, true);
+      const declared = this.scopeOf(this.fileOfNode(node), node, true);
       node.typeParameters.forEach((p, i) => {
         if (given?.[i]) args.set(p, given[i]);
         else if (p.default) args.set(p, { node: p.default, scope: declared, args, within: false });
@@ -327,16 +417,17 @@ export const typing = {
 
   // instanceOf: the entity of a value whose type is the definition `sym`.
   instanceOf(sym, depth, args = null) {
-    if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isInterfaceDeclaration(n))) return { sym, side: "instance", args };
+    if (sym.nodes.some((n) => ts.isClassLike(n) || ts.isInterfaceDeclaration(n)))
+      return { sym, side: "instance", args };
     const alias = sym.nodes.find((n) => ts.isTypeAliasDeclaration(n));
     if (alias && ts.isTypeLiteralNode(alias.type)) return { sym, side: "instance", args };
-    if (alias) return this.type(alias.type, this.scopeOf(sym.file, alias, true), depth + 1, false, args);
+    if (alias) return this.type(alias.type, this.scopeOf(this.fileOfNode(alias), alias, true), depth + 1, false, args);
     return null;
   },
 
   /** value: the entity an expression's value is, or null. */
   value(node, scope, file, depth = 0) {
-    if (!node || depth > kDeepest) return null;
+    if (!node || depth > kDeepest || !this.spend()) return null;
     if (this.valueMemo.has(node)) return this.valueMemo.get(node);
     this.valueMemo.set(node, null);
     const found = this.valueUncached(node, scope, file, depth);
@@ -348,12 +439,15 @@ export const typing = {
     while (ts.isParenthesizedExpression(node) || ts.isNonNullExpression(node) || ts.isSatisfiesExpression(node))
       node = node.expression;
     switch (node.kind) {
-      case K.Identifier:
-        return this.entityOf(this.target(scope.lookup(node.text, VALUE), depth + 1), depth + 1);
+      case K.Identifier: {
+        const t = this.target(scope.lookup(node.text, VALUE), depth + 1);
+        return declaredEmpty(t) ? this.assignedBefore(node, t, file, depth + 1) : this.entityOf(t, depth + 1);
+      }
       case K.ThisKeyword:
       case K.SuperKeyword: {
         const declared = node.kind === K.ThisKeyword ? thisParameter(node) : null;
-        if (declared) return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, true);
+        if (declared)
+          return this.type(declared.type, this.scopeOf(this.fileOfNode(declared), declared), depth + 1, true);
         const at = thisClass(node);
         const sym = at && this.classSym(at.cls);
         if (!sym) return null;
@@ -368,7 +462,7 @@ export const typing = {
       case K.ElementAccessExpression: {
         const name = accessName(node);
         const base = this.value(node.expression, scope, file, depth + 1);
-        if (name === null) return ts.isElementAccessExpression(node) ? base?.element ?? null : null;
+        if (name === null) return ts.isElementAccessExpression(node) ? base?.element ?? base?.index ?? null : null;
         return this.entityOf(this.member(base, name, depth + 1), depth + 1);
       }
       case K.NewExpression: {
@@ -379,13 +473,15 @@ export const typing = {
           return { sym: t, side: "instance", args: this.givenArguments(t, given) };
         }
         const called = this.signatureCalled(node, -1, depth + 1);
-        return called?.signature.type
-          ? this.type(called.signature.type, this.scopeOf(this.fileOfNode(called.signature), called.signature), depth + 1, false, called.args)
-          : null;
+        const returns = called?.signature.type;
+        if (!returns) return null;
+        const at = this.scopeOf(this.fileOfNode(called.signature), called.signature);
+        return this.type(returns, at, depth + 1, false, called.args);
       }
       case K.CallExpression: {
         const spec = requireOf(node);
-        if (spec !== null && isJs(file)) return this.entityOf(this.imported(new Import(file, spec, "="), depth + 1), depth + 1);
+        if (spec !== null && file && isJs(file.path))
+          return this.entityOf(this.imported(new Import(file, spec, "="), depth + 1), depth + 1);
         return this.returned(this.callee(node.expression, scope, file, depth), depth + 1, node);
       }
       case K.AwaitExpression:
@@ -435,6 +531,14 @@ export const typing = {
   },
 };
 
+/** declaredEmpty: whether a variable is declared without a type and a value (or with null): `let x;`. */
+function declaredEmpty(t) {
+  const node = t instanceof Local ? t.node : t instanceof Sym && t.nodes.length === 1 ? t.nodes[0] : null;
+  return !!node && ts.isVariableDeclaration(node) && !node.type && ts.isIdentifier(node.name) &&
+    (!node.initializer || node.initializer.kind === K.NullKeyword) &&
+    !ts.isForOfStatement(node.parent.parent) && !ts.isForInStatement(node.parent.parent);
+}
+
 /** thisParameter: the `this: T` parameter of the function `this` is in, if it declares one. */
 function thisParameter(node) {
   for (let n = node.parent; n; n = n.parent) {
@@ -476,7 +580,8 @@ export function thisClass(node) {
     if (ts.isClassLike(n)) return null;
     if (n.parent && ts.isClassLike(n.parent) && (ts.isMethodDeclaration(n) || ts.isConstructorDeclaration(n) ||
         ts.isAccessor(n) || ts.isPropertyDeclaration(n) || ts.isClassStaticBlockDeclaration(n))) {
-      const isStatic = ts.isClassStaticBlockDeclaration(n) || (ts.getCombinedModifierFlags(n) & ts.ModifierFlags.Static) !== 0;
+      const isStatic = ts.isClassStaticBlockDeclaration(n) ||
+        (ts.getCombinedModifierFlags(n) & ts.ModifierFlags.Static) !== 0;
       return { cls: n.parent, side: isStatic ? "static" : "instance" };
     }
     if (ts.isFunctionDeclaration(n) || ts.isFunctionExpression(n) || ts.isMethodDeclaration(n) ||

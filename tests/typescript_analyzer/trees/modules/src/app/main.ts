@@ -12,7 +12,11 @@ export function serve(options: Options): Server { //> src.lib.base.Options src.l
   return server;
 }
 
-const settings: Options = { port: 1, host: "a" }; //> src.lib.base.Options src.lib.base.Options.port src.lib.base.Options.host
+const settings: Options = { //> src.lib.base.Options
+  port: 1, //> src.lib.base.Options.port
+  host: "a", //> src.lib.base.Options.host
+  verbose: true, //> src.lib.base.Options.verbose
+};
 lib.Server; //> src.lib.server.Server
 run(); //> src.lib.base.main
 serve(settings); //> src.app.main.serve src.app.main.settings

@@ -1,0 +1,6 @@
+declare module "./base" {
+  interface Options {
+    verbose?: boolean;
+  }
+}
+export {};
