@@ -6,7 +6,8 @@ set -euo pipefail
 core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
       libgit2-dev pkg-config
       pybind11-dev python3-dev python3-wheel)
-extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3)
+# python3-clang: the C and C++ oracle of bench/accuracy.
+extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3 python3-clang)
 want=("${core[@]}")
 [ "${1:-all}" = all ] && want+=("${extra[@]}")
 
