@@ -21,12 +21,22 @@ void SymbolTable::add(IndexedSymbol symbol) {
 }
 
 void SymbolTable::mark_scoped_members() {
-  for (IndexedSymbol& symbol : symbols_) {
+  for (std::size_t i = 0; i < symbols_.size(); ++i) {
+    IndexedSymbol& symbol = symbols_[i];
     const std::size_t cut = symbol.fqn.rfind("::");
     if (cut == std::string::npos) continue;
-    const IndexedSymbol* parent = find(std::string_view(symbol.fqn).substr(0, cut));
+    const std::string_view scope = std::string_view(symbol.fqn).substr(0, cut);
+    const IndexedSymbol* parent = find(scope);
     symbol.member =
         parent != nullptr && (parent->kind == "class" || parent->kind == "struct" || parent->kind == "union");
+    if (parent == nullptr || symbol.kind != "enumerator" || parent->kind != "enum" ||
+        parent->signature.find("enum class") != std::string::npos ||
+        parent->signature.find("enum struct") != std::string::npos)
+      continue;
+    const std::size_t outer = scope.rfind("::");
+    const std::string alias =
+        outer == std::string_view::npos ? symbol.name : std::string(scope.substr(0, outer)) + "::" + symbol.name;
+    by_fqn_.emplace(alias, i);
   }
 }
 
