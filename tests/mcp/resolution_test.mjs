@@ -53,6 +53,68 @@ test("C++: names qualified with ::, scopes around a name, using namespace, overl
     assert.equal(symbol.docstring, "Formats.");
   }));
 
+// C++ as the language looks names up: each row is [fqn, its uses] and
+// names the rule it checks.
+const cppRules = {
+  "include/shop/core.h": "#pragma once\nnamespace shop {\n/*! Base of every item. */\nclass Item {\n public:\n" +
+    "  virtual int price() const;\n  int weight;  ///< in grams\n};\n" +
+    "#define SHOP_API\n/// A book.\nSHOP_API\nclass Book : public Item {\n public:\n  Book(const char* title);\n" +
+    "  int price() const override;\n  int pages() const;\n};\n" +
+    "class Magazine {\n public:\n  int pages() const;\n};\nenum Color { red, green };\n" +
+    "namespace detail {\nint helper(int x);\n}\n}\n" +
+    "/// Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
+    "int weight;\nint total(int n);\n#define SHOP_TWICE(weight) ((weight) + (weight))\n",
+  "include/shop/lexer.h": "struct LexerBase {\n  enum class token_type { end };\n};\n" +
+    "struct Lexer : LexerBase {\n  using token_type = LexerBase::token_type;\n  token_type scan();\n};\n" +
+    "inline Lexer::token_type Lexer::scan() {\n  return token_type::end;\n}\n",
+  "include/library/book.h": "namespace library {\nclass Book {};\n}\n",
+  "include/geometry.h": "struct Rect {\n  int width;\n};\n",
+  "include/std_hash.h": "namespace std {\ntemplate <class T> struct hash;\n}\n",
+  "src/book.cc": '#include "shop/core.h"\nnamespace shop {\nint Book::price() const {\n  return pages() + weight;\n}\n' +
+    "int Book::pages() const {\n  return this->weight;\n}\n}\n",
+  "app/main.cc": '#include "shop/core.h"\n#include "library/book.h"\n#include "geometry.h"\n#include <vector>\n' +
+    "namespace sd = shop::detail;\nusing shop::Book;\nshop::Item* pick();\n" +
+    "int total(int n) {\n  Book b(\"t\");\n  shop::Magazine m;\n  shop::Item* item = pick();\n" +
+    "  int weight = b.pages() + m.pages() + item->price();\n  std::vector<int> v;\n" +
+    "  return weight + pick()->price() + sd::helper(n) + shop::red + Box<int>::make() + SHOP_TWICE(n) + total(n - 1);\n" +
+    "}\nint area() {\n  return width * 2 + Book(\"u\").pages();\n}\nint grams() {\n  return weight;\n}\n",
+};
+
+test("C++: scopes and their bases, locals, member types, aliases, using, enums, templates, constructors", () =>
+  indexed("cpp-rules", cppRules, async (call) => {
+    const rows = [
+      ["std", ["app/main.cc:13"]],                                  // a namespace: every file means the one
+      ["Lexer::token_type", ["include/shop/lexer.h:6", "include/shop/lexer.h:8", "include/shop/lexer.h:9"]],  // scopes first
+      ["LexerBase::token_type", ["include/shop/lexer.h:5"]],
+      ["LexerBase::token_type::end", ["include/shop/lexer.h:9"]],   // through the typedef
+      ["Rect::width", []],                                          // a member is no bare name outside its class
+      ["weight", ["app/main.cc:20"]],                               // a local of that name shadows it
+      ["shop::Item::weight", ["src/book.cc:4", "src/book.cc:7"]],   // a base's member, bare and through this->
+      ["shop::Book::pages", ["app/main.cc:12", "src/book.cc:4"]],  // the class of the local
+      ["shop::Magazine::pages", ["app/main.cc:12"]],
+      ["shop::Item::price", ["app/main.cc:12", "app/main.cc:14"]],  // a virtual, of an object of no known type
+      ["shop::detail::helper", ["app/main.cc:14"]],                 // a namespace alias
+      ["shop::Book", ["app/main.cc:17", "app/main.cc:6", "app/main.cc:9", "src/book.cc:3", "src/book.cc:6"]],  // using
+      ["library::Book", []],
+      ["shop::Book::Book", ["app/main.cc:17"]],                     // Class(...) constructs
+      ["shop::Color::red", ["app/main.cc:14"]],                     // an unscoped enum's constant in its scope
+      ["Box::make", ["app/main.cc:14"]],                            // template arguments before ::
+      ["total", ["app/main.cc:14"]],                                // a function's own name is no local of it
+      ["SHOP_TWICE", ["app/main.cc:14"]],
+    ];
+    for (const [fqn, expected] of rows) assert.deepEqual(await uses(call, fqn), expected, fqn);
+    const docs = [
+      ["shop::Item", "Base of every item."],  // a /*! block
+      ["shop::Item::weight", "in grams"],     // a ///< doc after the member
+      ["shop::Book", "A book."],              // over a line of a macro alone
+      ["Box", "Wraps a value."],              // over a template header of two lines
+    ];
+    for (const [fqn, doc] of docs) assert.equal((await call("symbol", { fqn })).docstring, doc, fqn);
+    assert.equal((await call("symbol", { fqn: "shop::Book" })).signature, "class Book : public Item");
+    assert.equal((await call("symbol", { fqn: "Lexer::token_type" })).signature,
+      "using token_type = LexerBase::token_type");
+  }));
+
 test("any language: a unique name is a use only in the file's language and where the file sees it", () =>
   indexed("mixed", {
     "Makefile": "fmt:\n\techo fmt\n",
