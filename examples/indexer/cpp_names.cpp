@@ -393,11 +393,21 @@ std::vector<const IndexedSymbol*> CppNames::targets(std::size_t i) const {
   const IndexedSymbol* target = dot || arrow ? member(i) : bare(i);
   if (target == nullptr) return {};
   std::vector<const IndexedSymbol*> found{target};
-  // `Class(...)` and `Class{...}` construct: a use of the constructors too.
-  if (class_like(*target) && after != nullptr && (is(*after, "(") || is(*after, "{"))) {
+  // `Class(...)` and `Class{...}` construct: a use of the constructors too
+  // (not `class D : public Class {`, which opens D).
+  if (class_like(*target) && after != nullptr && (is(*after, "(") || (is(*after, "{") && !in_class_head(i)))) {
     if (const IndexedSymbol* constructor = find(target->fqn + "::" + target->name)) found.push_back(constructor);
   }
   return found;
+}
+
+bool CppNames::in_class_head(std::size_t i) const {
+  for (std::size_t k = i; k > 0 && i - k < 64; --k) {
+    const Token& t = tokens_[k - 1];
+    if (is_word(t, "class") || is_word(t, "struct") || is_word(t, "union")) return true;
+    if (is(t, ";") || is(t, "{") || is(t, "}") || is(t, "(") || is(t, ")")) return false;
+  }
+  return false;
 }
 
 const IndexedSymbol* CppNames::bare(std::size_t i) const {

@@ -44,6 +44,7 @@ class CppNames {
   [[nodiscard]] bool caller_function(int line) const;
   [[nodiscard]] bool names_macro(std::string_view name) const;
   [[nodiscard]] std::size_t closing(std::size_t open) const;
+  [[nodiscard]] bool in_class_head(std::size_t i) const;
   [[nodiscard]] const FunctionLocals* locals_at(int line) const;
   [[nodiscard]] Scopes scopes_at(int line) const;
   [[nodiscard]] static Scopes scopes_of(std::string_view fqn);
