@@ -63,7 +63,11 @@ const cppRules = {
     "class Magazine {\n public:\n  int pages() const;\n};\nenum Color { red, green };\n" +
     "namespace detail {\nint helper(int x);\n}\n}\n" +
     "/// Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
-    "int weight;\nint total(int n);\n#define SHOP_TWICE(weight) ((weight) + (weight))\n",
+    "int weight;\nint total(int n);\n#define SHOP_TWICE(weight) ((weight) + (weight))\n" +
+    "namespace shop {\ntemplate <typename Book>\nint count(Book b) { return b.pages(); }\n" +
+    "class Shelf {\n public:\n  Shelf();\n  friend class Book;\n};\n" +
+    "class Rack : public Shelf {\n  int size() const { return sizeof(Shelf); }\n};\n}\n" +
+    "#define INNER_BEGIN namespace inner {\nnamespace inner { int z; }\n#define CASE(a, b) void a##_##b()\n",
   "include/shop/lexer.h": "struct LexerBase {\n  enum class token_type { end };\n};\n" +
     "struct Lexer : LexerBase {\n  using token_type = LexerBase::token_type;\n  token_type scan();\n};\n" +
     "inline Lexer::token_type Lexer::scan() {\n  return token_type::end;\n}\n",
@@ -73,11 +77,13 @@ const cppRules = {
   "src/book.cc": '#include "shop/core.h"\nnamespace shop {\nint Book::price() const {\n  return pages() + weight;\n}\n' +
     "int Book::pages() const {\n  return this->weight;\n}\n}\n",
   "app/main.cc": '#include "shop/core.h"\n#include "library/book.h"\n#include "geometry.h"\n#include <vector>\n' +
-    "namespace sd = shop::detail;\nusing shop::Book;\nshop::Item* pick();\n" +
+    "namespace sd = shop::detail;\nusing shop::Book;\nSHOP_API ::shop::Item* pick();\n" +
     "int total(int n) {\n  Book b(\"t\");\n  shop::Magazine m;\n  shop::Item* item = pick();\n" +
     "  int weight = b.pages() + m.pages() + item->price();\n  std::vector<int> v;\n" +
     "  return weight + pick()->price() + sd::helper(n) + shop::red + Box<int>::make() + SHOP_TWICE(n) + total(n - 1);\n" +
     "}\nint area() {\n  return width * 2 + Book(\"u\").pages();\n}\nint grams() {\n  return weight;\n}\n",
+  "app/cases.cc": '#include "shop/core.h"\nCASE(Suite, Name) {\n  shop::Magazine m;\n  int weight = m.pages();\n' +
+    "#ifdef SHOP_API\n  SHOP_TWICE(weight);\n#endif\n}\n",
 };
 
 test("C++: scopes and their bases, locals, member types, aliases, using, enums, templates, constructors", () =>
@@ -91,16 +97,22 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["weight", ["app/main.cc:20"]],                               // a local of that name shadows it
       ["shop::Item::weight", ["src/book.cc:4", "src/book.cc:7"]],   // a base's member, bare and through this->
       ["shop::Book::pages", ["app/main.cc:12", "src/book.cc:4"]],  // the class of the local
-      ["shop::Magazine::pages", ["app/main.cc:12"]],
+      ["shop::Magazine::pages", ["app/cases.cc:4", "app/main.cc:12"]],  // in a macro's body, as in a function's
       ["shop::Item::price", ["app/main.cc:12", "app/main.cc:14"]],  // a virtual, of an object of no known type
       ["shop::detail::helper", ["app/main.cc:14"]],                 // a namespace alias
-      ["shop::Book", ["app/main.cc:17", "app/main.cc:6", "app/main.cc:9", "src/book.cc:3", "src/book.cc:6"]],  // using
+      ["shop::Book", ["app/main.cc:17", "app/main.cc:6", "app/main.cc:9", "include/shop/core.h:42", "src/book.cc:3",
+        "src/book.cc:6"]],                                          // using; a friend; not a template's parameter
+      ["shop::Item", ["app/main.cc:11", "app/main.cc:7", "include/shop/core.h:12"]],  // a macro apart from ::
+      ["shop::Shelf", ["include/shop/core.h:44", "include/shop/core.h:45"]],  // a base's own name in a derived class
+      ["shop::Shelf::Shelf", []],
+      ["inner", []],                                                // `namespace inner` declares it
+      ["CASE", ["app/cases.cc:2"]],                                 // a macro's use, not a function
       ["library::Book", []],
       ["shop::Book::Book", ["app/main.cc:17"]],                     // Class(...) constructs
       ["shop::Color::red", ["app/main.cc:14"]],                     // an unscoped enum's constant in its scope
       ["Box::make", ["app/main.cc:14"]],                            // template arguments before ::
       ["total", ["app/main.cc:14"]],                                // a function's own name is no local of it
-      ["SHOP_TWICE", ["app/main.cc:14"]],
+      ["SHOP_TWICE", ["app/cases.cc:6", "app/main.cc:14"]],         // after a directive's word
     ];
     for (const [fqn, expected] of rows) assert.deepEqual(await uses(call, fqn), expected, fqn);
     const docs = [
