@@ -67,7 +67,11 @@ const cppRules = {
     "namespace shop {\ntemplate <typename Book>\nint count(Book b) { return b.pages(); }\n" +
     "class Shelf {\n public:\n  Shelf();\n  friend class Book;\n};\n" +
     "class Rack : public Shelf {\n  int size() const { return sizeof(Shelf); }\n};\n}\n" +
-    "#define INNER_BEGIN namespace inner {\nnamespace inner { int z; }\n#define CASE(a, b) void a##_##b()\n",
+    "#define INNER_BEGIN namespace inner {\nnamespace inner { int z; }\n#define CASE(a, b) void a##_##b()\n" +
+    "/* A crate. */\nstruct Crate {\n  int weight;\n};\n",
+  "include/other/assert.h": "#define SHOP_ASSERT(x) 0\n",
+  "include/shop/assert.h": "#define SHOP_ASSERT(x) (x)\n",
+  "app/check.cc": '#include "shop/assert.h"\nint check() {\n  return SHOP_ASSERT(1);\n}\n',
   "include/shop/lexer.h": "struct LexerBase {\n  enum class token_type { end };\n};\n" +
     "struct Lexer : LexerBase {\n  using token_type = LexerBase::token_type;\n  token_type scan();\n};\n" +
     "inline Lexer::token_type Lexer::scan() {\n  return token_type::end;\n}\n",
@@ -107,6 +111,7 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["shop::Shelf::Shelf", []],
       ["inner", []],                                                // `namespace inner` declares it
       ["CASE", ["app/cases.cc:2"]],                                 // a macro's use, not a function
+      ["SHOP_ASSERT", ["app/check.cc:3"]],                          // a macro defined in two files, one seen
       ["library::Book", []],
       ["shop::Book::Book", ["app/main.cc:17"]],                     // Class(...) constructs
       ["shop::Color::red", ["app/main.cc:14"]],                     // an unscoped enum's constant in its scope
@@ -114,17 +119,32 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["total", ["app/main.cc:14"]],                                // a function's own name is no local of it
       ["SHOP_TWICE", ["app/cases.cc:6", "app/main.cc:14"]],         // after a directive's word
     ];
-    for (const [fqn, expected] of rows) assert.deepEqual(await uses(call, fqn), expected, fqn);
+    const wrong = [];
+    for (const [fqn, expected] of rows) {
+      const found = await uses(call, fqn);
+      if (JSON.stringify(found) !== JSON.stringify(expected)) wrong.push({ fqn, found, expected });
+    }
+    assert.deepEqual(wrong, []);
     const docs = [
       ["shop::Item", "Base of every item."],  // a /*! block
       ["shop::Item::weight", "in grams"],     // a ///< doc after the member
       ["shop::Book", "A book."],              // over a line of a macro alone
       ["Box", "Wraps a value."],              // over a template header of two lines
+      ["Crate", "A crate."],                  // a plain /* */ block
     ];
-    for (const [fqn, doc] of docs) assert.equal((await call("symbol", { fqn })).docstring, doc, fqn);
-    assert.equal((await call("symbol", { fqn: "shop::Book" })).signature, "class Book : public Item");
-    assert.equal((await call("symbol", { fqn: "Lexer::token_type" })).signature,
-      "using token_type = LexerBase::token_type");
+    for (const [fqn, doc] of docs) {
+      const found = (await call("symbol", { fqn })).docstring;
+      if (found !== doc) wrong.push({ fqn, found, doc });
+    }
+    const signatures = [
+      ["shop::Book", "class Book : public Item"],  // a class's head with its bases
+      ["Lexer::token_type", "using token_type = LexerBase::token_type"],
+    ];
+    for (const [fqn, signature] of signatures) {
+      const found = (await call("symbol", { fqn })).signature;
+      if (found !== signature) wrong.push({ fqn, found, signature });
+    }
+    assert.deepEqual(wrong, []);
   }));
 
 test("any language: a unique name is a use only in the file's language and where the file sees it", () =>
