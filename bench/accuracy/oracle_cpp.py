@@ -37,7 +37,7 @@ import clang.cindex as ci
 
 SOURCE_EXTENSIONS = (".c", ".cc", ".cpp", ".cxx", ".c++")
 HEADER_EXTENSIONS = (".h", ".hh", ".hpp", ".hxx", ".h++", ".inl", ".ipp", ".tcc")
-CACHE_VERSION = 3
+CACHE_VERSION = 4
 
 K = ci.CursorKind
 REFERENCE_KINDS = {
@@ -255,8 +255,10 @@ class TreeWalk:
         self.log.write("oracle_cpp: %s: %d errors\n" % (self.rel(path), errors))
         self.macros_by_name = {}
         self.expansions = {}  # (file, line, col) -> macro definition cursor
+        self.spans = {}  # (file, line) -> [(first col, last col, macro definition)] of the macros used there
         self.pending = []  # names written in a macro's body, found at the macro's use
         walked = set()
+        definitions = []
         for child in tu.cursor.get_children():
             rel = self.rel(child.location.file.name) if child.location.file else None
             if rel is None:
@@ -266,8 +268,12 @@ class TreeWalk:
             if rel in self.done:
                 continue
             walked.add(rel)
+            if child.kind == K.MACRO_DEFINITION:
+                definitions.append((child, rel))
             self.visit(child)
         self.credit_macro_bodies()
+        for definition, rel in definitions:
+            self.macros_in_body(definition, rel)
         for rel in walked:
             self.preprocessor_lines(tu, rel)
         self.done |= walked
@@ -291,8 +297,9 @@ class TreeWalk:
             stack.extend((child, function, befriended) for child in reversed(list(cursor.get_children())))
 
     def preprocessor_lines(self, tu, rel):
-        """What the preprocessor leaves to no one: the lines it skips, and the
-        names that #if, #ifdef, #ifndef, #elif and #undef test or drop."""
+        """What libclang leaves to no one: the lines the preprocessor skips,
+        the names that #if, #ifdef, #ifndef, #elif and #undef test or drop,
+        and those in a noexcept(...) specification."""
         ranges = self.lib.clang_getSkippedRanges(tu, tu.get_file(os.path.join(self.root, rel)))
         skipped = []
         for i in range(ranges.contents.count):
@@ -311,6 +318,19 @@ class TreeWalk:
                 for name in re.findall(r"[A-Za-z_][A-Za-z0-9_]*", s):
                     self.unresolved.add((rel, number, name))
             directive = directive and s.endswith("\\")
+        # What noexcept(...) tests: libclang does not visit it.
+        text = "\n".join(self.text(rel))
+        for start in re.finditer(r"\bnoexcept\s*\(", text):
+            depth, i = 0, start.end() - 1
+            while i < len(text):
+                depth += {"(": 1, ")": -1}.get(text[i], 0)
+                if depth == 0:
+                    break
+                i += 1
+            first = text.count("\n", 0, start.end()) + 1
+            for number, part in enumerate(text[start.end():i].split("\n"), first):
+                for name in re.findall(r"[A-Za-z_][A-Za-z0-9_]*", part):
+                    self.unresolved.add((rel, number, name))
 
     def template_qualifiers(self, cursor):
         """The qualifier of a template's name (`std::` of `std::vector<int>`),
@@ -362,6 +382,22 @@ class TreeWalk:
                 body.append((rel, t.location.line, t.spelling))
         self.macro_bodies.setdefault(self.groups.find(key), body)
 
+    def macros_in_body(self, definition, rel):
+        """A macro that another's body names is used there, whether or not a unit expands it."""
+        tokens = list(definition.get_tokens())
+        parameters = set()
+        if len(tokens) > 1 and tokens[1].spelling == "(" and tokens[1].extent.start.offset == tokens[0].extent.end.offset:
+            for t in tokens[2:]:
+                if t.spelling == ")":
+                    break
+                parameters.add(t.spelling)
+        for t in tokens[1:]:
+            macro = self.macros_by_name.get(t.spelling)
+            if t.kind == ci.TokenKind.IDENTIFIER and macro is not None and t.spelling not in parameters:
+                location = t.location
+                self.refs.append([self.entity(macro), rel, location.line, location.column, t.spelling])
+                self.credited.add((rel, location.line, t.spelling))
+
     def targets(self, cursor):
         """The declarations a reference names: one, or an overload set's members."""
         ref = cursor.referenced
@@ -381,6 +417,9 @@ class TreeWalk:
             definition = cursor.referenced
             if definition is not None:
                 self.expansions[(rel, line, col)] = definition
+                end = cursor.extent.end
+                self.spans.setdefault((rel, line), []).append((col, end.column if end.line == line else 1 << 30,
+                                                               definition))
                 key = self.entity(definition)
                 self.expanded_macros.add(key)
                 if self.written(rel, line, col, cursor.spelling):
@@ -390,8 +429,15 @@ class TreeWalk:
         if not targets:
             if kind in (K.MEMBER_REF_EXPR, K.DECL_REF_EXPR):
                 name = cursor.spelling or self.member_name(cursor)
-                if name:
+                if name and not self.written(rel, line, col, name) and (rel, line, col) in self.expansions:
+                    self.pending.append((rel, line, col, None, name))
+                elif name:
                     self.unresolved.add((rel, line, name))
+                else:
+                    # Made by a macro, its name hidden: any name of the macro's body.
+                    for first, last, macro in self.spans.get((rel, line), []):
+                        if first <= col <= last:
+                            self.pending.append((rel, line, first, None, None))
             return
         for target in targets:
             if target.kind in LOCAL_KINDS or target.kind == K.VAR_DECL and self.is_local(target):
@@ -422,12 +468,24 @@ class TreeWalk:
         return None
 
     def credit_macro_bodies(self):
-        """Names that a macro's body writes, resolved at the macro's uses, credited to the body's lines."""
+        """Names that a macro's body writes, resolved at the macro's uses,
+        credited to the body's lines; those left unresolved there, marked so."""
         for rel, line, col, key, name in self.pending:
             macro = self.expansions.get((rel, line, col))
-            self.credit(macro, key, name, 0, set())
+            if key is None and name is None:
+                # A dependent member whose name the expansion hides: any name of the body.
+                body = self.macro_bodies.get(self.groups.find(self.entity(macro))) if macro is not None else None
+                self.unresolved.update((r, n, t) for r, n, t in body or [])
+            elif key is None:
+                self.credit(macro, name, 0, set(), lambda at, n: self.unresolved.add(at + (n,)))
+            else:
+                self.credit(macro, name, 0, set(), lambda at, n, key=key: self.credit_ref(key, at, n))
 
-    def credit(self, macro, key, name, depth, seen):
+    def credit_ref(self, key, at, name):
+        self.refs.append([key, at[0], at[1], 0, name])
+        self.credited.add(at + (name,))
+
+    def credit(self, macro, name, depth, seen, sink):
         if macro is None or depth > 4:
             return False
         mkey = self.groups.find(self.entity(macro))
@@ -444,14 +502,13 @@ class TreeWalk:
         found = False
         for body_rel, body_line, token in body:
             if token == name:
-                self.refs.append([key, body_rel, body_line, 0, name])
-                self.credited.add((body_rel, body_line, name))
+                sink((body_rel, body_line), name)
                 found = True
         if found:
             return True
         for _, _, token in body:
             inner = self.macros_by_name.get(token)
-            if inner is not None and self.credit(inner, key, name, depth + 1, seen):
+            if inner is not None and self.credit(inner, name, depth + 1, seen, sink):
                 return True
         return False
 
@@ -515,7 +572,37 @@ def fingerprint(root):
     return h.hexdigest()
 
 
+def using_blind_spots(data, root):
+    """A type named through a using-declaration (`using ::testing::Test;`
+    then `: public Test`) is a type libclang 14 does not visit: the lines of
+    a file that write a name it declares so, where no entity is recorded for
+    the name, are places the oracle cannot judge."""
+    declared = re.compile(r"^\s*using\s+(?:typename\s+)?(?:::)?(?:\w+::)+(\w+)\s*;", re.M)
+    for folder, dirs, files in os.walk(root):
+        dirs[:] = sorted(d for d in dirs if not d.startswith("."))
+        for f in sorted(files):
+            if not f.endswith(SOURCE_EXTENSIONS + HEADER_EXTENSIONS):
+                continue
+            path = os.path.join(folder, f)
+            rel = os.path.relpath(path, root)
+            with open(path, "rb") as source:
+                text = source.read().decode("utf-8", "replace")
+            names = set(declared.findall(text))
+            for number, line in enumerate(text.split("\n"), 1):
+                for name in names:
+                    if not re.search(r"\b%s\b" % re.escape(name), line):
+                        continue
+                    if not any(spot[1] == name for spot in data["at"].get("%s:%d" % (rel, number), [])):
+                        data["unresolved"].setdefault(name, []).append([rel, number])
+
+
 def tree_index(root, cache, log):
+    data = cached_index(root, cache, log)
+    using_blind_spots(data, root)
+    return data
+
+
+def cached_index(root, cache, log):
     key = fingerprint(root)
     if cache and os.path.exists(cache):
         with open(cache) as f:
