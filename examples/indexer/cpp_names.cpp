@@ -34,28 +34,23 @@ std::vector<std::string_view> last_path(std::string_view text) {
   int depth = 0;
   for (std::size_t i = 0; i < text.size();) {
     const char c = text[i];
-    if (c == '<' || c == '(' || c == '[') {
-      ++depth;
-      ++i;
-    } else if (c == '>' || c == ')' || c == ']') {
-      --depth;
-      ++i;
-    } else if (depth > 0) {
-      ++i;
-    } else if (text.substr(i, 2) == "::") {
+    if (c == '<' || c == '(' || c == '[') ++depth;
+    if (c == '>' || c == ')' || c == ']') --depth;
+    if (depth == 0 && text.substr(i, 2) == "::") {
       joined = true;
       i += 2;
-    } else if (is_name_char(c)) {
-      const std::size_t start = i;
-      while (i < text.size() && is_name_char(text[i])) ++i;
-      const std::string_view name = text.substr(start, i - start);
-      if (!joined) path.clear();
-      if (!is_cpp_keyword(name) || !joined) path.push_back(name);
-      if (is_cpp_keyword(name)) path.clear();
-      joined = false;
-    } else {
-      ++i;
+      continue;
     }
+    if (depth != 0 || !is_name_char(c)) {
+      ++i;
+      continue;
+    }
+    const std::size_t start = i;
+    while (i < text.size() && is_name_char(text[i])) ++i;
+    const std::string_view name = text.substr(start, i - start);
+    if (is_cpp_keyword(name) || !joined) path.clear();  // `const`, `public`, `typename` end no path
+    if (!is_cpp_keyword(name)) path.push_back(name);
+    joined = false;
   }
   return path;
 }
@@ -114,12 +109,6 @@ std::string joined(const std::vector<std::string_view>& parts) {
     text += part;
   }
   return text;
-}
-
-// The top-level folder of a path ("" for a file at the root).
-std::string_view component_of(std::string_view path) {
-  const std::size_t slash = path.find('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
 }  // namespace
@@ -337,8 +326,7 @@ const IndexedSymbol* CppNames::find(std::string_view fqn) const {
 bool CppNames::near(const IndexedSymbol& s) const {
   if (s.language != language_) return false;
   if (s.kind == "namespace") return true;  // every file that names a namespace means the one namespace
-  if (visible_ != nullptr) return visible_fqns_.contains(s.fqn);
-  return component_of(s.file_path) == component_of(path_);
+  return visible_ == nullptr || visible_fqns_.contains(s.fqn);
 }
 
 const IndexedSymbol* CppNames::in_this_file(std::string_view name) const {
