@@ -120,13 +120,6 @@ CppNames::CppNames(std::string_view path, std::string_view source, const std::ve
   read_directives(source);
   read_usings();
   read_declarations();
-  // Several files may define one fqn (a macro defined where a platform
-  // needs it): the file sees it when it sees any of them.
-  if (visible_ != nullptr) {
-    for (const std::string& file : *visible_) {
-      for (const std::size_t k : symbols_.in_file(file)) visible_fqns_.insert(symbols_[k].fqn);
-    }
-  }
 }
 
 void CppNames::read_directives(std::string_view source) {
@@ -326,7 +319,12 @@ const IndexedSymbol* CppNames::find(std::string_view fqn) const {
 bool CppNames::near(const IndexedSymbol& s) const {
   if (s.language != language_) return false;
   if (s.kind == "namespace") return true;  // every file that names a namespace means the one namespace
-  return visible_ == nullptr || visible_fqns_.contains(s.fqn);
+  if (visible_ == nullptr) return true;
+  // Several files may define one fqn (a macro defined where a platform
+  // needs it): the file sees it when it sees any of them.
+  const auto rows = symbols_.with_fqn(s.fqn);
+  return std::any_of(rows.begin(), rows.end(),
+                     [&](std::size_t k) { return visible_->contains(symbols_[k].file_path); });
 }
 
 const IndexedSymbol* CppNames::in_this_file(std::string_view name) const {

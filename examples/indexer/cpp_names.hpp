@@ -76,7 +76,6 @@ class CppNames {
   std::vector<std::string> using_namespaces_;
   std::unordered_map<std::string_view, std::string> using_names_;  // `using a::b::S;`: "S" -> "a::b::S"
   std::unordered_map<std::string_view, std::string> namespace_aliases_;
-  std::unordered_set<std::string_view> visible_fqns_;
   std::unordered_set<int> include_lines_;
   std::unordered_set<std::size_t> skipped_;  // names of the file's own definitions, macro parameters
   std::unordered_map<const IndexedSymbol*, FunctionLocals> locals_;

@@ -36,6 +36,8 @@ class SymbolTable {
   void mark_scoped_members();
 
   [[nodiscard]] const IndexedSymbol* find(std::string_view fqn) const;
+  /// with_fqn: every symbol of the fqn `fqn`, the first one first.
+  [[nodiscard]] std::span<const std::size_t> with_fqn(std::string_view fqn) const;
   /// named: the symbols whose own name is `name`.
   [[nodiscard]] std::span<const std::size_t> named(std::string_view name) const;
   /// in_file: the symbols of the file at `path`.
@@ -52,7 +54,7 @@ class SymbolTable {
   using Map = std::unordered_map<std::string, V, Hash, std::equal_to<>>;
 
   std::vector<IndexedSymbol> symbols_{};
-  Map<std::size_t> by_fqn_;
+  Map<std::vector<std::size_t>> by_fqn_;
   Map<std::vector<std::size_t>> by_name_;
   Map<std::vector<std::size_t>> by_file_;
 };
