@@ -83,13 +83,6 @@ FunctionLocals::FunctionLocals(const std::vector<Token>& tokens, std::size_t fir
     const Token& t = tokens[j];
     if (t.kind != Kind::identifier || is_cpp_keyword(t.text) || skip.contains(j)) continue;
     const Token& next = tokens[j + 1];
-    // A template's parameter: `typename T,`, `class U>`, `typename V = int`.
-    if ((tokens[j - 1].text == "typename" || tokens[j - 1].text == "class") &&
-        (is(next, ",") || is(next, ">") || is(next, "="))) {
-      by_name_[t.text].push_back({.name = t.text, .declared = j, .type = 0});
-      declarations_.insert(j);
-      continue;
-    }
     const bool label = is(next, ":") && j + 2 < tokens.size() && !is(tokens[j + 2], ":");
     const bool ends = is(next, "=") || is(next, ";") || is(next, ",") || is(next, ")") || is(next, "(") ||
                       is(next, "{") || is(next, "[") || label;

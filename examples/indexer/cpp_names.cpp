@@ -119,6 +119,7 @@ CppNames::CppNames(std::string_view path, std::string_view source, const std::ve
     : path_(path), tokens_(tokens), symbols_(symbols), language_(language), visible_(visible), innermost_(innermost) {
   read_directives(source);
   read_usings();
+  read_templates();
   read_declarations();
 }
 
@@ -218,14 +219,9 @@ void CppNames::read_declarations() {
   for (const std::size_t k : symbols_.in_file(path_)) {
     const IndexedSymbol& s = symbols_[k];
     if (s.kind != "function" || s.end_line <= 0) continue;
-    std::size_t first = first_on(s.start_line);
+    const std::size_t first = first_on(s.start_line);
     const std::size_t end = first_on(s.end_line + 1);
     if (first + 2 >= end) continue;
-    // A template's parameters are the function's names too.
-    if (first > 0 && is(tokens_[first - 1], ">")) {
-      const std::size_t open = template_open(tokens_, first - 1);
-      if (open > 0 && is_word(tokens_[open - 1], "template")) first = open - 1;
-    }
     locals_.emplace(&s, FunctionLocals(tokens_, first, end - 1, skipped_));
   }
   // A macro's use with a body (`TEST(Suite, Name) { ... }`) defines a
@@ -241,6 +237,50 @@ void CppNames::read_declarations() {
     bodies_.push_back({tokens_[i].line, tokens_[last].line, FunctionLocals(tokens_, i, last, skipped_)});
     i = last;
   }
+}
+
+void CppNames::read_templates() {
+  for (std::size_t i = 0; i + 1 < tokens_.size(); ++i) {
+    if (!is_word(tokens_[i], "template") || !is(tokens_[i + 1], "<")) continue;
+    std::size_t close = i + 1;
+    for (int depth = 0; close < tokens_.size() && !is(tokens_[close], ";") && !is(tokens_[close], "{"); ++close) {
+      if (is(tokens_[close], "<")) ++depth;
+      if (is(tokens_[close], ">") && --depth == 0) break;
+    }
+    if (close >= tokens_.size() || !is(tokens_[close], ">")) continue;
+    // `typename T`, `class U`, `typename... Args`: names declared here.
+    std::vector<std::string_view> names;
+    for (std::size_t k = i + 2; k < close; ++k) {
+      std::size_t key = k - 1;
+      while (key > i && is(tokens_[key], ".")) --key;
+      if (tokens_[k].kind != Kind::identifier || is_cpp_keyword(tokens_[k].text) ||
+          !(is_word(tokens_[key], "typename") || is_word(tokens_[key], "class")))
+        continue;
+      names.push_back(tokens_[k].text);
+      skipped_.insert(k);
+    }
+    // They name the parameters up to the end of what the template declares:
+    // its body, when one opens before a ";" outside parentheses.
+    std::size_t end = close + 1;
+    for (int depth = 0; end < tokens_.size(); ++end) {
+      if (is(tokens_[end], "(")) ++depth;
+      if (is(tokens_[end], ")")) --depth;
+      if (depth == 0 && is(tokens_[end], ";")) break;
+      if (depth == 0 && is(tokens_[end], "{")) {
+        end = closing(end);
+        break;
+      }
+    }
+    for (const std::string_view name : names) template_parameters_[name].emplace_back(close, end);
+  }
+}
+
+bool CppNames::template_parameter(std::size_t i) const {
+  const auto found = template_parameters_.find(tokens_[i].text);
+  if (found == template_parameters_.end()) return false;
+  return std::any_of(found->second.begin(), found->second.end(), [&](const std::pair<std::size_t, std::size_t>& span) {
+    return span.first < i && i <= span.second;
+  });
 }
 
 bool CppNames::names_macro(std::string_view name) const {
@@ -365,14 +405,11 @@ std::vector<const IndexedSymbol*> CppNames::targets(std::size_t i) const {
   const Token* before = i > 0 ? &tokens_[i - 1] : nullptr;
   const Token* after = i + 1 < tokens_.size() ? &tokens_[i + 1] : nullptr;
   // A destructor's or an operator's name, a namespace's; a type declared
-  // ahead (a friend's is a use); a template's parameter.
+  // ahead (a friend's is a use).
   if (before != nullptr && (is(*before, "~") || is_word(*before, "operator") || is_word(*before, "namespace")))
     return {};
-  const bool keyed =
-      before != nullptr && (is_word(*before, "class") || is_word(*before, "struct") || is_word(*before, "union") ||
-                            is_word(*before, "enum") || is_word(*before, "typename"));
-  if (keyed && after != nullptr && (is(*after, ",") || is(*after, ">") || is(*after, "=")) && !is_word(*before, "enum"))
-    return {};
+  const bool keyed = before != nullptr && (is_word(*before, "class") || is_word(*before, "struct") ||
+                                           is_word(*before, "union") || is_word(*before, "enum"));
   if (keyed && after != nullptr && is(*after, ";") && !(i >= 2 && is_word(tokens_[i - 2], "friend"))) return {};
   const bool dot = before != nullptr && is(*before, ".");
   const bool arrow = before != nullptr && is(*before, ">") && i >= 2 && is(tokens_[i - 2], "-");
@@ -425,6 +462,7 @@ const IndexedSymbol* CppNames::bare(std::size_t i) const {
   }
   if (const FunctionLocals* locals = locals_at(t.line); locals != nullptr && (locals->declares(i) || locals->local(i)))
     return nullptr;
+  if (template_parameter(i)) return nullptr;
   if (const IndexedSymbol* s = qualified({}, t.text, scopes)) return s;
   if (const auto u = using_names_.find(t.text); u != using_names_.end()) return path_named(u->second, Scopes{""});
   if (const IndexedSymbol* s = in_this_file(t.text)) return s;

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "cpp_locals.hpp"
@@ -38,6 +39,7 @@ class CppNames {
 
   void read_directives(std::string_view source);
   void read_usings();
+  void read_templates();
   void read_declarations();
 
   [[nodiscard]] const IndexedSymbol* caller_at(int line) const;
@@ -45,6 +47,7 @@ class CppNames {
   [[nodiscard]] bool names_macro(std::string_view name) const;
   [[nodiscard]] std::size_t closing(std::size_t open) const;
   [[nodiscard]] bool in_class_head(std::size_t i) const;
+  [[nodiscard]] bool template_parameter(std::size_t i) const;
   [[nodiscard]] const FunctionLocals* locals_at(int line) const;
   [[nodiscard]] Scopes scopes_at(int line) const;
   [[nodiscard]] static Scopes scopes_of(std::string_view fqn);
@@ -85,6 +88,8 @@ class CppNames {
     FunctionLocals locals;
   };
   std::vector<MacroBody> bodies_;
+  // A template's parameter names: the tokens after its header that they name.
+  std::unordered_map<std::string_view, std::vector<std::pair<std::size_t, std::size_t>>> template_parameters_;
   mutable std::unordered_map<const IndexedSymbol*, std::vector<const IndexedSymbol*>> bases_;
 };
 

@@ -68,7 +68,8 @@ const cppRules = {
     "class Shelf {\n public:\n  Shelf();\n  friend class Book;\n};\n" +
     "class Rack : public Shelf {\n  int size() const { return sizeof(Shelf); }\n};\n}\n" +
     "#define INNER_BEGIN namespace inner {\nnamespace inner { int z; }\n#define CASE(a, b) void a##_##b()\n" +
-    "/* A crate. */\nstruct Crate {\n  int weight;\n};\n",
+    "/* A crate. */\nstruct Crate {\n  int weight;\n};\nint Args(int n);\ntemplate <typename... Args>\n" +
+    "using first_t = decltype(pick(static_cast<Args>(0)...));\n",
   "include/other/assert.h": "#define SHOP_ASSERT(x) 0\n",
   "include/shop/assert.h": "#define SHOP_ASSERT(x) (x)\n",
   "app/check.cc": '#include "shop/assert.h"\nint check() {\n  return SHOP_ASSERT(1);\n}\n',
@@ -112,6 +113,7 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["inner", []],                                                // `namespace inner` declares it
       ["CASE", ["app/cases.cc:2"]],                                 // a macro's use, not a function
       ["SHOP_ASSERT", ["app/check.cc:3"]],                          // a macro defined in two files, one seen
+      ["Args", []],                                                 // a template's parameter pack shadows it
       ["library::Book", []],
       ["shop::Book::Book", ["app/main.cc:17"]],                     // Class(...) constructs
       ["shop::Color::red", ["app/main.cc:14"]],                     // an unscoped enum's constant in its scope
