@@ -69,13 +69,23 @@ def index_rows(db):
 
 
 def name_column(text, name):
-    """The 1-based byte column of `name` on the line: the one not followed by "::" (a ctor's, not its class's)."""
+    """The 1-based byte column of `name` on the line: the one that no "::"
+    follows, template arguments passed over (`Matcher<T>::Matcher(T value)`
+    defines the second)."""
     raw = text.encode("utf-8")
     spots = [m.start() for m in re.finditer(rb"(?<![A-Za-z0-9_])" + re.escape(name.encode()) + rb"(?![A-Za-z0-9_])", raw)]
     if not spots:
         return 0
     for s in spots:
-        if not raw[s + len(name.encode()):].lstrip().startswith(b"::"):
+        rest = raw[s + len(name.encode()):].lstrip()
+        if rest.startswith(b"<"):
+            depth = 0
+            for i, c in enumerate(rest):
+                depth += {ord("<"): 1, ord(">"): -1}.get(c, 0)
+                if depth == 0:
+                    rest = rest[i + 1:].lstrip()
+                    break
+        if not rest.startswith(b"::"):
             return s + 1
     return spots[0] + 1
 
