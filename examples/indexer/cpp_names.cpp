@@ -253,7 +253,9 @@ void CppNames::read_templates() {
     for (std::size_t k = i + 2; k < close; ++k) {
       std::size_t key = k - 1;
       while (key > i && is(tokens_[key], ".")) --key;
-      if (tokens_[k].kind != Kind::identifier || is_cpp_keyword(tokens_[k].text) ||
+      // Not `typename std::enable_if<...>::type = 0`, a value's type.
+      const bool ends = is(tokens_[k + 1], ",") || is(tokens_[k + 1], ">") || is(tokens_[k + 1], "=");
+      if (tokens_[k].kind != Kind::identifier || is_cpp_keyword(tokens_[k].text) || !ends ||
           !(is_word(tokens_[key], "typename") || is_word(tokens_[key], "class")))
         continue;
       names.push_back(tokens_[k].text);

@@ -69,7 +69,8 @@ const cppRules = {
     "class Rack : public Shelf {\n  int size() const { return sizeof(Shelf); }\n};\n}\n" +
     "#define INNER_BEGIN namespace inner {\nnamespace inner { int z; }\n#define CASE(a, b) void a##_##b()\n" +
     "/* A crate. */\nstruct Crate {\n  int weight;\n};\nint Args(int n);\ntemplate <typename... Args>\n" +
-    "using first_t = decltype(pick(static_cast<Args>(0)...));\n",
+    "using first_t = decltype(pick(static_cast<Args>(0)...));\n" +
+    "template <typename T, typename std::enable_if<true>::type = 0>\nint pick(T x);\n",
   "include/other/assert.h": "#define SHOP_ASSERT(x) 0\n",
   "include/shop/assert.h": "#define SHOP_ASSERT(x) (x)\n",
   "app/check.cc": '#include "shop/assert.h"\nint check() {\n  return SHOP_ASSERT(1);\n}\n',
@@ -94,7 +95,7 @@ const cppRules = {
 test("C++: scopes and their bases, locals, member types, aliases, using, enums, templates, constructors", () =>
   indexed("cpp-rules", cppRules, async (call) => {
     const rows = [
-      ["std", ["app/main.cc:13"]],                                  // a namespace: every file means the one
+      ["std", ["app/main.cc:13", "include/shop/core.h:58"]],        // a namespace: every file means the one
       ["Lexer::token_type", ["include/shop/lexer.h:6", "include/shop/lexer.h:8", "include/shop/lexer.h:9"]],  // scopes first
       ["LexerBase::token_type", ["include/shop/lexer.h:5"]],
       ["LexerBase::token_type::end", ["include/shop/lexer.h:9"]],   // through the typedef
