@@ -7,8 +7,9 @@ set -euo pipefail
 core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
       libgit2-dev pkg-config time golang-go
       pybind11-dev python3-dev python3-wheel)
+# python3-clang, python3-jedi: the C/C++ and Python oracles of bench/accuracy.
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3
-       python3-jedi python3-pygments python3-pytest)
+       python3-jedi python3-clang python3-pygments python3-pytest)
 # Go source packages no one here wrote, for bench/accuracy (under /usr/share/gocode).
 accuracy=(golang-github-spf13-cobra-dev golang-golang-x-net-dev)
 want=("${core[@]}")

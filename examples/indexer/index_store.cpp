@@ -186,8 +186,8 @@ void IndexStore::insert_symbol(const SymbolRecord& symbol) {
 SymbolTable IndexStore::load_symbols() const {
   SymbolTable table;
   Statement s(db_.get(),
-              "SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, f.language FROM symbols AS s "
-              "LEFT JOIN files AS f ON f.path = s.file_path ORDER BY s.id");
+              "SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, f.language, s.signature "
+              "FROM symbols AS s LEFT JOIN files AS f ON f.path = s.file_path ORDER BY s.id");
   while (s.step()) {
     IndexedSymbol symbol{.fqn = s.text(0),
                          .name = s.text(1),
@@ -195,7 +195,8 @@ SymbolTable IndexStore::load_symbols() const {
                          .file_path = s.text(3),
                          .start_line = static_cast<int>(s.integer(4)),
                          .end_line = static_cast<int>(s.integer(5)),
-                         .language = s.optional_text(6).value_or("")};
+                         .language = s.optional_text(6).value_or(""),
+                         .signature = s.optional_text(7).value_or("")};
     // At its module's top the fqn is the module and the name; in a
     // language of "::" scopes, a member's scope is a class.
     const std::string module = module_path(symbol.file_path);

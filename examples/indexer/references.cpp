@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "cpp_names.hpp"
 #include "symbols.hpp"
 
 namespace kestrune::indexer {
@@ -34,12 +35,12 @@ class FileScan {
         syntax_(syntax),
         symbols_(symbols),
         scope_(scope),
-        colon_(scope.language == "C" || scope.language == "C++" || scope.language == "CUDA"),
         tokens_(tokenize(source, syntax)),
         module_(module_path(path)) {
     package_ = path.ends_with("__init__.py") ? module_ : std::string(parent_of(module_));
     map_callers(source);
-    if (colon_) read_using_namespaces();
+    if (scope.language == "C" || scope.language == "C++" || scope.language == "CUDA")
+      cpp_.emplace(path, source, tokens_, symbols, scope.language, scope.visible, innermost_);
   }
 
   std::vector<ReferenceRecord> run() {
@@ -171,8 +172,7 @@ class FileScan {
   // The one symbol named `name` in the index, if there is exactly one and
   // `member` says whether it must be a member.
   // A unique name is not enough by itself: the symbol must be of the file's
-  // language and where the file can see it (a file it includes, in C and
-  // C++; its own top-level folder elsewhere). Overloads, which share an
+  // language and in its own top-level folder. Overloads, which share an
   // fqn, count as one.
   const IndexedSymbol* only(std::string_view name, bool member) const {
     const IndexedSymbol* found = nullptr;
@@ -187,76 +187,7 @@ class FileScan {
 
   bool near(const IndexedSymbol& s) const {
     if (s.language != scope_.language) return false;
-    if (colon_ && scope_.visible != nullptr) return scope_.visible->contains(s.file_path);
     return component_of(s.file_path) == component_of(path_);
-  }
-
-  // A symbol of the fqn `fqn` that the file can mean: of its language.
-  const IndexedSymbol* named_fqn(const std::string& fqn) const {
-    const IndexedSymbol* s = symbols_.find(fqn);
-    return s != nullptr && s->language == scope_.language ? s : nullptr;
-  }
-
-  // The scopes a C or C++ name is looked up in, innermost first: those
-  // around the line ("a::b::" and "a::"), then those of `using namespace`.
-  std::vector<std::string> scopes_at(int line) const {
-    std::vector<std::string> scopes;
-    if (const IndexedSymbol* caller = caller_at(line)) {
-      std::string_view fqn = caller->fqn;
-      for (std::size_t cut = fqn.rfind("::"); cut != std::string_view::npos && cut > 0;
-           cut = fqn.rfind("::", cut - 1)) {
-        scopes.emplace_back(fqn.substr(0, cut + 2));
-        if (cut < 2) break;
-      }
-      // A definition that is itself a scope (a class's method body sees the class).
-      scopes.insert(scopes.begin(), std::string(fqn) + "::");
-    }
-    for (const std::string& ns : using_) scopes.push_back(ns + "::");
-    return scopes;
-  }
-
-  // "using namespace a::b;" lines: their scopes hold names the file uses bare.
-  void read_using_namespaces() {
-    for (std::size_t i = 0; i + 1 < tokens_.size(); ++i) {
-      if (is(tokens_[i], "#") && is(tokens_[i + 1], "include")) include_lines_.insert(tokens_[i].line);
-    }
-    for (std::size_t i = 0; i + 2 < tokens_.size(); ++i) {
-      if (!is(tokens_[i], "using") || !is(tokens_[i + 1], "namespace")) continue;
-      std::string ns;
-      for (std::size_t j = i + 2; j < tokens_.size() && !is(tokens_[j], ";"); ++j) {
-        if (tokens_[j].kind == Kind::identifier) ns += tokens_[j].text;
-        if (is(tokens_[j], ":")) ns += ':';
-      }
-      if (!ns.empty()) using_.push_back(ns);
-    }
-  }
-
-  // C and C++: a name qualified with "::" ("fmt::format", "::g") or bare,
-  // looked up as the language does: the scopes around it, then those the
-  // file uses, then the global scope where the file can see it.
-  const IndexedSymbol* colon_target(std::size_t i) const {
-    const Token& t = tokens_[i];
-    std::string qualifier;
-    bool global = false;
-    for (std::size_t k = i; k >= 2 && is(tokens_[k - 1], ":") && is(tokens_[k - 2], ":"); k -= 3) {
-      if (k < 3 || tokens_[k - 3].kind != Kind::identifier) {
-        global = true;
-        break;
-      }
-      qualifier.insert(0, std::string(tokens_[k - 3].text) + "::");
-      if (k < 3) break;
-    }
-    const std::string name = qualifier + std::string(t.text);
-    if (!global) {
-      if (qualifier.empty()) {
-        if (const IndexedSymbol* s = in_this_file(t.text)) return s;
-      }
-      for (const std::string& scope : scopes_at(t.line)) {
-        if (const IndexedSymbol* s = named_fqn(scope + name)) return s;
-      }
-    }
-    if (const IndexedSymbol* s = named_fqn(name); s != nullptr && (!qualifier.empty() || near(*s))) return s;
-    return qualifier.empty() && !global ? only(t.text, false) : nullptr;
   }
 
   const IndexedSymbol* in_this_file(std::string_view name) const {
@@ -298,23 +229,25 @@ class FileScan {
       // Python names come from the file's own module or its imports.
       return module_.empty() ? nullptr : symbols_.find(module_ + "." + std::string(t.text));
     }
-    if (colon_) return colon_target(i);
     if (const IndexedSymbol* s = in_this_file(t.text)) return s;
     return only(t.text, false);
   }
 
   void use(std::size_t i) {
     const Token& t = tokens_[i];
-    if (symbols_.named(t.text).empty() || include_lines_.contains(t.line)) return;
+    const bool called = at(i + 1) != nullptr && is(tokens_[i + 1], "(");
+    if (cpp_) {
+      for (const IndexedSymbol* target : cpp_->targets(i)) add(*target, t.line, called ? "call" : "reference");
+      return;
+    }
+    if (symbols_.named(t.text).empty()) return;
     const Token* before = i > 0 ? &tokens_[i - 1] : nullptr;
     if (before != nullptr && (is(*before, "def") || is(*before, "class"))) return;
     const bool scoped = before != nullptr && is(*before, ":") && i >= 2 && is(tokens_[i - 2], ":");
     const bool member =
-        before != nullptr &&
-        (is(*before, ".") || (is(*before, ">") && i >= 2 && is(tokens_[i - 2], "-")) || (scoped && !colon_));
+        before != nullptr && (is(*before, ".") || (is(*before, ">") && i >= 2 && is(tokens_[i - 2], "-")) || scoped);
     const IndexedSymbol* target = member ? member_target(i) : name_target(i);
     if (target == nullptr) return;
-    const bool called = at(i + 1) != nullptr && is(tokens_[i + 1], "(");
     add(*target, t.line, called ? "call" : "reference");
   }
 
@@ -322,14 +255,12 @@ class FileScan {
   Syntax syntax_;
   const SymbolTable& symbols_;
   const ScanScope& scope_;
-  bool colon_;
-  std::vector<std::string> using_;
-  std::unordered_set<int> include_lines_;  // "#include" lines name files, not symbols
   std::vector<Token> tokens_;
   std::string module_;
   std::string package_;
   std::vector<const IndexedSymbol*> innermost_;
   std::unordered_map<std::string_view, const IndexedSymbol*> bindings_;  // views of the source
+  std::optional<CppNames> cpp_;  // C and C++ names, looked up as the language does
   std::vector<ReferenceRecord> found_;
 };
 

@@ -31,12 +31,11 @@ struct ScanScope {
 
 /// file_references: the uses in the file at `path`, whose text is `source`.
 /// A name resolves to a symbol only where the file says which one it means:
-/// Python through its imports, `self.` and its own module; C and C++ by the
-/// scopes around the name, its `::` qualifier, `using namespace` and the
-/// files it includes; any language through the file's own symbols; a member
-/// access (`x.name`) or, outside Python, any name also to the one symbol of
-/// that name of the file's language that it can see (its own top-level
-/// folder, or what it includes). A definition is no use of itself.
+/// Python through its imports, `self.` and its own module; C and C++ as
+/// CppNames looks them up; any other language through the file's own
+/// symbols; a member access (`x.name`) or, outside Python, any name also to
+/// the one symbol of that name of the file's language in its own top-level
+/// folder. A definition is no use of itself.
 [[nodiscard]] std::vector<ReferenceRecord> file_references(std::string_view path, std::string_view source,
                                                            Syntax syntax, const SymbolTable& symbols,
                                                            const ScanScope& scope);

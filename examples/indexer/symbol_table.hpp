@@ -18,8 +18,9 @@ struct IndexedSymbol {
   std::string file_path{};
   int start_line = 0;
   int end_line = 0;
-  bool member = false;     ///< defined inside another symbol (a method, a nested class), not at its module's top
-  std::string language{};  ///< of its file, as ctags names it
+  bool member = false;      ///< defined inside another symbol (a method, a nested class), not at its module's top
+  std::string language{};   ///< of its file, as ctags names it
+  std::string signature{};  ///< C and C++ types': a class's head with its bases, what a typedef names
 };
 
 class SymbolTable {
@@ -29,10 +30,14 @@ class SymbolTable {
   void add(IndexedSymbol symbol);
 
   /// mark_scoped_members: in languages of "::" scopes, the symbols whose
-  /// scope is a class, struct or union made members.
+  /// scope is a class, struct or union made members; the constants of an
+  /// enum that is not `enum class` found by `find` in the enum's scope too
+  /// ("ns::red" as well as "ns::Color::red"), as the language sees them.
   void mark_scoped_members();
 
   [[nodiscard]] const IndexedSymbol* find(std::string_view fqn) const;
+  /// with_fqn: every symbol of the fqn `fqn`, the first one first.
+  [[nodiscard]] std::span<const std::size_t> with_fqn(std::string_view fqn) const;
   /// named: the symbols whose own name is `name`.
   [[nodiscard]] std::span<const std::size_t> named(std::string_view name) const;
   /// in_file: the symbols of the file at `path`.
@@ -49,7 +54,7 @@ class SymbolTable {
   using Map = std::unordered_map<std::string, V, Hash, std::equal_to<>>;
 
   std::vector<IndexedSymbol> symbols_{};
-  Map<std::size_t> by_fqn_;
+  Map<std::vector<std::size_t>> by_fqn_;
   Map<std::vector<std::size_t>> by_name_;
   Map<std::vector<std::size_t>> by_file_;
 };

@@ -1,5 +1,6 @@
 #include "symbols.hpp"
 
+#include <algorithm>
 #include <cctype>
 
 #include "source_tokens.hpp"
@@ -99,7 +100,38 @@ std::optional<std::string> header_of(const Tag& tag) {
   return valid_utf8(unescaped);
 }
 
+// The signature of a C or C++ type as the source writes it: the head of a
+// class, struct, union or enum ("class D : public B", its bases from ctags
+// when they are on later lines), a typedef's declaration ("using value_t =
+// detail::value_t", "typedef int size_type"). References read the bases and
+// what a typedef names from it.
+std::optional<std::string> type_signature(const Tag& tag, std::string_view kind) {
+  std::optional<std::string> header = header_of(tag);
+  if (kind == "typedef") {
+    if (header && (header->starts_with("using ") || header->starts_with("typedef "))) return header;
+    if (tag.type.empty()) return std::nullopt;
+    return "typedef " + tag.type + " " + tag.name;
+  }
+  const bool record = kind == "class" || kind == "struct" || kind == "union";
+  if (!record && kind != "enum") return std::nullopt;
+  if (!record || tag.inherits.empty()) return header;
+  if (!header) return std::string(kind) + " " + tag.name + " : " + tag.inherits;
+  // A base list on the header's line starts with a ":" that is not "::".
+  for (std::size_t i = header->find(tag.name); i < header->size(); ++i) {
+    if ((*header)[i] != ':') continue;
+    if (i + 1 < header->size() && (*header)[i + 1] == ':') {
+      ++i;
+      continue;
+    }
+    return header;
+  }
+  return *header + " : " + tag.inherits;
+}
+
 std::optional<std::string> signature_of(const Tag& tag, std::string_view kind) {
+  if (colon_scoped(tag.language)) {
+    if (std::optional<std::string> type = type_signature(tag, kind)) return type;
+  }
   if (tag.language == "Python") {
     if (kind == "class") return "class " + tag.name + (tag.inherits.empty() ? "" : "(" + tag.inherits + ")");
     if (tag.signature.empty()) return std::nullopt;
@@ -120,7 +152,8 @@ std::optional<std::string> signature_of(const Tag& tag, std::string_view kind) {
 // attributes) are passed over; a blank line ends the block.
 class CommentDocs {
  public:
-  CommentDocs(std::string_view source, std::string_view language) : rust_(language == "Rust") {
+  CommentDocs(std::string_view source, std::string_view language)
+      : rust_(language == "Rust"), c_family_(colon_scoped(language)) {
     for (std::size_t start = 0; start <= source.size();) {
       const std::size_t end = source.find('\n', start);
       lines_.push_back(source.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
@@ -137,16 +170,20 @@ class CommentDocs {
 
   // at: the doc of the definition on `line` (1-based).
   [[nodiscard]] std::optional<std::string> at(int line) const {
-    auto i = static_cast<std::ptrdiff_t>(line) - 2;
-    while (i >= 0 && preamble(trimmed(i))) --i;
+    if (c_family_ && line >= 1 && static_cast<std::size_t>(line) <= lines_.size()) {
+      if (std::optional<std::string> after = trailing(lines_[static_cast<std::size_t>(line) - 1])) return after;
+    }
+    const std::ptrdiff_t i = above_preamble(static_cast<std::ptrdiff_t>(line) - 2);
     if (i < 0) return std::nullopt;
     std::vector<std::string_view> body;
     std::string_view last = trimmed(i);
     if (last.ends_with("*/")) {
-      // A block: up to its opening "/*"; "/**" marks a doc in every language.
+      // A block: up to its opening "/*"; "/**" marks a doc in every
+      // language, any block in C and C++ (as `//` lines do).
       std::ptrdiff_t open = i;
       while (open >= 0 && trimmed(open).find("/*") == std::string_view::npos) --open;
-      if (open < 0 || !trimmed(open).starts_with("/**") || (rust_ && trimmed(open).starts_with("/**/")))
+      if (open < 0 || !(trimmed(open).starts_with("/**") || (c_family_ && trimmed(open).starts_with("/*"))) ||
+          (rust_ && trimmed(open).starts_with("/**/")))
         return std::nullopt;
       for (std::ptrdiff_t k = open; k <= i; ++k) body.push_back(block_line(trimmed(k)));
     } else {
@@ -169,6 +206,52 @@ class CommentDocs {
     return l.starts_with("template") || l.starts_with('@') || l.starts_with("#[") || l.starts_with("[[");
   }
 
+  // The line above a definition's preamble, from `i` up. In C and C++ the
+  // preamble also holds lines of a macro alone (`GTEST_API_`,
+  // `JSON_HEDLEY_NON_NULL(2)`) and template headers over several lines.
+  [[nodiscard]] std::ptrdiff_t above_preamble(std::ptrdiff_t i) const {
+    while (i >= 0) {
+      const std::string_view l = trimmed(i);
+      if (preamble(l) || (c_family_ && macro_alone(l))) {
+        --i;
+        continue;
+      }
+      if (!c_family_) break;
+      std::ptrdiff_t k = i;
+      for (; k >= 0 && i - k < 8; --k) {
+        const std::string_view t = trimmed(k);
+        if (t.starts_with("template") || t.empty() || t.starts_with("//") || t.starts_with("/*") || t.ends_with("*/") ||
+            t.find_first_of(";{}") != std::string_view::npos)
+          break;
+      }
+      if (k < 0 || k == i || !trimmed(k).starts_with("template")) break;
+      i = k - 1;
+    }
+    return i;
+  }
+
+  static bool macro_alone(std::string_view l) {
+    const std::size_t open = l.find('(');
+    const std::string_view name = l.substr(0, open);
+    if (name.size() < 2 || name.front() < 'A' || name.front() > 'Z') return false;
+    if (open != std::string_view::npos && !l.ends_with(')')) return false;
+    return std::all_of(name.begin(), name.end(),
+                       [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; });
+  }
+
+  // A C or C++ doc after the definition on its line: `int x;  ///< doc`.
+  static std::optional<std::string> trailing(std::string_view line) {
+    for (const std::string_view mark : {"///<", "//!<", "/**<", "/*!<"}) {
+      const std::size_t at = line.find(mark);
+      if (at == std::string_view::npos) continue;
+      std::string_view text = line.substr(at + mark.size());
+      if (mark.starts_with("/*")) text = text.substr(0, text.find("*/"));
+      while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
+      return joined({text});
+    }
+    return std::nullopt;
+  }
+
   [[nodiscard]] bool line_comment(std::string_view l) const {
     if (rust_) return l.starts_with("///") && !l.starts_with("////");
     return l.starts_with("//");
@@ -182,7 +265,7 @@ class CommentDocs {
   }
 
   static std::string_view block_line(std::string_view l) {
-    if (l.starts_with("/**")) {
+    if (l.starts_with("/**") || l.starts_with("/*!")) {
       l.remove_prefix(3);
     } else if (l.starts_with("/*")) {
       l.remove_prefix(2);
@@ -206,8 +289,53 @@ class CommentDocs {
   }
 
   bool rust_;
+  bool c_family_;
   std::vector<std::string_view> lines_;
 };
+
+// Whether an argument of a C or C++ call declares a parameter: a type and a
+// name (`int x`, `const Foo& f`), a pointer or a reference.
+bool declares_parameter(std::string_view argument) {
+  int words = 0;
+  int depth = 0;
+  bool in_word = false;
+  for (const char c : argument) {
+    if (c == '(' || c == '<' || c == '[') ++depth;
+    if (c == ')' || c == '>' || c == ']') --depth;
+    if (depth > 0) continue;
+    if (c == '*' || c == '&') return true;
+    const bool word = std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':';
+    words += word && !in_word ? 1 : 0;
+    in_word = word;
+  }
+  return words > 1;
+}
+
+// Whether a C or C++ "function" that ctags reports is a macro's use at the
+// top of a file, as `TEST(Suite, Name) { ... }` is: a name in capitals and
+// arguments none of which declares a parameter (a lone word is none: a
+// function of unnamed parameters in capitals is rarer than `TEST(A, int)`).
+bool is_macro_call(const Tag& tag) {
+  if (tag.kind != "function" && tag.kind != "prototype") return false;
+  const bool capitals =
+      std::all_of(tag.name.begin(), tag.name.end(),
+                  [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; }) &&
+      tag.name.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string::npos;
+  std::string_view arguments = tag.signature;
+  if (!capitals || !arguments.starts_with('(') || !arguments.ends_with(')') || arguments.size() <= 2) return false;
+  arguments = arguments.substr(1, arguments.size() - 2);
+  int depth = 0;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i <= arguments.size(); ++i) {
+    const char c = i < arguments.size() ? arguments[i] : ',';
+    if (c == '(' || c == '<' || c == '[') ++depth;
+    if (c == ')' || c == '>' || c == ']') --depth;
+    if (c != ',' || depth > 0) continue;
+    if (declares_parameter(arguments.substr(start, i - start))) return false;
+    start = i + 1;
+  }
+  return true;
+}
 
 // The fqn of a tag: the module path and the scope, dotted; for languages of
 // "::" scopes, the scope as the language writes it ("fmt::detail::write").
@@ -328,6 +456,7 @@ std::vector<SymbolRecord> file_symbols(std::string_view path, const std::vector<
   for (const Tag& tag : tags) {
     if (tag.kind == "file" || tag.name.empty() || is_prose(tag.language)) continue;
     if (tag.language == "Python" && is_python_import(tag.kind)) continue;
+    if (colon_scoped(tag.language) && is_macro_call(tag)) continue;
     const std::string kind = tag.language == "Python" && tag.kind == "member" ? "method" : tag.kind;
     const std::string scope = dotted_name(tag.scope);
     const bool definition = kind == "class" || kind == "function" || kind == "method";
