@@ -37,11 +37,20 @@ FROM index_status;
 -- its definition, a getter and a setter), the one to answer: a documented
 -- one, then one that is more than a declaration, then in Python the last
 -- (the implementation follows its @overload stubs), elsewhere the first.
+-- A definition without docs of its own takes its declaration's (a C
+-- function documented at its prototype in a header), as editors show it.
 -- name: symbol_by_fqn
-SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE fqn = ?1
-ORDER BY docstring IS NULL OR docstring = '', kind = 'prototype',
-         CASE WHEN file_path LIKE '%.py' THEN -start_line ELSE start_line END, id
+SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, s.signature,
+       CASE WHEN s.docstring IS NULL OR s.docstring = '' THEN coalesce(d.docstring, s.docstring) ELSE s.docstring END,
+       s.is_export,
+       CASE WHEN (s.docstring IS NULL OR s.docstring = '') AND d.docstring IS NOT NULL THEN d.docstring_truncated
+            ELSE s.docstring_truncated END
+FROM symbols AS s
+LEFT JOIN (SELECT docstring, docstring_truncated FROM symbols
+           WHERE fqn = ?1 AND kind = 'prototype' AND docstring <> '' ORDER BY id LIMIT 1) AS d
+WHERE s.fqn = ?1
+ORDER BY (s.docstring IS NULL OR s.docstring = '') AND d.docstring IS NULL, s.kind = 'prototype',
+         CASE WHEN s.file_path LIKE '%.py' THEN -s.start_line ELSE s.start_line END, s.id
 LIMIT 1;
 -- name: symbol_by_id
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated

@@ -52,7 +52,7 @@ const cppRules = {
     "  int price() const override;\n  int pages() const;\n};\n" +
     "class Magazine {\n public:\n  int pages() const;\n};\nenum Color { red, green };\n" +
     "namespace detail {\nint helper(int x);\n}\n}\n" +
-    "/// Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
+    "/// \\brief Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
     "int weight;\nint total(int n);\n#define SHOP_TWICE(weight) ((weight) + (weight))\n" +
     "namespace shop {\ntemplate <typename Book>\nint count(Book b) { return b.pages(); }\n" +
     "class Shelf {\n public:\n  Shelf();\n  friend class Book;\n};\n" +
@@ -69,6 +69,10 @@ const cppRules = {
     "inline Lexer::token_type Lexer::scan() {\n  return token_type::end;\n}\n",
   "include/library/book.h": "namespace library {\nclass Book {};\n}\n",
   "include/geometry.h": "struct Rect {\n  int width;\n};\n",
+  "include/shop/sizes.h": "#pragma once\n/// Counts every item.\nint count_all(int n);\n" +
+    "struct Gap {\n  int width;  // in pixels\n};\n",
+  "app/sizes.cc": '#include "shop/sizes.h"\n// Stock at hand.\n\nint stock = 0;\nint count_all(int n) { return n + stock; }\n',
+  "app/licence.cc": "// Licence text.\n\nint licensed = 1;\n",
   "include/std_hash.h": "namespace std {\ntemplate <class T> struct hash;\n}\n",
   "src/book.cc": '#include "shop/core.h"\nnamespace shop {\nint Book::price() const {\n  return pages() + weight;\n}\n' +
     "int Book::pages() const {\n  return this->weight;\n}\n}\n",
@@ -122,12 +126,17 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["shop::Item", "Base of every item."],  // a /*! block
       ["shop::Item::weight", "in grams"],     // a ///< doc after the member
       ["shop::Book", "A book."],              // over a line of a macro alone
-      ["Box", "Wraps a value."],              // over a template header of two lines
+      ["Box", "Wraps a value."],              // over a template header of two lines, \brief left out
       ["Crate", "A crate."],                  // a plain /* */ block
+      ["count_all", "Counts every item.", "app/sizes.cc"],  // the definition, with its prototype's doc
+      ["Gap::width", "in pixels"],            // a plain // after a member
+      ["stock", "Stock at hand."],            // a blank line between
+      ["licensed", null],                     // but not the comment that opens the file
     ];
-    for (const [fqn, doc] of docs) {
-      const found = (await call("symbol", { fqn })).docstring;
-      if (found !== doc) wrong.push({ fqn, found, doc });
+    for (const [fqn, doc, file] of docs) {
+      const symbol = await call("symbol", { fqn });
+      const found = symbol.docstring || null;
+      if (found !== doc || (file && symbol.file !== file)) wrong.push({ fqn, found, doc, at: symbol.file });
     }
     const signatures = [
       ["shop::Book", "class Book : public Item"],  // a class's head with its bases
