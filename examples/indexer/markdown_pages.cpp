@@ -31,6 +31,16 @@ std::optional<std::string_view> heading_of(std::string_view line, int& level) {
   return line;
 }
 
+// The level of a setext heading's underline ("===" 1, "---" 2), or 0.
+int setext_level(std::string_view line) {
+  const std::size_t indent = line.find_first_not_of(' ');
+  if (indent == std::string_view::npos || indent > 3) return 0;
+  line = trim(line);
+  if (line.empty() || (line.front() != '=' && line.front() != '-')) return 0;
+  if (line.find_first_not_of(line.front()) != std::string_view::npos) return 0;
+  return line.front() == '=' ? 1 : 2;
+}
+
 bool is_fence(std::string_view line) {
   const std::size_t indent = line.find_first_not_of(' ');
   if (indent == std::string_view::npos || indent > 3) return false;
@@ -115,13 +125,24 @@ MarkdownPage read_markdown_page(std::string_view path, std::string_view text) {
   std::vector<Draft> drafts(1);
   bool titled = false;
   bool in_fence = false;
+  bool after_text = false;  // the line before was a paragraph's text
   while (!text.empty()) {
     const std::size_t end = text.find('\n');
     const std::string_view line = text.substr(0, end);
     text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
     int level = 0;
-    const std::optional<std::string_view> heading = in_fence ? std::nullopt : heading_of(line, level);
+    std::optional<std::string_view> heading = in_fence ? std::nullopt : heading_of(line, level);
+    // A line of text underlined with "=" or "-" (a setext heading), its
+    // underline left out of the body.
+    const std::string_view next = text.substr(0, text.find('\n'));
+    if (!in_fence && !heading && !after_text && !trim(line).empty() && !is_fence(line) && setext_level(next) != 0 &&
+        line.find_first_not_of(' ') <= 3) {
+      level = setext_level(next);
+      heading = trim(line);
+      text = text.size() > next.size() ? text.substr(next.size() + 1) : std::string_view();
+    }
     if (is_fence(line)) in_fence = !in_fence;
+    after_text = !in_fence && !heading && !trim(line).empty();
     if (!heading) {
       drafts.back().body.append(line).push_back('\n');
       continue;
