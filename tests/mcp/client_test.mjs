@@ -92,7 +92,7 @@ test("a wiki page too long for one answer is read in parts to its end", async ()
       assert.ok(Buffer.byteLength(answer) <= 460, answer);
       const part = JSON.parse(answer);
       assert.deepEqual(part.citations, parts.length === 0 ? whole.citations : [], answer);
-      const way = /\n\n\((?:The page goes on: call again with offset=(\d+)|The page's end)\.\)$/.exec(part.content);
+      const way = /\n\n\((?:The section goes on: call again with offset=(\d+)|The page's end)\.\)$/.exec(part.content);
       assert.ok(way, part.content);
       parts.push(part.content.slice(0, way.index));
       args = way[1] === undefined ? undefined : { offset: Number(way[1]) };
