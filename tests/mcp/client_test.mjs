@@ -84,12 +84,12 @@ test("a wiki page too long for one answer is read in parts to its end", async ()
   });
   const cited = whole.citations.map((c) => JSON.stringify(c));
   assert.ok(cited.length > 1 && new Set(cited).size === cited.length, "each citation once");
-  await session(["--db", db, "--root", root, "--budget", "400"], async (client) => {
+  await session(["--db", db, "--root", root, "--budget", "240"], async (client) => {
     const parts = [];
     for (let args = {}; args !== undefined; ) {
       assert.ok(parts.length < 200, "the parts end");
       const answer = text(await read(client, args));
-      assert.ok(Buffer.byteLength(answer) <= 400, answer);
+      assert.ok(Buffer.byteLength(answer) <= 240, answer);
       const part = JSON.parse(answer);
       // The page's sections are not in its text: their citations go with
       // the first part, as many as half the budget holds.
