@@ -36,12 +36,14 @@ FROM index_status;
 -- Where several definitions share the fqn (overloads, a declaration and
 -- its definition, a getter and a setter), the one to answer: a documented
 -- one, then one that is more than a declaration, then in Python the last
--- (the implementation follows its @overload stubs), elsewhere the first.
+-- (the implementation follows its @overload stubs), in Go the first the
+-- analyzer gave (it gives the files that build on the common platform
+-- first), elsewhere the first.
 -- name: symbol_by_fqn
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE fqn = ?1
 ORDER BY docstring IS NULL OR docstring = '', kind = 'prototype',
-         CASE WHEN file_path LIKE '%.py' THEN -start_line ELSE start_line END, id
+         CASE WHEN file_path LIKE '%.py' THEN -start_line WHEN file_path LIKE '%.go' THEN id ELSE start_line END, id
 LIMIT 1;
 -- name: symbol_by_id
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
