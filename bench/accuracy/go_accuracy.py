@@ -188,7 +188,7 @@ def main():
     # The row `symbol` answers is right when it is one of the definitions
     # the oracle knows for the fqn (some configuration builds its file).
     symbol_by_fqn = server_query("symbol_by_fqn")
-    right = with_doc = docs_right = known = 0
+    right = with_doc = docs_right = known = both = 0
     for fqn in dict.fromkeys(s["fqn"] for s in sample):
         defined = {(d["file"], d["line"]): oracle.answer(d) for d in by_fqn[fqn] if oracle.answer(d)["definition"]}
         if not defined:
@@ -200,14 +200,15 @@ def main():
             misses.append({"group": "symbol", "fqn": fqn, "file": row[3], "line": row[4], "oracle": sorted(defined)})
             continue
         right += 1
+        both += a["doc"] is None or row[7] == a["doc"]
         if a["doc"] is not None:
             with_doc += 1
             docs_right += row[7] == a["doc"]
             if row[7] != a["doc"]:
                 misses.append({"group": "doc", "fqn": fqn, "index": row[7], "oracle": a["doc"]})
-    print("  symbol: %d of %d at one of the oracle's definitions (%d sampled unknown to the oracle); "
-          "doc right for %d of the %d documented" % (right, known, len(set(s["fqn"] for s in sample)) - known,
-                                                      docs_right, with_doc))
+    print("  symbol: %d of %d at one of the oracle's definitions (%d sampled unknown to the oracle), %d with their "
+          "docs; doc right for %d of the %d documented" % (right, known, len(set(s["fqn"] for s in sample)) - known,
+                                                           both, docs_right, with_doc))
     listed = given = 0
     for file in outline_files:
         entries = oracle.data["outlines"][file]
