@@ -36,9 +36,11 @@ FROM index_status;
 -- Where several definitions share the fqn (overloads, a declaration and
 -- its definition, a getter and a setter), the one to answer: a documented
 -- one, then one that is more than a declaration, then in Python the last
--- (the implementation follows its @overload stubs), elsewhere the first.
--- A definition without docs of its own takes its declaration's (a C
--- function documented at its prototype in a header), as editors show it.
+-- (the implementation follows its @overload stubs), in Go the first the
+-- analyzer gave (it gives the files that build on the common platform
+-- first), elsewhere the first. A definition without docs of its own takes
+-- its declaration's (a C function documented at its prototype in a
+-- header), as editors show it.
 -- name: symbol_by_fqn
 SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, s.signature,
        CASE WHEN s.docstring IS NULL OR s.docstring = '' THEN coalesce(d.docstring, s.docstring) ELSE s.docstring END,
@@ -50,7 +52,8 @@ LEFT JOIN (SELECT docstring, docstring_truncated FROM symbols
            WHERE fqn = ?1 AND kind = 'prototype' AND docstring <> '' ORDER BY id LIMIT 1) AS d
 WHERE s.fqn = ?1
 ORDER BY (s.docstring IS NULL OR s.docstring = '') AND d.docstring IS NULL, s.kind = 'prototype',
-         CASE WHEN s.file_path LIKE '%.py' THEN -s.start_line ELSE s.start_line END, s.id
+         CASE WHEN s.file_path LIKE '%.py' THEN -s.start_line WHEN s.file_path LIKE '%.go' THEN s.id
+              ELSE s.start_line END, s.id
 LIMIT 1;
 -- name: symbol_by_id
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated

@@ -161,6 +161,43 @@ test("any language: a unique name is a use only in the file's language and where
     assert.deepEqual(await uses(call, "lib.a.helper"), ["lib/b.rb:2"]);
   }));
 
+// The Go analyzer is built beside the indexer when the build had go.
+const go = existsSync(join(dirname(indexer), "go_analyzer"));
+
+test("Go: a module's import paths, pkg.Name across packages, a method on a pointer receiver, a shadowing " +
+     "parameter, a type declared once per GOOS", { skip: !go }, async () => {
+  const root = makeTree(join(scratch, "go"), {
+    "go.mod": "module example.com/shop\n\ngo 1.19\n",
+    "money/money.go": "package money\n\n// Amount is a sum in cents.\ntype Amount int\n\n" +
+      "// Add adds b.\nfunc (a *Amount) Add(b Amount) {\n\t*a += b\n}\n\n" +
+      "func Double(Amount int) int {\n\treturn Amount + Amount\n}\n",
+    // Clock is declared once per GOOS: the file that builds on linux answers, though it comes later.
+    "money/clock_aix.go": "package money\n\n// Clock is AIX's.\ntype Clock struct{}\n",
+    "money/clock_linux.go": "//go:build linux\n\npackage money\n\nimport \"time\"\n\n// Clock reads the time.\n" +
+      "type Clock struct{ at time.Time }\n",
+    "cart/cart.go": "package cart\n\nimport \"example.com/shop/money\"\n\n" +
+      "type Cart struct {\n\ttotal money.Amount\n}\n\n" +
+      "func (c *Cart) Put(x money.Amount) {\n\tc.total.Add(x)\n}\n",
+    "web/app.ts": "export function app(): number {\n  return 1;\n}\n",
+  });
+  const db = join(scratch, "go.db");
+  // Nothing of the user's shell changes how an analyzer runs or what it answers.
+  const shell = { ...process.env, GOGC: "off", GOMAXPROCS: "1", GOFLAGS: "-mod=vendor", GOROOT: "/nonexistent",
+                  GOPATH: "/nonexistent", GODEBUG: "gctrace=1", NODE_OPTIONS: "--require=/nonexistent/hook.js" };
+  const run = runIndexer(indexer, root, db, { env: shell });
+  assert.doesNotMatch(run.stderr, /analyzer failed/);
+  await withServer(server, db, root, async (call) => {
+    assert.deepEqual(await uses(call, "example.com/shop/money"), ["cart/cart.go:3"]);
+    assert.deepEqual(await uses(call, "example.com/shop/money.Amount"),
+                     ["cart/cart.go:6", "cart/cart.go:9", "money/money.go:7"]);  // not Double's parameter
+    assert.deepEqual(await uses(call, "example.com/shop/money.Amount.Add"), ["cart/cart.go:10"]);
+    const add = await call("symbol", { fqn: "example.com/shop/money.Amount.Add" });
+    assert.deepEqual([add.signature, add.docstring], ["func (a *Amount) Add(b Amount)", "Add adds b."]);
+    const clock = await call("symbol", { fqn: "example.com/shop/money.Clock" });
+    assert.deepEqual([clock.file, clock.start_line], ["money/clock_linux.go", 8]);
+  });
+});
+
 // The JavaScript/TypeScript analyzer is installed beside the indexer when the build had node and npm.
 const typescript = existsSync(join(dirname(indexer), "typescript_analyzer", "node_modules", "typescript"));
 
