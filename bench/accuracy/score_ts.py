@@ -19,7 +19,6 @@ at random and the --top fqns the index has most references to. For each:
     files, how many the index holds (same name, the line within the row).
 """
 
-import argparse
 import json
 import os
 import random
@@ -27,7 +26,7 @@ import re
 import subprocess
 import sys
 
-from score_cpp import connect, server_query
+from score_cpp import connect, scorer_arguments, server_query
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LANGUAGE = "TypeScript"  # the analyzer's language: every JavaScript and TypeScript file
@@ -85,12 +84,7 @@ def few(places):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("--tree", required=True)
-    parser.add_argument("--db", required=True)
-    parser.add_argument("--sample", type=int, default=50)
-    parser.add_argument("--top", type=int, default=20)
-    parser.add_argument("--seed", type=int, default=1)
+    parser = scorer_arguments(__doc__)
     parser.add_argument("--several", action="store_true",
                         help="draw only fqns with several definitions (overloads, a getter and its setter, ...)")
     parser.add_argument("--show", type=int, default=0, help="print up to N differences")
