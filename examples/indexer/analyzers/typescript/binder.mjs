@@ -76,8 +76,8 @@ export function bindFile(file, global, ambient) {
 }
 
 /**
- * overloads: in each family of overloads (the declarations of one symbol
- * with one kind of function, method or constructor), a signature without a
+ * overloads: in each family of overloads (the function, method or
+ * constructor declarations of one symbol), a signature without a
  * body that another declaration of the family follows is reported as a
  * prototype: `symbol` then answers the family's last declaration, which is
  * the implementation when there is one, as TypeScript's go to definition
@@ -85,15 +85,13 @@ export function bindFile(file, global, ambient) {
  * family's first, as the language service shows it there.
  */
 function overloads(records) {
-  const families = new Map();  // Sym -> kind -> its records, in source order
+  const families = new Map();  // Sym -> its records, in source order
   for (const r of records) {
     if (!kOverloaded.has(r.node.kind)) continue;
-    if (!families.has(r.sym)) families.set(r.sym, new Map());
-    const kinds = families.get(r.sym);
-    if (!kinds.has(r.kind)) kinds.set(r.kind, []);
-    kinds.get(r.kind).push(r);
+    if (!families.has(r.sym)) families.set(r.sym, []);
+    families.get(r.sym).push(r);
   }
-  for (const family of [...families.values()].flatMap((kinds) => [...kinds.values()])) {
+  for (const family of families.values()) {
     const last = family.at(-1);
     const signatures = family.filter((r) => r !== last && !r.node.body);
     for (const r of signatures) r.kind = "prototype";
