@@ -25,6 +25,7 @@ import random
 import re
 import subprocess
 import sys
+from collections import Counter
 
 from score_cpp import connect, scorer_arguments, server_query
 
@@ -83,6 +84,13 @@ def few(places):
     return shown + (" ...%d" % len(places) if len(places) > 6 else "")
 
 
+def report(label, c):
+    print("%-9s %d symbols: references precision %s (%d/%d), recall %s (%d/%d); symbol right %d/%d, docs %d/%d, "
+          "both %d/%d" % (label, c["n"], ratio(c["hit"], c["found"]), c["hit"], c["found"],
+                          ratio(c["hit"], c["expected"]), c["hit"], c["expected"], c["defs"], c["n"], c["docs"],
+                          c["documented"], c["both"], c["n"]))
+
+
 def main():
     parser = scorer_arguments(__doc__)
     parser.add_argument("--several", action="store_true",
@@ -130,43 +138,29 @@ def main():
     print("%s: %d files, %d lines, %d symbols, %d fqns; oracle %.1f s" %
           (tree, files_read, lines_read, len(rows), len(by_fqn), seconds))
     notes = []
-    totals = {}
+    totals = Counter()
     for label, group in (("random", range(len(drawn))), ("most used", range(len(drawn), len(sample)))):
-        hit = found = expected = defs = docs = documented = both = 0
+        c = Counter(n=len(group))
         for i in group:
             fqn, row, qs, told = sample[i], answered[i], queries[i], answers[i]
             own = {(q["file"], q["line"]) for q in qs}
             got = refs.get(fqn, set()) - own
             want = {(f, l) for a in told for f, l in a["references"]} - own
-            right = got & want
-            hit, found, expected = hit + len(right), found + len(got), expected + len(want)
+            c.update(hit=len(got & want), found=len(got), expected=len(want))
             if got != want:
                 notes.append("  refs %s (%s:%d): %d right, extra %s; missed %s" %
-                             (fqn, row["file"], row["line"], len(right), few(got - want), few(want - got)))
-            main_answer = told[0]
-            d = main_answer["definition"]
+                             (fqn, row["file"], row["line"], len(got & want), few(got - want), few(want - got)))
+            d, doc = told[0]["definition"], told[0]["doc"]
             place = bool(d) and (d["file"], d["line"]) == (row["file"], row["line"])
-            defs += place
             if not place:
                 notes.append("  symbol %s: index %s:%d, oracle %s" % (fqn, row["file"], row["line"], d))
-            doc_right = not main_answer["doc"] or normal(row["doc"]).startswith(normal(main_answer["doc"]))
-            if main_answer["doc"]:
-                documented += 1
-                docs += doc_right
-                if not doc_right:
-                    notes.append("  doc %s: index %r, oracle %r" % (fqn, row["doc"], main_answer["doc"]))
-            both += place and doc_right
-        print("%-9s %d symbols: references precision %s (%d/%d), recall %s (%d/%d); symbol right %d/%d, "
-              "docs %d/%d, both %d/%d" % (label, len(group), ratio(hit, found), hit, found, ratio(hit, expected),
-                                          hit, expected, defs, len(group), docs, documented, both, len(group)))
-        for k, v in (("hit", hit), ("found", found), ("expected", expected), ("defs", defs), ("docs", docs),
-                     ("documented", documented), ("both", both), ("n", len(group))):
-            totals[k] = totals.get(k, 0) + v
-    t = totals
-    print("%-9s %d symbols: references precision %s (%d/%d), recall %s (%d/%d); symbol right %d/%d, docs %d/%d, "
-          "both %d/%d" % ("all", t["n"], ratio(t["hit"], t["found"]), t["hit"], t["found"],
-                          ratio(t["hit"], t["expected"]), t["hit"], t["expected"], t["defs"], t["n"], t["docs"],
-                          t["documented"], t["both"], t["n"]))
+            doc_right = not doc or normal(row["doc"]).startswith(normal(doc))
+            if not doc_right:
+                notes.append("  doc %s: index %r, oracle %r" % (fqn, row["doc"], doc))
+            c.update(defs=place, documented=bool(doc), docs=bool(doc) and doc_right, both=place and doc_right)
+        report(label, c)
+        totals.update(c)
+    report("all", totals)
 
     listed = shown = 0
     for path, entries in oracle["outlines"].items():
