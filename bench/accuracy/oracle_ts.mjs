@@ -123,8 +123,13 @@ function main() {
     const pos = position(sf, q);
     if (pos < 0) return none;
     const definitions = service.getDefinitionAtPosition(file, pos) ?? [];
-    // The implementation among overloads, else the first declaration.
-    const main = definitions.find((d) => isImplementation(program, d)) ?? definitions[0];
+    // A property written `{ x }` is also a use of the variable x; its own uses are asked for.
+    const shorthand = ts.isShorthandPropertyAssignment(ts.getTokenAtPosition(sf, pos).parent);
+    // The implementation among overloads, else the first declaration; a
+    // `{ x }` property is defined where it is written (the service goes to
+    // the variable x).
+    const main = shorthand ? { fileName: file, textSpan: { start: pos } }
+      : definitions.find((d) => isImplementation(program, d)) ?? definitions[0];
     const span = (d) => d.contextSpan ?? d.textSpan;
     // Its docs: the documentation the service shows, when the declaration
     // itself has a doc comment (not one it inherits).
@@ -136,8 +141,6 @@ function main() {
     // where an interface and a const share a name.
     const references = new Set();
     const from = [{ fileName: file, textSpan: { start: pos } }, ...definitions];
-    // A property written `{ x }` is also a use of the variable x; its own uses are asked for.
-    const shorthand = ts.isShorthandPropertyAssignment(ts.getTokenAtPosition(sf, pos).parent);
     for (const d of from) {
       for (const group of service.findReferences(d.fileName, d.textSpan.start) ?? []) {
         if (!related(group, d.fileName, d.textSpan.start, shorthand)) continue;

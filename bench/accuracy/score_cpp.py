@@ -140,13 +140,19 @@ class Scores:
                                   self.undecided))
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+def scorer_arguments(doc):
+    """The arguments every scorer of an index takes: the tree, its index and the draw."""
+    parser = argparse.ArgumentParser(description=doc.split("\n\n")[0])
     parser.add_argument("--tree", required=True)
     parser.add_argument("--db", required=True)
     parser.add_argument("--sample", type=int, default=50)
     parser.add_argument("--top", type=int, default=20)
     parser.add_argument("--seed", type=int, default=1)
+    return parser
+
+
+def main():
+    parser = scorer_arguments(__doc__)
     parser.add_argument("--cache", help="the oracle's cache of the tree (see oracle_cpp.py)")
     parser.add_argument("--show", type=int, default=0, help="print up to N wrong and N missed references per symbol")
     args = parser.parse_args()

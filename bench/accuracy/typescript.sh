@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # The JavaScript/TypeScript rows of the accuracy table: four trees no one
 # here wrote, taken from the packages tests/mcp installs from its lock file,
-# each indexed by kestrune-index (timed) and its references scored against
-# the TypeScript language service (score_ts.mjs). A benchmark, not a test.
-#   bench/accuracy/typescript.sh [SEED]   (default 1)
+# each indexed by kestrune-index (timed: a full index, then a run with
+# nothing changed) and the index scored against the TypeScript language
+# service (score_ts.py). A benchmark, not a test. Extra arguments go to the
+# scorer (--seed N, --several, --show N).
+#   bench/accuracy/typescript.sh [ARGS...]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 cmake --preset release >/dev/null
@@ -20,9 +22,11 @@ mkdir "$scratch/hono"                                        # ES module JavaScr
 (cd "$m/hono/dist" && tar cf - --exclude=./cjs .) | tar xf - -C "$scratch/hono"
 cp -r "$m/@modelcontextprotocol/sdk/dist/esm" "$scratch/sdk"  # JavaScript beside its declarations
 
+index=build/release/examples/indexer/kestrune-index
 for tree in zod ajv hono sdk; do
-  /usr/bin/time -f "$tree: kestrune-index %e s, peak RSS %M KiB" \
-    build/release/examples/indexer/kestrune-index "$scratch/$tree" --db "$scratch/$tree.db" >/dev/null
-  node bench/accuracy/score_ts.mjs --tree "$scratch/$tree" --seed "${1:-1}" \
-    --analyzer build/release/examples/indexer/typescript_analyzer/analyzer.mjs
+  /usr/bin/time -f "$tree: full index %e s wall, %U s user, %S s system, peak RSS %M KiB" \
+    "$index" "$scratch/$tree" --db "$scratch/$tree.db" >/dev/null
+  /usr/bin/time -f "$tree: nothing changed %e s wall, %U s user, %S s system" \
+    "$index" "$scratch/$tree" --db "$scratch/$tree.db" >/dev/null
+  /usr/bin/python3 bench/accuracy/score_ts.py --tree "$scratch/$tree" --db "$scratch/$tree.db" "$@"
 done

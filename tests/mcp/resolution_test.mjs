@@ -201,14 +201,31 @@ test("Go: a module's import paths, pkg.Name across packages, a method on a point
 // The JavaScript/TypeScript analyzer is installed beside the indexer when the build had node and npm.
 const typescript = existsSync(join(dirname(indexer), "typescript_analyzer", "node_modules", "typescript"));
 
-test("TypeScript: a re-export through an index file, a method through a base class, a shadowing parameter",
-     { skip: !typescript }, () => indexed("ts", {
+test("TypeScript: a re-export through an index file, ES imports and exports, require, a method through a base " +
+     "class, a shadowing parameter, overloads", { skip: !typescript }, () => indexed("ts", {
     "src/lib/base.ts": "export class Base {\n  run(): void {}\n}\n",
-    "src/lib/index.ts": 'export * from "./base.js";\n',
-    "src/app.ts": 'import { Base } from "./lib";\nclass App extends Base {\n  go() {\n    this.run();\n  }\n}\n' +
-      "function other(Base: number) {\n  return Base;\n}\n",
+    "src/lib/index.ts": 'export * from "./base.js";\nexport { fmt as format } from "./over.js";\n',
+    "src/lib/over.ts": "/** Formats a value. */\nexport function fmt(x: number): string;\nexport function fmt(x: string): string;\n" +
+      "export function fmt(x: any): string {\n  return String(x);\n}\n",
+    "src/app.ts": 'import { Base, format as show } from "./lib";\nclass App extends Base {\n  go() {\n    this.run();\n  }\n}\n' +
+      "function other(Base: number) {\n  return Base;\n}\nshow(1);\n",
+    "src/cjs/util.js": "function pad(s) {\n  return s;\n}\nmodule.exports = { pad };\n",
+    "src/cjs/main.js": 'const { pad } = require("./util");\nconst util = require("./util.js");\npad("a");\nutil.pad("b");\n',
+    "types/api.d.ts": "export declare class Api {\n  /** Gets by key. */\n  get(key: string): string;\n  get(): string[];\n}\n",
   }, async (call) => {
     assert.deepEqual(await uses(call, "src.lib.base.Base"), ["src/app.ts:1", "src/app.ts:2"]);
     assert.deepEqual(await uses(call, "src.lib.base.Base.run"), ["src/app.ts:4"]);
     assert.equal((await call("symbol", { fqn: "src.lib.base.Base.run" })).signature, "run(): void");
+    assert.deepEqual(await uses(call, "src.lib.over.fmt"), ["src/app.ts:1", "src/app.ts:10", "src/lib/index.ts:2"]);
+    assert.deepEqual(await uses(call, "src.cjs.util.pad"), [
+      "src/cjs/main.js:1", "src/cjs/main.js:3", "src/cjs/main.js:4", "src/cjs/util.js:4"]);
+    // Overloads: `symbol` answers the implementation, else the last
+    // signature, with the family's doc; the file lists every one.
+    const pick = ({ kind, start_line, docstring }) => ({ kind, start_line, docstring });
+    assert.deepEqual(pick(await call("symbol", { fqn: "src.lib.over.fmt" })),
+                     { kind: "function", start_line: 4, docstring: "Formats a value." });
+    assert.deepEqual(pick(await call("symbol", { fqn: "types.api.Api.get" })),
+                     { kind: "method", start_line: 4, docstring: "Gets by key." });
+    assert.deepEqual((await call("file", { path: "src/lib/over.ts" })).symbols.map((s) => `${s.kind}:${s.line}`),
+                     ["prototype:2", "prototype:3", "function:4"]);
   }));

@@ -69,9 +69,9 @@ const kSymbols = [
   ["modules", "src.lib.base.Base.start", [{ kind: "method", line: 8, end: 10, signature: "start(port: number): void",
                                             doc: "Starts it.", export: true }]],
   ["modules", "src.lib.base.Base.secret", [{ kind: "property", export: false }]],
-  ["modules", "src.lib.base.helper", [{ line: 15, signature: "helper(x: number): number" },
-                                      { line: 16, signature: "helper(x: string): string" },
-                                      { line: 17, end: 19, signature: "helper(x: any): any" }]],
+  ["modules", "src.lib.base.helper", [{ kind: "prototype", line: 15, signature: "helper(x: number): number" },
+                                      { kind: "prototype", line: 16, signature: "helper(x: string): string" },
+                                      { kind: "function", line: 17, end: 19, signature: "helper(x: any): any" }]],
   ["modules", "src.lib.base.main", [{ kind: "function", export: true }]],
   ["modules", "src.lib.base.Options", [{ kind: "interface", line: 2 }, { kind: "interface", line: 25 },
                                        { kind: "constant", line: 29 }]],
@@ -125,6 +125,25 @@ test("packages: one the tree holds is found in node_modules around the file or i
   const options = "node_modules.@types.scope__pkg.index.Options";
   assert.deepEqual(app.references.map((r) => `${r.fqn}:${r.line}`).sort(),
                    [`${options}.port:4`, `${options}:2`, `${options}:4`, `${greet}:1`, `${greet}:4`]);
+});
+
+test("overloads: a signature that another of its family follows is a prototype; the last takes the first doc",
+     { skip }, () => {
+  const tree = [
+    ["api.d.ts", "export declare class Api {\n  /** Gets. */\n  get(k: string): string;\n  get(): string[];\n" +
+                 "  static get(): Api;\n  get size(): number;\n  set size(v: number);\n  /** One. */\n  put(): void;\n" +
+                 "  /** Two. */\n  put(k: string): void;\n}\n"],
+    ["twice.js", "/** First. */\nfunction f() {}\nfunction f() {}\n"],
+  ];
+  const rows = run(message(tree.map(([path, text]) => [path, Buffer.from(text)])))
+    .flatMap((a) => a.symbols).map((s) => `${s.fqn} ${s.kind}:${s.line} ${s.doc}`);
+  assert.deepEqual(rows, [
+    "api.Api class:1 null", "api.Api.get prototype:3 Gets.", "api.Api.get method:4 Gets.",
+    "api.Api.get method:5 null",  // a static of one name is no overload of the instance's
+    "api.Api.size getter:6 null", "api.Api.size setter:7 null",  // accessors are no overloads
+    "api.Api.put prototype:9 One.", "api.Api.put method:11 Two.",
+    "twice.f function:2 First.", "twice.f function:3 null",  // bodies both: a redefinition
+  ]);
 });
 
 test("modules: named by path, a declaration file as the module it declares", { skip }, () => {

@@ -72,7 +72,33 @@ export function bindFile(file, global, ambient) {
     const binding = e.local === undefined ? null : file.scope.names.get(e.local);
     for (const m of ALL) if (binding?.[m] instanceof Sym) binding[m].listed = true;
   }
+  overloads(file.records);
 }
+
+/**
+ * overloads: in each family of overloads (the function, method or
+ * constructor declarations of one symbol), a signature without a
+ * body that another declaration of the family follows is reported as a
+ * prototype: `symbol` then answers the family's last declaration, which is
+ * the implementation when there is one, as TypeScript's go to definition
+ * does. That last one, when it has no doc comment of its own, takes the
+ * family's first, as the language service shows it there.
+ */
+function overloads(records) {
+  const families = new Map();  // Sym -> its records, in source order
+  for (const r of records) {
+    if (!kOverloaded.has(r.node.kind)) continue;
+    if (!families.has(r.sym)) families.set(r.sym, []);
+    families.get(r.sym).push(r);
+  }
+  for (const family of families.values()) {
+    const last = family.at(-1);
+    const signatures = family.filter((r) => r !== last && !r.node.body);
+    for (const r of signatures) r.kind = "prototype";
+    if (signatures.length) last.doc ??= signatures.find((r) => r.doc)?.doc ?? null;
+  }
+}
+const kOverloaded = new Set([K.FunctionDeclaration, K.MethodDeclaration, K.MethodSignature, K.Constructor]);
 
 // A container of definitions (ctx below; null inside a function, where
 // names are locals): the module, a namespace, a class, an interface, an enum.
