@@ -36,12 +36,24 @@ FROM index_status;
 -- Where several definitions share the fqn (overloads, a declaration and
 -- its definition, a getter and a setter), the one to answer: a documented
 -- one, then one that is more than a declaration, then in Python the last
--- (the implementation follows its @overload stubs), elsewhere the first.
+-- (the implementation follows its @overload stubs), in Go the first the
+-- analyzer gave (it gives the files that build on the common platform
+-- first), elsewhere the first. A definition without docs of its own takes
+-- its declaration's (a C function documented at its prototype in a
+-- header), as editors show it.
 -- name: symbol_by_fqn
-SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE fqn = ?1
-ORDER BY docstring IS NULL OR docstring = '', kind = 'prototype',
-         CASE WHEN file_path LIKE '%.py' THEN -start_line ELSE start_line END, id
+SELECT s.fqn, s.name, s.kind, s.file_path, s.start_line, s.end_line, s.signature,
+       CASE WHEN s.docstring IS NULL OR s.docstring = '' THEN coalesce(d.docstring, s.docstring) ELSE s.docstring END,
+       s.is_export,
+       CASE WHEN (s.docstring IS NULL OR s.docstring = '') AND d.docstring IS NOT NULL THEN d.docstring_truncated
+            ELSE s.docstring_truncated END
+FROM symbols AS s
+LEFT JOIN (SELECT docstring, docstring_truncated FROM symbols
+           WHERE fqn = ?1 AND kind = 'prototype' AND docstring <> '' ORDER BY id LIMIT 1) AS d
+WHERE s.fqn = ?1
+ORDER BY (s.docstring IS NULL OR s.docstring = '') AND d.docstring IS NULL, s.kind = 'prototype',
+         CASE WHEN s.file_path LIKE '%.py' THEN -s.start_line WHEN s.file_path LIKE '%.go' THEN s.id
+              ELSE s.start_line END, s.id
 LIMIT 1;
 -- name: symbol_by_id
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
@@ -108,11 +120,17 @@ SELECT page_id, title, stale, (SELECT count(*) FROM wiki_sections WHERE page_id 
 FROM wiki_pages AS p ORDER BY position LIMIT ?1 OFFSET ?2;
 -- name: wiki_page
 SELECT page_id, title, content FROM wiki_pages WHERE page_id = ?1;
--- A page's citations, each once, in the order its sections first cite them.
+-- A page's citations, each once, in the order its sections first cite them,
+-- with the section that cites it first.
 -- name: page_citations
-WITH cited AS (SELECT c.path, c.line_start, c.line_end, row_number() OVER (ORDER BY s.id, c.id) AS n
+WITH cited AS (SELECT c.path, c.line_start, c.line_end, s.id AS section_id,
+                      row_number() OVER (ORDER BY s.id, c.id) AS n
                FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id = c.section_id WHERE s.page_id = ?1)
-SELECT path, line_start, line_end FROM cited GROUP BY path, line_start, line_end ORDER BY min(n);
+SELECT path, line_start, line_end, section_id, min(n) FROM cited GROUP BY path, line_start, line_end ORDER BY min(n);
+-- A page's sections in their order: where each starts in the page's text
+-- is found from its body.
+-- name: page_sections
+SELECT id, heading, body FROM wiki_sections WHERE page_id = ?1 ORDER BY id;
 -- name: section_citations
 SELECT path, line_start, line_end FROM wiki_citations WHERE section_id = ?1 ORDER BY id;
 -- name: page_source_files
@@ -120,11 +138,26 @@ SELECT DISTINCT c.path FROM wiki_citations AS c JOIN wiki_sections AS s ON s.id 
 WHERE s.page_id = ?1 ORDER BY c.path;
 -- name: related_pages
 SELECT related_page_id FROM wiki_links WHERE page_id = ?1 ORDER BY related_page_id;
--- The sections that hold any word of the question (?1, an FTS5 query), best
--- first, at most ?2. bm25 is negative, best lowest: the best section's
+-- The words of a question that carry no meaning, which the ask leaves out:
+-- the common English stop list.
+-- name: stop_words
+SELECT value FROM json_each('["a","about","above","after","again","against","ain","all","am","an","and","any",
+"are","aren","as","at","be","because","been","before","being","below","between","both","but","by","can",
+"couldn","d","did","didn","do","does","doesn","doing","don","down","during","each","few","for","from",
+"further","had","hadn","has","hasn","have","haven","having","he","her","here","hers","herself","him",
+"himself","his","how","i","if","in","into","is","isn","it","its","itself","just","ll","m","ma","me",
+"mightn","more","most","mustn","my","myself","needn","no","nor","not","now","o","of","off","on","once",
+"only","or","other","our","ours","ourselves","out","over","own","re","s","same","shan","she","should",
+"shouldn","so","some","such","t","than","that","the","their","theirs","them","themselves","then","there",
+"these","they","this","those","through","to","too","under","until","up","ve","very","was","wasn","we",
+"were","weren","what","when","where","which","while","who","whom","why","will","with","won","wouldn","y",
+"you","your","yours","yourself","yourselves"]');
+-- The sections that hold words of the question (?1, an FTS5 query), best
+-- first, at most ?2. bm25 weighs a page's title twice and a heading four
+-- times as much as a body; it is negative, best lowest: the best section's
 -- similarity is 1.0.
 -- name: ask_sections
-WITH hits AS (SELECT rowid AS id, bm25(wiki_search) AS score FROM wiki_search
+WITH hits AS (SELECT rowid AS id, bm25(wiki_search, 2.0, 4.0, 1.0) AS score FROM wiki_search
               WHERE wiki_search MATCH ?1 ORDER BY score LIMIT ?2)
 SELECT h.id, p.page_id, p.title, s.heading, round(h.score / min(h.score) OVER (), 3), p.stale, s.body
 FROM hits AS h JOIN wiki_sections AS s ON s.id = h.id JOIN wiki_pages AS p ON p.page_id = s.page_id

@@ -4,7 +4,7 @@
 -- builds from a work tree (examples/indexer/). The version changes with the
 -- schema: kestrune-index builds an index of another version anew.
 
-PRAGMA user_version = 3;
+PRAGMA user_version = 4;
 
 -- The indexer's state: one row, rewritten as a run goes on.
 CREATE TABLE index_status (
@@ -142,12 +142,18 @@ CREATE TABLE wiki_links (
   PRIMARY KEY (page_id, related_page_id)
 );
 
--- Full-text search over the sections, for the wiki's ask.
-CREATE VIRTUAL TABLE wiki_search USING fts5 (heading, body, content = 'wiki_sections', content_rowid = 'id',
-                                          tokenize = 'porter unicode61');
+-- Full-text search over the sections, for the wiki's ask: each section
+-- with its page's title, so that the ask can weigh titles, headings and
+-- bodies apart. A section is written after its page and removed before it.
+CREATE VIEW wiki_section_text AS
+  SELECT s.id, p.title, s.heading, s.body FROM wiki_sections AS s JOIN wiki_pages AS p ON p.page_id = s.page_id;
+CREATE VIRTUAL TABLE wiki_search USING fts5 (title, heading, body, content = 'wiki_section_text',
+                                          content_rowid = 'id', tokenize = 'porter unicode61');
 CREATE TRIGGER wiki_sections_insert AFTER INSERT ON wiki_sections BEGIN
-  INSERT INTO wiki_search (rowid, heading, body) VALUES (new.id, new.heading, new.body);
+  INSERT INTO wiki_search (rowid, title, heading, body)
+  VALUES (new.id, (SELECT title FROM wiki_pages WHERE page_id = new.page_id), new.heading, new.body);
 END;
 CREATE TRIGGER wiki_sections_delete AFTER DELETE ON wiki_sections BEGIN
-  INSERT INTO wiki_search (wiki_search, rowid, heading, body) VALUES ('delete', old.id, old.heading, old.body);
+  INSERT INTO wiki_search (wiki_search, rowid, title, heading, body)
+  VALUES ('delete', old.id, (SELECT title FROM wiki_pages WHERE page_id = old.page_id), old.heading, old.body);
 END;

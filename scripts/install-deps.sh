@@ -5,7 +5,7 @@
 set -euo pipefail
 
 core=(cmake g++ make git libgtest-dev rapidjson-dev nlohmann-json3-dev libsqlite3-dev universal-ctags
-      libgit2-dev pkg-config time golang-go
+      libgit2-dev libcmark-dev pkg-config time golang-go
       pybind11-dev python3-dev python3-wheel)
 # python3-clang, python3-jedi: the C/C++ and Python oracles of bench/accuracy.
 extra=(libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev cloc sqlite3

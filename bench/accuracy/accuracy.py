@@ -40,7 +40,7 @@ import tokenize
 from collections import defaultdict
 from pathlib import Path
 
-from server_rows import symbol_place
+from server_rows import symbol_row
 
 HERE = Path(__file__).resolve().parent
 LANGUAGES = {
@@ -73,9 +73,10 @@ def load_db(path, suffixes):
         if row["kind"] != "module":
             rows[row["fqn"]].append(row)
     for fqn, candidates in rows.items():
-        place = symbol_place(db, fqn) if len(candidates) > 1 else None
-        chosen = [r for r in candidates if (r["file"], r["line"], r["name"]) == place]
-        index.answered[fqn] = chosen[0] if chosen else candidates[0]
+        answer = symbol_row(db, fqn) if len(candidates) > 1 else None
+        chosen = [r for r in candidates
+                  if answer and (r["file"], r["line"], r["name"]) == (answer[3], answer[4], answer[1])]
+        index.answered[fqn] = dict(chosen[0], doc=answer[7]) if chosen else candidates[0]  # with the docs it answers
     return index
 
 

@@ -15,8 +15,8 @@ most used, among those whose rows the oracle finds. For each it prints:
     a line where the oracle leaves the same name unresolved (a member of a
     dependent type, a macro no unit expands) is counted apart, as undecided;
   - whether `symbol` (the row the servers answer for the fqn, by their query
-    symbol_by_fqn) is at the oracle's definition, and whether its docs are
-    the source's;
+    symbol_by_fqn) is at the oracle's definition (any opening of a
+    namespace), and whether its docs are the source's;
   - outline coverage: of the sampled symbols' files, the definitions the
     oracle lists that the index holds at the same line.
 """
@@ -30,7 +30,7 @@ import sqlite3
 import subprocess
 import sys
 
-from server_rows import symbol_place
+from server_rows import symbol_row
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LANGUAGES = ("C", "C++", "CUDA")
@@ -86,7 +86,10 @@ def ask_oracle(tree, queries, outline_files, cache):
 
 
 def normal(text):
-    return " ".join((text or "").split())
+    """Whitespace as one space, and no leading @brief or \\brief: Doxygen's
+    mark of the summary, which the index leaves out."""
+    text = " ".join((text or "").split())
+    return re.sub(r"^[@\\]brief ", "", text)
 
 
 def same_doc(oracle, index):
@@ -174,10 +177,10 @@ def main():
 
     def answered(fqn):
         """The row and oracle answer of what `symbol` answers for the fqn."""
-        answer = symbol_place(con, fqn)
+        answer = symbol_row(con, fqn)
         for row, a in by_fqn[fqn]:
-            if (row[4], row[5], row[2]) == answer:
-                return row, a
+            if answer and (row[4], row[5], row[2]) == (answer[3], answer[4], answer[1]):
+                return row[:6] + (answer[7],) + row[7:], a  # with the docs it answers
         return by_fqn[fqn][0]
 
     print("tree %s: %d C/C++ rows, %d fqns, %d found by the oracle at their rows" %
@@ -209,7 +212,14 @@ def main():
             if definition is None:
                 continue  # the answered row is in code the oracle's units leave out
             seen += 1
-            at_definition = (definition["file"], definition["line"]) == (first[4], first[5])
+            canonical = (definition["file"], definition["line"]) == (first[4], first[5])
+            # Each opening of a namespace defines it: the one answered is at
+            # a definition when the oracle finds the namespace there; its
+            # docs are judged only at the opening clang takes for canonical.
+            namespace = first[3] == "namespace"
+            at_definition = canonical or namespace
+            if namespace and not canonical:
+                answer = dict(answer, doc=None)
             right_place += at_definition
             if not at_definition and args.show:
                 print("  symbol %s: index %s:%d (%s), oracle %s" % (fqn, first[4], first[5], first[3], definition))

@@ -20,8 +20,8 @@ def server_query(name):
     return "\n".join(lines).rstrip().rstrip(";")
 
 
-def symbol_place(con, fqn, query=server_query("symbol_by_fqn")):
-    """(file, start line, name) of the row `symbol` answers for `fqn` on the
-    index `con`, or None (no such query, or no such fqn)."""
-    row = con.execute(query, (fqn,)).fetchone() if query else None
-    return (row[3], row[4], row[1]) if row else None
+def symbol_row(con, fqn, query=server_query("symbol_by_fqn")):
+    """The row `symbol` answers for `fqn` on the index `con` (fqn, name,
+    kind, file_path, start_line, end_line, signature, docstring, ...), or
+    None (no such query, or no such fqn)."""
+    return con.execute(query, (fqn,)).fetchone() if query else None

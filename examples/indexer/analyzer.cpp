@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "python_analyzer.hpp"
@@ -80,11 +82,14 @@ bool Analyzer::takes(std::string_view path) const {
   for (const std::string& extension : extensions_) {
     if (path.ends_with(extension)) return true;
   }
-  return false;
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return std::find(file_names_.begin(), file_names_.end(), name) != file_names_.end();
 }
 
 bool Analyzer::start(std::string& error) {
-  session_ = Conversation::start(argv_, {.directory = "/", .quiet = true}, error);
+  // Text as UTF-8 whatever the user's locale; nothing else.
+  session_ = Conversation::start(
+      argv_, {.directory = "/", .quiet = true, .environment = std::vector<std::string>{"LC_ALL=C.UTF-8"}}, error);
   return session_.valid();
 }
 
@@ -115,8 +120,10 @@ std::vector<Analyzer> analyzers(const std::string& python) {
     found.emplace_back("Python", std::vector<std::string>{".py"},
                        std::vector<std::string>{python, "-I", "-c", kPythonAnalyzer});
   const std::filesystem::path go = own_folder() / "go_analyzer";
+  // Every go.mod with the .go files: a module's path prefixes its packages' import paths.
   if (::access(go.c_str(), X_OK) == 0)
-    found.emplace_back("Go", std::vector<std::string>{".go"}, std::vector<std::string>{go.string()});
+    found.emplace_back("Go", std::vector<std::string>{".go"}, std::vector<std::string>{go.string()},
+                       std::vector<std::string>{"go.mod"});
 #ifdef KESTRUNE_NODE
   // JavaScript and TypeScript in one analyzer, as each imports the other;
   // installed beside the indexer with the TypeScript compiler it runs.

@@ -32,16 +32,23 @@ struct AnalyzedFile {
 class Analyzer {
  public:
   /// Analyzer: `language` as ctags names it ("Python", "Go"), the files it
-  /// takes by their extensions, and the program that analyzes them.
-  Analyzer(std::string language, std::vector<std::string> extensions, std::vector<std::string> argv)
-      : language_(std::move(language)), extensions_(std::move(extensions)), argv_(std::move(argv)) {}
+  /// takes by their extensions and by their whole names (Go's "go.mod"),
+  /// and the program that analyzes them.
+  Analyzer(std::string language, std::vector<std::string> extensions, std::vector<std::string> argv,
+           std::vector<std::string> file_names = {})
+      : language_(std::move(language)),
+        extensions_(std::move(extensions)),
+        file_names_(std::move(file_names)),
+        argv_(std::move(argv)) {}
 
   [[nodiscard]] const std::string& language() const { return language_; }
   /// takes: whether the file at `path` is of this analyzer's language.
   [[nodiscard]] bool takes(std::string_view path) const;
 
-  /// start: a new conversation with the program; false, with `error` set,
-  /// when it cannot run.
+  /// start: a new conversation with the program, run in "/" with a fixed
+  /// environment of its own (nothing of the user's shell, such as GOGC,
+  /// GODEBUG or NODE_OPTIONS, changes what or how it analyzes); false, with
+  /// `error` set, when it cannot run.
   [[nodiscard]] bool start(std::string& error);
   /// add: one file handed over; false, with `error` set, when the program failed.
   [[nodiscard]] bool add(std::string_view path, std::string_view bytes, std::string& error);
@@ -53,6 +60,7 @@ class Analyzer {
  private:
   std::string language_;
   std::vector<std::string> extensions_;
+  std::vector<std::string> file_names_;
   std::vector<std::string> argv_;
   Conversation session_{};
 };

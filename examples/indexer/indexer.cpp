@@ -502,7 +502,10 @@ class IndexRun {
     const std::optional<std::vector<Tag>> tags = ctags_.tags(file.row.path, text, error);
     if (!tags) {
       problem(file.row.path, "ctags failed on it (" + error + "): its symbols are not indexed");
-      file.row.stored.content_hash.clear();
+      // Read again next run, unless its language's analyzer could not parse
+      // it: that would run the analyzer over every file of the language
+      // again, for the same answer, until the file changes.
+      if (analyzer_of(file.row.path) == nullptr) file.row.stored.content_hash.clear();
       return {read.outcome, {}};
     }
     file.row.stored.language.reset();

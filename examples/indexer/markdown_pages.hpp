@@ -25,11 +25,11 @@ struct MarkdownPage {
 [[nodiscard]] bool is_markdown(std::string_view path) noexcept;
 
 /// read_markdown_page: the page of the Markdown file at `path` (relative to
-/// the root) whose text is `text`, well-formed UTF-8. Headings inside fenced
-/// code blocks are text.
+/// the root) whose text is `text`, well-formed UTF-8, read as CommonMark:
+/// ATX and setext headings split it; a heading inside code is text.
 [[nodiscard]] MarkdownPage read_markdown_page(std::string_view path, std::string_view text);
 
 /// code_spans: the text of each inline code span (`like this`) of `text`.
-[[nodiscard]] std::vector<std::string_view> code_spans(std::string_view text);
+[[nodiscard]] std::vector<std::string> code_spans(std::string_view text);
 
 }  // namespace kestrune::indexer

@@ -14,7 +14,7 @@
 #include <cstring>
 #include <utility>
 
-extern char** environ;  // NOLINT: the process's environment, handed to the child as it is
+extern char** environ;  // NOLINT: the process's environment, a child's unless it is given its own
 
 namespace kestrune::indexer {
 
@@ -59,8 +59,14 @@ pid_t spawn(const std::vector<std::string>& argv, const ProcessOptions& options,
   args.reserve(argv.size() + 1);
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));  // NOLINT: exec's signature
   args.push_back(nullptr);
+  std::vector<char*> variables;
+  if (options.environment) {
+    for (const std::string& v : *options.environment) variables.push_back(const_cast<char*>(v.c_str()));  // NOLINT
+    variables.push_back(nullptr);
+  }
   pid_t pid = -1;
-  const int rc = posix_spawnp(&pid, args[0], actions, nullptr, args.data(), environ);
+  const int rc =
+      posix_spawnp(&pid, args[0], actions, nullptr, args.data(), options.environment ? variables.data() : environ);
   if (rc != 0) {
     error = std::strerror(rc);
     return -1;

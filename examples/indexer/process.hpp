@@ -19,6 +19,8 @@ struct ProcessOutput {
 struct ProcessOptions {
   std::filesystem::path directory{};  ///< where it runs; empty: here
   bool quiet = false;                 ///< its standard error goes to /dev/null instead of ours
+  /// its whole environment ("NAME=value" each); nullopt: ours
+  std::optional<std::vector<std::string>> environment{};
 };
 
 /// run_process: runs `argv` (argv[0] found on PATH) with no standard input

@@ -170,11 +170,35 @@ class CommentDocs {
 
   // at: the doc of the definition on `line` (1-based).
   [[nodiscard]] std::optional<std::string> at(int line) const {
-    if (c_family_ && line >= 1 && static_cast<std::size_t>(line) <= lines_.size()) {
-      if (std::optional<std::string> after = trailing(lines_[static_cast<std::size_t>(line) - 1])) return after;
+    const bool on_line = c_family_ && line >= 1 && static_cast<std::size_t>(line) <= lines_.size();
+    const std::string_view text = on_line ? lines_[static_cast<std::size_t>(line) - 1] : std::string_view();
+    if (on_line) {
+      if (std::optional<std::string> after = trailing(text)) return after;
     }
-    const std::ptrdiff_t i = above_preamble(static_cast<std::ptrdiff_t>(line) - 2);
+    std::optional<std::string> doc = above(line);
+    if (!doc && on_line) doc = trailing_plain(text);
+    return doc;
+  }
+
+ private:
+  // The comment block over the definition on `line`, its preamble between.
+  // In C and C++ one blank line may come between, as clang allows, unless
+  // the block opens the file (a licence).
+  [[nodiscard]] std::optional<std::string> above(int line) const {
+    std::ptrdiff_t i = above_preamble(static_cast<std::ptrdiff_t>(line) - 2);
     if (i < 0) return std::nullopt;
+    if (c_family_ && i >= 1 && trimmed(i).empty()) {
+      const std::string_view before = trimmed(i - 1);
+      if (before.ends_with("*/") || line_comment(before)) {
+        std::ptrdiff_t open = i - 1;
+        if (before.ends_with("*/")) {
+          while (open >= 0 && trimmed(open).find("/*") == std::string_view::npos) --open;
+        } else {
+          while (open > 0 && line_comment(trimmed(open - 1))) --open;
+        }
+        if (open > 0) i -= 1;
+      }
+    }
     std::vector<std::string_view> body;
     std::string_view last = trimmed(i);
     if (last.ends_with("*/")) {
@@ -191,10 +215,13 @@ class CommentDocs {
       while (k >= 0 && line_comment(trimmed(k))) --k;
       for (std::ptrdiff_t j = k + 1; j <= i; ++j) body.push_back(strip_slashes(trimmed(j)));
     }
-    return joined(body);
+    std::optional<std::string> doc = joined(body);
+    // Doxygen's @brief (or \brief) only marks the summary, which the doc's
+    // first sentence already is.
+    if (c_family_ && doc && (doc->starts_with("@brief ") || doc->starts_with("\\brief "))) doc->erase(0, 7);
+    return doc;
   }
 
- private:
   [[nodiscard]] std::string_view trimmed(std::ptrdiff_t i) const {
     std::string_view l = lines_[static_cast<std::size_t>(i)];
     while (!l.empty() && (l.front() == ' ' || l.front() == '\t')) l.remove_prefix(1);
@@ -248,6 +275,21 @@ class CommentDocs {
       if (mark.starts_with("/*")) text = text.substr(0, text.find("*/"));
       while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
       return joined({text});
+    }
+    return std::nullopt;
+  }
+
+  // A plain `//` comment after a declaration that ends on its line
+  // (`std::string name_;  // Test name`), taken when none is above it.
+  static std::optional<std::string> trailing_plain(std::string_view line) {
+    for (std::size_t at = line.find("//"); at != std::string_view::npos; at = line.find("//", at + 2)) {
+      std::string_view code = line.substr(0, at);
+      while (!code.empty() && (code.back() == ' ' || code.back() == '\t')) code.remove_suffix(1);
+      if (!code.ends_with(';') && !code.ends_with(',')) continue;
+      std::string_view text = line.substr(at + 2);
+      while (text.starts_with('/') || text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
+      while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) text.remove_suffix(1);
+      return text.empty() ? std::nullopt : joined({text});
     }
     return std::nullopt;
   }

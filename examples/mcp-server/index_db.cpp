@@ -172,27 +172,36 @@ Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t 
   return page;
 }
 
-// An FTS5 query for any word of `text`: letters, digits and underscores
-// (and every non-ASCII byte), each quoted, joined by OR. Empty when `text`
-// has no word.
-std::string any_word_query(std::string_view text) {
-  std::string query;
+// The runs of letters, digits, underscores and non-ASCII bytes of `text`,
+// ASCII letters in lower case.
+std::vector<std::string> words_of(std::string_view text) {
+  std::vector<std::string> words;
   std::string word;
-  const auto flush = [&] {
-    if (word.empty()) return;
-    if (!query.empty()) query += " OR ";
-    query += '"' + word + '"';
-    word.clear();
-  };
   for (const char c : text) {
     const auto u = static_cast<unsigned char>(c);
     if (std::isalnum(u) != 0 || c == '_' || u >= 0x80) {
-      word += c;
-    } else {
-      flush();
+      word += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    } else if (!word.empty()) {
+      words.push_back(std::move(word));
+      word.clear();
     }
   }
-  flush();
+  if (!word.empty()) words.push_back(std::move(word));
+  return words;
+}
+
+// An FTS5 query for `words` (no quotes in them): any of them, and each two
+// that follow each other in the question again when they stand near each
+// other in a section, so that nearness adds to the score.
+std::string ask_query(const std::vector<std::string>& words) {
+  std::string query;
+  for (const std::string& word : words) {
+    if (!query.empty()) query += " OR ";
+    query += '"' + word + '"';
+  }
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    query += " OR NEAR(\"" + words[i - 1] + "\" \"" + words[i] + "\", 4)";
+  }
   return query;
 }
 
@@ -374,10 +383,17 @@ std::optional<WikiPage> IndexDb::wiki_page(std::string_view page_id) const {
   Statement s(db_.get(), query("wiki_page"));
   s.bind(1, page_id);
   if (!s.step()) return std::nullopt;
-  WikiPage page{.page_id = s.text(0),
-                .title = s.text(1),
-                .content = s.text(2),
-                .citations = citation_rows(db_.get(), "page_citations", page_id)};
+  WikiPage page{.page_id = s.text(0), .title = s.text(1), .content = s.text(2)};
+  Statement cited(db_.get(), query("page_citations"));
+  cited.bind(1, page_id);
+  while (cited.step()) {
+    page.citations.emplace_back(mr::ResponseDict{
+        {"path", cited.text(0)}, {"line_start", cited.optional_integer(1)}, {"line_end", cited.optional_integer(2)}});
+    page.cited_by.push_back(cited.integer(3));
+  }
+  Statement sections(db_.get(), query("page_sections"));
+  sections.bind(1, page_id);
+  while (sections.step()) page.sections.push_back({sections.integer(0), sections.text(1), sections.text(2)});
   Statement files(db_.get(), query("page_source_files"));
   files.bind(1, page_id);
   while (files.step()) page.source_files.emplace_back(files.text(0));
@@ -387,12 +403,25 @@ std::optional<WikiPage> IndexDb::wiki_page(std::string_view page_id) const {
   return page;
 }
 
-mr::ResponseList IndexDb::wiki_sections(std::string_view question, std::int64_t limit) const {
-  const std::string match = any_word_query(question);
+std::vector<std::string> IndexDb::question_words(std::string_view question) const {
+  std::vector<std::string> stop;
+  Statement s(db_.get(), query("stop_words"));
+  while (s.step()) stop.push_back(s.text(0));
+  std::vector<std::string> words;
+  for (std::string& word : words_of(question)) {
+    if (std::find(stop.begin(), stop.end(), word) == stop.end() &&
+        std::find(words.begin(), words.end(), word) == words.end()) {
+      words.push_back(std::move(word));
+    }
+  }
+  return words;
+}
+
+mr::ResponseList IndexDb::wiki_sections(const std::vector<std::string>& words, std::int64_t limit) const {
   mr::ResponseList sections;
-  if (match.empty()) return sections;
+  if (words.empty()) return sections;
   Statement s(db_.get(), query("ask_sections"));
-  s.bind(1, match).bind(2, limit);
+  s.bind(1, ask_query(words)).bind(2, limit);
   while (s.step()) {
     sections.emplace_back(mr::ResponseDict{{"page_id", s.text(1)},
                                            {"title", s.text(2)},

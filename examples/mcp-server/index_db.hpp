@@ -58,12 +58,22 @@ struct WikiState {
   mr::ResponseList stale_pages{};
 };
 
-/// A wiki page with its citations, source files and related pages.
+/// A section of a wiki page: its id, heading and body.
+struct WikiSection {
+  std::int64_t id = 0;
+  std::string heading;
+  std::string body;
+};
+
+/// A wiki page with its citations (each with the id of the section that
+/// cites it first, in `cited_by`), sections, source files and related pages.
 struct WikiPage {
   std::string page_id;
   std::string title;
   std::string content;
   mr::ResponseList citations{};
+  std::vector<std::int64_t> cited_by{};
+  std::vector<WikiSection> sections{};
   mr::ResponseList source_files{};
   mr::ResponseList related_pages{};
 };
@@ -117,10 +127,14 @@ class IndexDb {
   /// wiki_pages: page rows (page_id, title, stale, sections) in wiki order.
   [[nodiscard]] Page<mr::ResponseDict> wiki_pages(std::int64_t offset, std::int64_t limit) const;
   [[nodiscard]] std::optional<WikiPage> wiki_page(std::string_view page_id) const;
-  /// wiki_sections: the sections that hold words of `query`, best first (at
-  /// most `limit`), as the wiki's ask takes them: page_id, title, heading,
+  /// question_words: the words of `question` that the ask searches for, in
+  /// their order, each once, in ASCII lower case: runs of letters, digits,
+  /// underscores and non-ASCII characters, less the stop words.
+  [[nodiscard]] std::vector<std::string> question_words(std::string_view question) const;
+  /// wiki_sections: the sections that hold `words`, best first (at most
+  /// `limit`), as the wiki's ask takes them: page_id, title, heading,
   /// similarity (1.0 for the best), stale, excerpt and citations.
-  [[nodiscard]] mr::ResponseList wiki_sections(std::string_view query, std::int64_t limit) const;
+  [[nodiscard]] mr::ResponseList wiki_sections(const std::vector<std::string>& words, std::int64_t limit) const;
 
  private:
   struct Close {

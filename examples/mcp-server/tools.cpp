@@ -166,53 +166,72 @@ mr::ResponseDict architecture(const ToolsConfig& c, const Args& args) {
   return fitted_page(c, std::move(rows), static_cast<std::int64_t>(components.size()), offset, "components");
 }
 
-mr::ResponseDict wiki_status(const ToolsConfig& c) {
-  std::optional<WikiState> s = c.index.wiki_state();
-  if (!s) return mr::build_wiki_status_response({.built = false, .branch = c.index.state().branch.value_or("")});
-  return mr::build_wiki_status_response(
-      {.built = s->built,
-       .branch = s->branch,
-       .pages = s->pages,
-       .files_covered = s->files_covered,
-       .total_sources = s->total_sources,
-       .coverage_pct = s->total_sources > 0
-                           ? 100.0 * static_cast<double>(s->files_covered) / static_cast<double>(s->total_sources)
-                           : 0.0,
-       .last_built = s->last_built,
-       .model = s->model,
-       .stale_pages = std::move(s->stale_pages),
-       .enabled = s->enabled,
-       .configured = s->configured});
-}
-
-// The list of the longest prefix of `rows` whose text fits the budget (of
-// none when even one row is too long): its truncated flag tells that more
-// follow, from its offset plus its rows. A text grows with its rows, so the
-// prefix is found by halving.
-mr::ResponseDict fitted_wiki_list(const ToolsConfig& c, const std::vector<mr::ResponseDict>& rows, std::int64_t total,
-                                  std::int64_t offset) {
-  const auto list = [&](std::size_t count) {
-    const auto end = rows.begin() + static_cast<std::ptrdiff_t>(count);
-    return mr::build_wiki_list_response(mr::ResponseList(rows.begin(), end), total, offset,
-                                        mr::Truncated{offset + static_cast<std::int64_t>(count) < total});
-  };
-  std::size_t low = 0;  // fits, or is the floor
-  std::size_t high = rows.size();
+// The largest k in [low, high] for which `fits(k)` holds, found by halving,
+// `fits` holding for every k up to some bound; `low` when it holds for none.
+template <class Fits>
+std::int64_t largest_fitting(std::int64_t low, std::int64_t high, const Fits& fits) {
   while (low < high) {
-    const std::size_t mid = high - (high - low) / 2;
-    if (mr::tool_result_text(list(mid)).size() <= c.page_bytes) {
+    const std::int64_t mid = high - (high - low) / 2;
+    if (fits(mid)) {
       low = mid;
     } else {
       high = mid - 1;
     }
   }
-  return list(low);
+  return low;
+}
+
+bool within(const mr::ResponseDict& response, std::size_t bytes) {
+  return mr::tool_result_text(response).size() <= bytes;
+}
+
+// The first `count` entries of `list`.
+mr::ResponseList prefix(const mr::ResponseList& list, std::int64_t count) {
+  return {list.begin(), list.begin() + count};
+}
+
+// The wiki's status; a list of stale pages too long for the budget is cut to
+// the pages that fit (the wiki list marks each stale page).
+mr::ResponseDict wiki_status(const ToolsConfig& c) {
+  std::optional<WikiState> s = c.index.wiki_state();
+  if (!s) return mr::build_wiki_status_response({.built = false, .branch = c.index.state().branch.value_or("")});
+  const auto status = [&](std::int64_t stale) {
+    return mr::build_wiki_status_response(
+        {.built = s->built,
+         .branch = s->branch,
+         .pages = s->pages,
+         .files_covered = s->files_covered,
+         .total_sources = s->total_sources,
+         .coverage_pct = s->total_sources > 0
+                             ? 100.0 * static_cast<double>(s->files_covered) / static_cast<double>(s->total_sources)
+                             : 0.0,
+         .last_built = s->last_built,
+         .model = s->model,
+         .stale_pages = prefix(s->stale_pages, stale),
+         .enabled = s->enabled,
+         .configured = s->configured});
+  };
+  const auto all = static_cast<std::int64_t>(s->stale_pages.size());
+  return status(largest_fitting(0, all, [&](std::int64_t n) { return within(status(n), c.page_bytes); }));
+}
+
+// The list of the longest prefix of `rows` whose text fits the budget (of
+// none when even one row is too long): its truncated flag tells that more
+// follow, from its offset plus its rows.
+mr::ResponseDict fitted_wiki_list(const ToolsConfig& c, const std::vector<mr::ResponseDict>& rows, std::int64_t total,
+                                  std::int64_t offset) {
+  const auto list = [&](std::int64_t count) {
+    return mr::build_wiki_list_response(mr::ResponseList(rows.begin(), rows.begin() + count), total, offset,
+                                        mr::Truncated{offset + count < total});
+  };
+  const auto size = static_cast<std::int64_t>(rows.size());
+  return list(largest_fitting(0, size, [&](std::int64_t n) { return within(list(n), c.page_bytes); }));
 }
 
 // The number of code points of well-formed UTF-8 `text`.
-std::size_t char_count(std::string_view text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; }));
+std::int64_t char_count(std::string_view text) {
+  return std::count_if(text.begin(), text.end(),
+                       [](char b) { return (static_cast<unsigned char>(b) & 0xC0U) != 0x80U; });
 }
 
 // The byte after the first `chars` code points of `text` (its end when it
@@ -226,37 +245,195 @@ std::size_t byte_after(std::string_view text, std::int64_t chars) {
   return i;
 }
 
-// A wiki page too long for one answer, read in parts: its text from code
-// point `offset`, as much as fits, then the way on to the rest, or that this
-// was the end. The part from offset 0 carries the page's citations.
+bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Where a page's sections start in its text, in code points: the line of a
+// section's heading, found before its body, each body after the one before.
+// A section whose body the text does not hold starts where the one before it
+// does (at 0 for the first).
+struct SectionStart {
+  std::int64_t at = 0;
+  std::int64_t id = 0;
+  std::string_view heading;
+  bool found = false;
+};
+
+std::vector<SectionStart> section_starts(const WikiPage& page) {
+  const std::string_view text = page.content;
+  std::vector<SectionStart> starts;
+  std::size_t cursor = 0;  // the end of the last body found, in bytes
+  std::int64_t cursor_chars = 0;
+  std::int64_t last = 0;
+  for (const WikiSection& section : page.sections) {
+    const std::size_t body = section.body.empty() ? std::string_view::npos : text.find(section.body, cursor);
+    if (body == std::string_view::npos) {
+      starts.push_back({last, section.id, section.heading, false});
+      continue;
+    }
+    std::size_t line = body;
+    while (line > cursor && is_blank(text[line - 1])) --line;
+    while (line > cursor && text[line - 1] != '\n') --line;
+    last = cursor_chars + char_count(text.substr(cursor, line - cursor));
+    starts.push_back({last, section.id, section.heading, true});
+    cursor = body + section.body.size();
+    cursor_chars = last + char_count(text.substr(line, cursor - line));
+  }
+  return starts;
+}
+
+// The first `kept` entries of `lists`, taken in their order: `kept` counts
+// through the first list, then the second, and so on.
+std::vector<mr::ResponseList> keep_entries(const std::vector<mr::ResponseList>& lists, std::int64_t kept) {
+  std::vector<mr::ResponseList> out;
+  for (const mr::ResponseList& list : lists) {
+    const std::int64_t n = std::min(kept, static_cast<std::int64_t>(list.size()));
+    out.push_back(prefix(list, n));
+    kept -= n;
+  }
+  return out;
+}
+
+// A wiki page too long for one answer, read in parts that end where a
+// section starts: from code point `offset`, as many whole sections as fit;
+// a section too long for one part is cut at a line's end (or a space) and
+// goes on in the next. The text ends with the way on: the offset to call
+// again with and the section it starts, or that this was the end. Each part
+// carries the citations of the sections that start in it, the first one the
+// page's source files and related pages too; these lists are cut to what
+// half the budget holds.
 mr::ResponseDict wiki_part(const ToolsConfig& c, const WikiPage& page, std::int64_t offset) {
-  const std::int64_t from = std::max<std::int64_t>(offset, 0);
-  const std::string_view text = std::string_view(page.content).substr(byte_after(page.content, from));
-  const auto answer = [&](std::size_t end) {
-    const std::string way =
-        end < text.size() ? "(The page goes on: call again with offset=" +
-                                std::to_string(from + static_cast<std::int64_t>(char_count(text.substr(0, end)))) + ".)"
-                          : std::string("(The page's end.)");
-    return mr::build_wiki_read_response({.page_id = page.page_id,
-                                         .title = page.title,
-                                         .content = std::string(text.substr(0, end)) + "\n\n" + way,
-                                         .citations = from == 0 ? page.citations : mr::ResponseList{},
-                                         .source_files = page.source_files,
-                                         .related_pages = page.related_pages});
+  const std::int64_t length = char_count(page.content);
+  const std::int64_t from = std::clamp<std::int64_t>(offset, 0, length);
+  const std::size_t from_byte = byte_after(page.content, from);
+  const std::vector<SectionStart> starts = section_starts(page);
+  // The ends a part may have: the starts of later sections, then the page's end.
+  std::vector<const SectionStart*> ends;
+  for (const SectionStart& s : starts) {
+    if (s.found && s.at > from && (ends.empty() || ends.back()->at < s.at)) ends.push_back(&s);
+  }
+  const auto end_at = [&](std::int64_t i) {
+    return i < static_cast<std::int64_t>(ends.size()) ? ends[static_cast<std::size_t>(i)]->at : length;
   };
-  // The most code points that fit (each takes a byte at least), found by
-  // halving; at least one, so that every part goes on.
-  std::int64_t low = 1;
-  std::int64_t high = std::min(static_cast<std::int64_t>(char_count(text)), static_cast<std::int64_t>(c.page_bytes));
-  while (low < high) {
-    const std::int64_t mid = high - (high - low) / 2;
-    if (mr::tool_result_text(answer(byte_after(text, mid))).size() <= c.page_bytes) {
-      low = mid;
-    } else {
-      high = mid - 1;
+  const auto home = [&](std::int64_t section_id) {
+    const auto it =
+        std::find_if(starts.begin(), starts.end(), [&](const SectionStart& s) { return s.id == section_id; });
+    return it == starts.end() ? 0 : it->at;
+  };
+  // The part that ends at code point `end`, `whole` when that is where a
+  // section starts or the page ends.
+  const auto part = [&](std::int64_t end, bool whole) {
+    std::string way = "(The page's end.)";
+    if (end < length && whole) {
+      const auto next = std::find_if(ends.begin(), ends.end(), [&](const SectionStart* s) { return s->at == end; });
+      way = "(The page goes on with " + mr::quote((*next)->heading) +
+            ": call again with offset=" + std::to_string(end) + ".)";
+    } else if (end < length) {
+      way = "(The section goes on: call again with offset=" + std::to_string(end) + ".)";
+    }
+    std::vector<mr::ResponseList> lists(3);
+    for (std::size_t i = 0; i < page.citations.size(); ++i) {
+      const std::int64_t at = home(page.cited_by[i]);
+      if (at >= from && at < end) lists[0].push_back(page.citations[i]);
+    }
+    if (from == 0) {
+      lists[1] = page.source_files;
+      lists[2] = page.related_pages;
+    }
+    const auto read = [&](std::string content, std::int64_t kept) {
+      std::vector<mr::ResponseList> l = keep_entries(lists, kept);
+      return mr::build_wiki_read_response({.page_id = page.page_id,
+                                           .title = page.title,
+                                           .content = std::move(content),
+                                           .citations = std::move(l[0]),
+                                           .source_files = std::move(l[1]),
+                                           .related_pages = std::move(l[2])});
+    };
+    const auto entries = static_cast<std::int64_t>(lists[0].size() + lists[1].size() + lists[2].size());
+    std::int64_t kept = entries;
+    if (!within(read("", entries), c.page_bytes / 2)) {
+      kept = largest_fitting(0, entries, [&](std::int64_t n) { return within(read("", n), c.page_bytes / 2); });
+    }
+    const std::size_t stop = byte_after(page.content, end);
+    return read(page.content.substr(from_byte, stop - from_byte) + "\n\n" + way, kept);
+  };
+  const auto fits = [&](const mr::ResponseDict& response) { return within(response, c.page_bytes); };
+  const auto most_ends = static_cast<std::int64_t>(ends.size()) + 1;
+  const std::int64_t sections =
+      largest_fitting(0, most_ends, [&](std::int64_t n) { return n == 0 || fits(part(end_at(n - 1), true)); });
+  if (sections > 0) return part(end_at(sections - 1), true);
+  // The first section alone is too long: as many of its code points as fit,
+  // back to the last line's end (or else space) in their second half; one
+  // at least, so that every part goes on.
+  const std::int64_t most = std::min(std::max<std::int64_t>(end_at(0) - from - 1, 1),
+                                     static_cast<std::int64_t>(std::min<std::size_t>(c.page_bytes, INT64_MAX)));
+  std::int64_t chars = largest_fitting(1, most, [&](std::int64_t n) { return fits(part(from + n, false)); });
+  const std::string_view cut(page.content.data() + from_byte, byte_after(page.content, from + chars) - from_byte);
+  for (const char mark : {'\n', ' '}) {
+    const std::size_t at = cut.rfind(mark);
+    if (at != std::string_view::npos && char_count(cut.substr(0, at + 1)) * 2 > chars) {
+      chars = char_count(cut.substr(0, at + 1));
+      break;
     }
   }
-  return answer(byte_after(text, low));
+  return part(from + chars, false);
+}
+
+constexpr std::int64_t kBytesPerToken = 4;  // as the ask's token budget counts them
+
+// "HEADING" (page PAGE), ... for the best sections of an ask.
+std::string named_sections(const mr::ResponseList& sections) {
+  std::string names;
+  for (const mr::ResponseValue& value : sections) {
+    const mr::ResponseDict& section = value.as_dict();
+    if (!names.empty()) names += ", ";
+    names +=
+        mr::quote(section.at("heading").as_string()) + " (page " + mr::quote(section.at("page_id").as_string()) + ")";
+  }
+  return names;
+}
+
+// The ask: the sections that hold the question's meaningful words, fitted to
+// the token budget asked for, and never beyond the server's budget. The
+// note says what was found, and when the budget leaves sections out, which
+// are the best, so that the model can read them or ask with a larger budget.
+mr::ResponseDict wiki_ask(const ToolsConfig& c, const std::string& question, std::optional<std::int64_t> token_budget) {
+  const auto room = static_cast<std::int64_t>(c.page_bytes / kBytesPerToken);
+  const bool server_bound = !token_budget || *token_budget >= room;
+  const std::int64_t budget = server_bound ? room : *token_budget;
+  const auto ask = [&](mr::ResponseList sections, std::string note) {
+    return mr::build_wiki_ask_response({.mode = "sections",
+                                        .query = question,
+                                        .answer = std::nullopt,
+                                        .sections = std::move(sections),
+                                        .note = std::move(note),
+                                        .token_budget = budget});
+  };
+  const std::vector<std::string> words = c.index.question_words(question);
+  if (words.empty()) {
+    return ask({},
+               "The question has no word to search for: words such as \"how\", \"do\" and \"the\" are in every "
+               "page. Ask with the names or terms the answer holds.");
+  }
+  const mr::ResponseList sections = c.index.wiki_sections(words, kAskSections);
+  if (sections.empty()) return ask({}, "No wiki section holds any of the question's words.");
+  mr::ResponseDict answer =
+      ask(sections, "No answer model is configured: these are the wiki sections that match, best first.");
+  const auto kept_of = [](const mr::ResponseDict& a) { return a.at("sections").as_list().size(); };
+  // The note names how many sections the budget keeps, which its own length
+  // can change: written again until they agree, a few times at most.
+  for (int tries = 0; tries < 4 && kept_of(answer) < sections.size(); ++tries) {
+    const std::size_t kept = kept_of(answer);
+    std::string note = kept == 0
+                           ? "No answer model is configured, and the token budget is too small for any section "
+                             "that matches."
+                           : "No answer model is configured: the token budget holds the best " + std::to_string(kept) +
+                                 " of the " + std::to_string(sections.size()) + " sections that match.";
+    note += " The best: " + named_sections(sections) + ". Read one with the action \"read\"";
+    note += server_bound ? " (the server's budget holds no more)." : ", or ask again with a larger token_budget.";
+    answer = ask(sections, std::move(note));
+    if (kept_of(answer) == kept) break;
+  }
+  return answer;
 }
 
 mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
@@ -280,19 +457,13 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
                                                              .citations = page->citations,
                                                              .source_files = page->source_files,
                                                              .related_pages = page->related_pages});
-      if (mr::tool_result_text(whole).size() <= c.page_bytes) return whole;
+      if (within(whole, c.page_bytes)) return whole;
     }
     return wiki_part(c, *page, offset.value_or(0));
   }
   const std::optional<std::string> query = args.optional_string("query");
   if (!query) throw InputError("the ask action needs \"query\"");
-  return mr::build_wiki_ask_response(
-      {.mode = "sections",
-       .query = *query,
-       .answer = std::nullopt,
-       .sections = c.index.wiki_sections(*query, kAskSections),
-       .note = "No answer model is configured: these are the wiki sections that match, best first.",
-       .token_budget = args.optional_integer("token_budget")});
+  return wiki_ask(c, *query, args.optional_integer("token_budget"));
 }
 
 // The status tool's output schema: the keys that every status answer has,

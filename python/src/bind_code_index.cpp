@@ -11,6 +11,7 @@
 #include "encoder.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/code_index.hpp"
+#include "native_stubs.hpp"
 #include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
@@ -389,13 +390,10 @@ PyObject* empty_text() {
   return kEmpty;
 }
 
-constexpr Params<4> kPaginated{"build_paginated_response", {"items", "total_count", "offset", "items_key"}, 3, 3};
 PyObject* paginated_call(const std::array<PyObject*, 4>& a) {
   return paginated(a[0], a[1], a[2], given_or(a[3], items_text())).release().ptr();
 }
 
-constexpr Params<5> kFitPaginated{
-    "fit_paginated_response", {"items", "total_count", "offset", "max_bytes", "items_key"}, 4, 4};
 PyObject* fit_paginated_call(const std::array<PyObject*, 5>& a) {
   const long long max_bytes = int_argument(a[3], "fit_paginated_response: max_bytes", -1, PY_SSIZE_T_MAX);
   return fit_paginated(a[0], a[1], a[2], static_cast<Py_ssize_t>(max_bytes), given_or(a[4], items_text()))
@@ -403,7 +401,6 @@ PyObject* fit_paginated_call(const std::array<PyObject*, 5>& a) {
       .ptr();
 }
 
-constexpr Params<2> kAddHint{"add_pagination_hint", {"response", "count"}, 2, 2};
 PyObject* add_hint_call(const std::array<PyObject*, 2>& a) {
   if (!PyDict_Check(a[0])) {
     throw py::type_error(std::string("add_pagination_hint: response must be a dict, not '") + Py_TYPE(a[0])->tp_name +
@@ -412,16 +409,10 @@ PyObject* add_hint_call(const std::array<PyObject*, 2>& a) {
   return add_hint(py::reinterpret_borrow<py::dict>(a[0]), a[1]).release().ptr();
 }
 
-constexpr Params<1> kEmptyPage{"build_empty_paginated_response", {"items_key"}, 1, 0};
 PyObject* empty_page_call(const std::array<PyObject*, 1>& a) {
   return empty_page(given_or(a[0], items_text())).release().ptr();
 }
 
-constexpr Params<10> kIndexStatus{"build_index_status_response",
-                                  {"status", "health", "branch", "progress", "files_indexed", "symbols_indexed",
-                                   "last_updated", "errors_count", "phase", "phase_detail"},
-                                  10,
-                                  4};
 PyObject* index_status_call(const std::array<PyObject*, 10>& a) {
   return index_status(a[0], a[1], a[2], a[3], given_or(a[4], zero()), given_or(a[5], zero()), given_or(a[6], Py_None),
                       given_or(a[7], zero()), given_or(a[8], Py_None), given_or(a[9], Py_None))
@@ -448,7 +439,6 @@ const CannedResponses& canned() {
   return kCanned;
 }
 
-constexpr Params<1> kEmptyResponse{"get_empty_response", {"tool_name"}, 1, 1};
 PyObject* empty_response_call(const std::array<PyObject*, 1>& a) {
   if (!PyUnicode_Check(a[0])) static_cast<void>(Utf8Arg(a[0], "get_empty_response: tool_name"));  // raises TypeError
   const CannedResponses& c = canned();
@@ -465,109 +455,59 @@ PyObject* empty_response_call(const std::array<PyObject*, 1>& a) {
   return copy.release().ptr();
 }
 
-constexpr Params<2> kSearchResult{"build_symbol_search_result", {"symbol", "file_path"}, 2, 1};
 PyObject* search_result_call(const std::array<PyObject*, 2>& a) {
   return symbol_search_result(a[0], given_or(a[1], Py_None)).release().ptr();
 }
 
-constexpr Params<2> kFullDetails{"build_symbol_full_details", {"symbol", "file_path"}, 2, 1};
 PyObject* full_details_call(const std::array<PyObject*, 2>& a) {
   return symbol_full_details(a[0], given_or(a[1], Py_None)).release().ptr();
 }
 
-constexpr Params<1> kOutlineModule{"outline_module", {"fqns"}, 1, 1};
 PyObject* outline_module_call(const std::array<PyObject*, 1>& a) {
   return module_of(py::reinterpret_borrow<py::iterable>(checked(PyObject_GetIter(a[0])))).release().ptr();
 }
 
-constexpr Params<2> kFileSymbol{"build_file_symbol", {"symbol", "module"}, 2, 1};
 PyObject* file_symbol_call(const std::array<PyObject*, 2>& a) {
   return file_symbol(a[0], given_or(a[1], empty_text())).release().ptr();
 }
 
-constexpr Params<2> kReference{"build_reference", {"reference", "code"}, 2, 1};
 PyObject* reference_call(const std::array<PyObject*, 2>& a) {
   return reference_row(a[0], given_or(a[1], Py_None)).release().ptr();
 }
 
-constexpr Params<3> kApiEndpoint{"build_api_endpoint", {"symbol", "file_path", "component_name"}, 3, 1};
 PyObject* api_endpoint_call(const std::array<PyObject*, 3>& a) {
   return api_endpoint(a[0], given_or(a[1], Py_None), given_or(a[2], Py_None)).release().ptr();
 }
 
-constexpr Params<1> kComponent{"build_component", {"component"}, 1, 1};
 PyObject* component_call(const std::array<PyObject*, 1>& a) { return component_row(a[0]).release().ptr(); }
 
-constexpr Params<3> kTestCoverage{"build_test_coverage", {"test_file", "source_file", "symbols_imported"}, 3, 2};
 PyObject* test_coverage_call(const std::array<PyObject*, 3>& a) {
   return test_coverage(a[0], a[1], given_or(a[2], Py_None)).release().ptr();
 }
 
 PyMethodDef kMethods[] = {
-    method<bound<4, kPaginated, paginated_call>>(
-        "build_paginated_response",
-        "build_paginated_response(items: object, total_count: object, offset: object, *, items_key: str = 'items') "
-        "-> dict\n\n"
-        "One page of rows: `items` itself under `items_key`, then total_count, truncated and has_more\n"
-        "(offset + len(items) < total_count) and offset, with the pagination hint when truncated."),
-    method<bound<5, kFitPaginated, fit_paginated_call>>(
-        "fit_paginated_response",
-        "fit_paginated_response(items: object, total_count: object, offset: object, max_bytes: int, *, "
-        "items_key: str = 'items') -> dict\n\n"
-        "build_paginated_response of the longest prefix of `items` whose page's compact text takes at most\n"
-        "`max_bytes` bytes (of no rows when even that is longer); the hint tells the model the next offset.\n"
-        "`items` itself is in the page when it is a list that fits whole; otherwise a new list."),
-    method<bound<2, kAddHint, add_hint_call>>(
-        "add_pagination_hint",
-        "add_pagination_hint(response: dict, count: object) -> dict\n\n"
-        "Adds 'hint' to `response` in place when its truncated is True:\n"
-        "'Showing C of T results. Call again with offset=N for more.' Returns `response`."),
-    method<bound<1, kEmptyPage, empty_page_call>>(
-        "build_empty_paginated_response",
-        "build_empty_paginated_response(items_key: str = 'items') -> dict\n\n"
-        "The paginated shape with a new empty list, total 0, no more pages and no hint."),
-    method<bound<10, kIndexStatus, index_status_call>>(
-        "build_index_status_response",
-        "build_index_status_response(status: object, health: object, branch: object, progress: object, "
-        "files_indexed: object = 0, symbols_indexed: object = 0, last_updated: object = None, errors_count: object = "
-        "0, phase: object = None, phase_detail: object = None) -> dict\n\n"
-        "The IndexStatusResponse: eight keys always, then phase and phase_detail when non-empty."),
-    method<bound<1, kEmptyResponse, empty_response_call>>(
-        "get_empty_response",
-        "get_empty_response(tool_name: str) -> dict\n\n"
-        "A new copy of EMPTY_TOOL_RESPONSES[tool_name], or {'error': 'Repository not initialized'}."),
-    method<bound<2, kSearchResult, search_result_call>>(
-        "build_symbol_search_result",
-        "build_symbol_search_result(symbol: object, file_path: object = None) -> dict\n\n"
-        "The search row of `symbol`: fqn, name, kind, file, line, signature, summary; None left out."),
-    method<bound<2, kFullDetails, full_details_call>>(
-        "build_symbol_full_details",
-        "build_symbol_full_details(symbol: object, file_path: object = None) -> dict\n\n"
-        "The GetSymbolResponse of `symbol`: every key, None where unknown."),
-    method<bound<1, kOutlineModule, outline_module_call>>(
-        "outline_module",
-        "outline_module(fqns: Iterable[str]) -> str\n\n"
-        "The dotted parts that the parents of all `fqns` share, compared whole; '' when none."),
-    method<bound<2, kFileSymbol, file_symbol_call>>(
-        "build_file_symbol",
-        "build_file_symbol(symbol: object, module: str = '') -> dict\n\n"
-        "The outline row of `symbol`, named relative to `module` (None or '' for none); end_line only when it "
-        "differs."),
-    method<bound<2, kReference, reference_call>>(
-        "build_reference",
-        "build_reference(reference: object, code: object = None) -> dict\n\n"
-        "The reference row: file and line always, then code, caller, caller_kind, usage_type when given."),
-    method<bound<3, kApiEndpoint, api_endpoint_call>>(
-        "build_api_endpoint",
-        "build_api_endpoint(symbol: object, file_path: object = None, component_name: object = None) -> dict\n\n"
-        "The ApiEndpointInfo of `symbol`: every key; file '' when not given."),
-    method<bound<1, kComponent, component_call>>("build_component",
-                                                 "build_component(component: object) -> dict\n\n"
-                                                 "The ComponentInfoResponse, as stored."),
-    method<bound<3, kTestCoverage, test_coverage_call>>(
-        "build_test_coverage",
-        "build_test_coverage(test_file: object, source_file: object, symbols_imported: object = None) -> dict\n\n"
-        "test_file and source_file, then symbols_imported when non-empty."),
+    method<bound<4, stubs::build_paginated_response, paginated_call>>("build_paginated_response",
+                                                                      stubs::build_paginated_response_doc),
+    method<bound<5, stubs::fit_paginated_response, fit_paginated_call>>("fit_paginated_response",
+                                                                        stubs::fit_paginated_response_doc),
+    method<bound<2, stubs::add_pagination_hint, add_hint_call>>("add_pagination_hint", stubs::add_pagination_hint_doc),
+    method<bound<1, stubs::build_empty_paginated_response, empty_page_call>>("build_empty_paginated_response",
+                                                                             stubs::build_empty_paginated_response_doc),
+    method<bound<10, stubs::build_index_status_response, index_status_call>>("build_index_status_response",
+                                                                             stubs::build_index_status_response_doc),
+    method<bound<1, stubs::get_empty_response, empty_response_call>>("get_empty_response",
+                                                                     stubs::get_empty_response_doc),
+    method<bound<2, stubs::build_symbol_search_result, search_result_call>>("build_symbol_search_result",
+                                                                            stubs::build_symbol_search_result_doc),
+    method<bound<2, stubs::build_symbol_full_details, full_details_call>>("build_symbol_full_details",
+                                                                          stubs::build_symbol_full_details_doc),
+    method<bound<1, stubs::outline_module, outline_module_call>>("outline_module", stubs::outline_module_doc),
+    method<bound<2, stubs::build_file_symbol, file_symbol_call>>("build_file_symbol", stubs::build_file_symbol_doc),
+    method<bound<2, stubs::build_reference, reference_call>>("build_reference", stubs::build_reference_doc),
+    method<bound<3, stubs::build_api_endpoint, api_endpoint_call>>("build_api_endpoint", stubs::build_api_endpoint_doc),
+    method<bound<1, stubs::build_component, component_call>>("build_component", stubs::build_component_doc),
+    method<bound<3, stubs::build_test_coverage, test_coverage_call>>("build_test_coverage",
+                                                                     stubs::build_test_coverage_doc),
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -8,6 +8,7 @@
 #include "bindings.hpp"
 #include "kestrune/mcp_responses/code_lines.hpp"
 #include "kestrune/mcp_responses/logging.hpp"
+#include "native_stubs.hpp"
 #include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
@@ -71,11 +72,10 @@ void bind_code_lines(py::module_& m) {
   set_log_sink(log_to_python);
   m.attr("CODE_LINE_CHARS") = CODE_LINE_CHARS;
   m.attr("LOGGER_NAME") = text(LOGGER_NAME);
-  m.def("code_lines", &lines_of, py::arg("root"), py::arg("places"),
-        "The stripped line of each (path, line) place in the work tree under `root`, cut to CODE_LINE_CHARS,\n"
-        "keyed by the places as passed; only found lines. No path leads out of the root. Files that cannot be\n"
-        "read are logged at INFO to logging.getLogger('kestrune.mcp_responses') and left out. The GIL is\n"
-        "released while files are read.");
+  py::options options;  // the stub's doc carries the signature
+  options.disable_function_signatures();
+  m.def("code_lines", &lines_of, py::arg(stubs::code_lines.names[0]), py::arg(stubs::code_lines.names[1]),
+        stubs::code_lines_doc);
 }
 
 }  // namespace kestrune::mcp_responses::python

@@ -6,42 +6,30 @@
 #include "errors.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/encoding.hpp"
+#include "native_stubs.hpp"
 #include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
 namespace {
 
-constexpr Params<1> kTextParams{"tool_result_text", {"result"}, 1, 1};
-PyObject* tool_result_text(const std::array<PyObject*, 1>& a) { return text_of(a[0], kTextParams.function); }
-
-constexpr Params<1> kBytesParams{"tool_result_bytes", {"result"}, 1, 1};
-PyObject* tool_result_bytes(const std::array<PyObject*, 1>& a) {
-  const Piece piece = Piece::of_value(a[0], NumberForm::compact);
-  return bytes_of({&piece, 1}, kBytesParams.function);
+PyObject* tool_result_text(const std::array<PyObject*, 1>& a) {
+  return text_of(a[0], stubs::tool_result_text.function);
 }
 
-constexpr Params<1> kSizeParams{"_encoded_size", {"result"}, 1, 1};
+PyObject* tool_result_bytes(const std::array<PyObject*, 1>& a) {
+  const Piece piece = Piece::of_value(a[0], NumberForm::compact);
+  return bytes_of({&piece, 1}, stubs::tool_result_bytes.function);
+}
+
 PyObject* encoded_size_of(const std::array<PyObject*, 1>& a) {
-  const Py_ssize_t n = encoded_size(a[0], kSizeParams.function);
+  const Py_ssize_t n = encoded_size(a[0], stubs::_encoded_size.function);
   return n < 0 ? nullptr : PyLong_FromSsize_t(n);
 }
 
 PyMethodDef kMethods[] = {
-    method<bound<1, kTextParams, tool_result_text>>(
-        "tool_result_text",
-        "tool_result_text(result: object) -> str\n\n"
-        "The compact MCP text of `result`: JSON without whitespace, keys in insertion order, non-ASCII\n"
-        "characters as themselves, floats in their shortest round-trip form, NaN/Infinity bare."),
-    method<bound<1, kBytesParams, tool_result_bytes>>(
-        "tool_result_bytes",
-        "tool_result_bytes(result: object) -> bytes\n\n"
-        "tool_result_text(result) as UTF-8 bytes, for a server that writes bytes (sys.stdout.buffer, an HTTP\n"
-        "body). Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
-    method<bound<1, kSizeParams, encoded_size_of>>(
-        "_encoded_size",
-        "_encoded_size(result: object) -> int\n\n"
-        "The number of bytes of the UTF-8 form of tool_result_text(result), counted without writing it.\n"
-        "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    method<bound<1, stubs::tool_result_text, tool_result_text>>("tool_result_text", stubs::tool_result_text_doc),
+    method<bound<1, stubs::tool_result_bytes, tool_result_bytes>>("tool_result_bytes", stubs::tool_result_bytes_doc),
+    method<bound<1, stubs::_encoded_size, encoded_size_of>>("_encoded_size", stubs::_encoded_size_doc),
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -57,10 +45,11 @@ void bind_encoding(py::module_& m) {
         }
       });
   if (PyModule_AddFunctions(m.ptr(), kMethods) != 0) throw py::error_already_set();
+  py::options options;  // the stub's doc carries the signature
+  options.disable_function_signatures();
   m.def(
-      "quote", [](const py::handle& s) { return text(quote(Utf8Arg(s, "quote: text").bytes)); }, py::arg("text"),
-      "`text` in double quotes as an error message shows an argument: whole, with the compact text's\n"
-      "escapes (a NUL as \\u0000).");
+      "quote", [](const py::handle& s) { return text(quote(Utf8Arg(s, "quote: text").bytes)); },
+      py::arg(stubs::quote.names[0]), stubs::quote_doc);
 }
 
 }  // namespace kestrune::mcp_responses::python

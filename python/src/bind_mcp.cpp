@@ -10,6 +10,7 @@
 #include "encoder.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/mcp.hpp"
+#include "native_stubs.hpp"
 
 namespace kestrune::mcp_responses::python {
 namespace {
@@ -54,38 +55,33 @@ struct CallLine {
   [[nodiscard]] std::span<const Piece> span() const { return {pieces.data(), count}; }
 };
 
-constexpr Params<2> kResultLine{"jsonrpc_result_line", {"id", "result"}, 2, 2};
 PyObject* result_line(const std::array<PyObject*, 2>& a) {
-  const std::array pieces = {token(kLineStart), id_piece(a[0], false, kResultLine.function), token(R"(,"result":)"),
-                             json(a[1]), token("}\n")};
-  return str_of(pieces, kResultLine.function);
+  const std::array pieces = {token(kLineStart), id_piece(a[0], false, stubs::jsonrpc_result_line.function),
+                             token(R"(,"result":)"), json(a[1]), token("}\n")};
+  return str_of(pieces, stubs::jsonrpc_result_line.function);
 }
 
-constexpr Params<3> kErrorLine{"jsonrpc_error_line", {"id", "code", "message"}, 3, 3};
 PyObject* error_line(const std::array<PyObject*, 3>& a) {
   if (!PyLong_Check(a[1]) || PyBool_Check(a[1])) throw py::type_error("jsonrpc_error_line: code must be an int");
   if (!PyUnicode_Check(a[2])) throw py::type_error("jsonrpc_error_line: message must be a str");
   const std::array pieces = {token(kLineStart),
-                             id_piece(a[0], true, kErrorLine.function),
+                             id_piece(a[0], true, stubs::jsonrpc_error_line.function),
                              token(R"(,"error":{"code":)"),
                              json(a[1]),
                              token(R"(,"message":)"),
                              json(a[2]),
                              token("}}\n")};
-  return str_of(pieces, kErrorLine.function);
+  return str_of(pieces, stubs::jsonrpc_error_line.function);
 }
 
 // tool_call_line and tool_call_line_bytes.
-constexpr Params<4> kCallLine{"tool_call_line", {"id", "response", "structured", "is_error"}, 2, 2};
-constexpr Params<4> kCallLineBytes{"tool_call_line_bytes", {"id", "response", "structured", "is_error"}, 2, 2};
 template <bool Bytes>
 PyObject* call_line(const std::array<PyObject*, 4>& a) {
-  const char* function = Bytes ? kCallLineBytes.function : kCallLine.function;
+  const char* function = Bytes ? stubs::tool_call_line_bytes.function : stubs::tool_call_line.function;
   const CallLine line(a[0], a[1], truth_argument(a[2]), truth_argument(a[3]), function);
   return Bytes ? bytes_of(line.span(), function) : str_of(line.span(), function);
 }
 
-constexpr Params<3> kCallToolResult{"call_tool_result", {"response", "structured", "is_error"}, 1, 1};
 PyObject* call_tool_result(const std::array<PyObject*, 3>& a) {
   static PyObject* const kType = key("type");
   static PyObject* const kText = key("text");  // the key, and the block's type
@@ -94,7 +90,7 @@ PyObject* call_tool_result(const std::array<PyObject*, 3>& a) {
   static PyObject* const kIsError = key("isError");
   py::dict block = presized(2);
   set(block, kType, kText);
-  set(block, kText, checked(text_of(a[0], kCallToolResult.function)));
+  set(block, kText, checked(text_of(a[0], stubs::call_tool_result.function)));
   py::list content(1);
   PyList_SET_ITEM(content.ptr(), 0, block.release().ptr());
   py::dict result = presized(3);
@@ -105,31 +101,12 @@ PyObject* call_tool_result(const std::array<PyObject*, 3>& a) {
 }
 
 PyMethodDef kMethods[] = {
-    method<bound<3, kCallToolResult, call_tool_result>>(
-        "call_tool_result",
-        "call_tool_result(response: object, *, structured: bool = False, is_error: bool = False) -> dict\n\n"
-        "The MCP CallToolResult of `response`: one text block of tool_result_text(response); with structured,\n"
-        "the response itself (a dict) as structuredContent; with is_error, isError true."),
-    method<bound<2, kResultLine, result_line>>(
-        "jsonrpc_result_line",
-        "jsonrpc_result_line(id: object, result: object) -> str\n\n"
-        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"result\":RESULT} and a line feed; a non-finite float is "
-        "written null."),
-    method<bound<3, kErrorLine, error_line>>(
-        "jsonrpc_error_line",
-        "jsonrpc_error_line(id: object, code: int, message: str) -> str\n\n"
-        "{\"jsonrpc\":\"2.0\",\"id\":ID,\"error\":{\"code\":CODE,\"message\":MESSAGE}} and a "
-        "line feed; id may be None."),
-    method<bound<4, kCallLine, call_line<false>>>(
-        "tool_call_line",
-        "tool_call_line(id: object, response: object, *, structured: bool = False, is_error: bool = False) -> str\n\n"
-        "jsonrpc_result_line(id, call_tool_result(response, ...)), written in one pass from the response."),
-    method<bound<4, kCallLineBytes, call_line<true>>>(
-        "tool_call_line_bytes",
-        "tool_call_line_bytes(id: object, response: object, *, structured: bool = False, is_error: bool = False) "
-        "-> bytes\n\n"
-        "tool_call_line(id, response, ...) as UTF-8 bytes, for a server that writes bytes.\n"
-        "Raises EncodingError for a string holding a lone surrogate, which has no UTF-8 form."),
+    method<bound<3, stubs::call_tool_result, call_tool_result>>("call_tool_result", stubs::call_tool_result_doc),
+    method<bound<2, stubs::jsonrpc_result_line, result_line>>("jsonrpc_result_line", stubs::jsonrpc_result_line_doc),
+    method<bound<3, stubs::jsonrpc_error_line, error_line>>("jsonrpc_error_line", stubs::jsonrpc_error_line_doc),
+    method<bound<4, stubs::tool_call_line, call_line<false>>>("tool_call_line", stubs::tool_call_line_doc),
+    method<bound<4, stubs::tool_call_line_bytes, call_line<true>>>("tool_call_line_bytes",
+                                                                   stubs::tool_call_line_bytes_doc),
     {nullptr, nullptr, 0, nullptr},
 };
 

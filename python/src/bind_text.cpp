@@ -8,6 +8,7 @@
 #include "bindings.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/text.hpp"
+#include "native_stubs.hpp"
 #include "str_cut.hpp"
 #include "text/cut.hpp"
 #include "values.hpp"
@@ -22,12 +23,10 @@ py::object summary_of(const py::handle& docstring, std::string_view caller) {
 
 namespace {
 
-constexpr Params<1> kFirstSentence{"first_sentence", {"docstring"}, 1, 1};
 PyObject* first_sentence_call(const std::array<PyObject*, 1>& a) {
   return summary_of(a[0], "first_sentence: docstring").release().ptr();
 }
 
-constexpr Params<2> kCut{"_cut", {"text", "chars"}, 2, 2};
 PyObject* cut_call(const std::array<PyObject*, 2>& a) {
   const long long chars = int_argument(a[1], "_cut: chars", 0, INT64_MAX);
   if (chars < 1) throw py::value_error("_cut: chars must be at least 1");
@@ -35,14 +34,12 @@ PyObject* cut_call(const std::array<PyObject*, 2>& a) {
   return cut_str(a[0], static_cast<std::size_t>(chars));
 }
 
-constexpr Params<2> kTrimmed{"_trimmed", {"text", "chars"}, 2, 2};
 PyObject* trimmed_call(const std::array<PyObject*, 2>& a) {
   const long long chars = int_argument(a[1], "_trimmed: chars", INT64_MIN, INT64_MAX);
   if (!PyUnicode_Check(a[0])) static_cast<void>(Utf8Arg(a[0], "_trimmed: text"));  // raises TypeError
   return trimmed_str(a[0], chars);
 }
 
-constexpr Params<1> kWithoutNulls{"without_nulls", {"row"}, 1, 1};
 PyObject* without_nulls_call(const std::array<PyObject*, 1>& a) {
   if (!PyDict_Check(a[0])) {
     throw py::type_error(std::string("without_nulls: row must be a dict, not '") + Py_TYPE(a[0])->tp_name + "'");
@@ -58,23 +55,10 @@ PyObject* without_nulls_call(const std::array<PyObject*, 1>& a) {
 }
 
 PyMethodDef kMethods[] = {
-    method<bound<1, kFirstSentence, first_sentence_call>>(
-        "first_sentence",
-        "first_sentence(docstring: str | None) -> str | None\n\n"
-        "The first sentence of the first paragraph of `docstring`, whitespace collapsed, cut to\n"
-        "SUMMARY_CHARS with an ellipsis; None for None, empty or blank text."),
-    method<bound<2, kCut, cut_call>>(
-        "_cut",
-        "_cut(text: str, chars: int) -> str\n\n"
-        "`text` when it has at most `chars` characters, else its first chars - 1, end stripped, and an ellipsis."),
-    method<bound<2, kTrimmed, trimmed_call>>(
-        "_trimmed",
-        "_trimmed(text: str, chars: int) -> str\n\n"
-        "Like _cut, but breaking at the last space in the second half of the kept text."),
-    method<bound<1, kWithoutNulls, without_nulls_call>>(
-        "without_nulls",
-        "without_nulls(row: dict) -> dict\n\n"
-        "A new dict of `row`'s entries whose value is not None, in their order."),
+    method<bound<1, stubs::first_sentence, first_sentence_call>>("first_sentence", stubs::first_sentence_doc),
+    method<bound<2, stubs::_cut, cut_call>>("_cut", stubs::_cut_doc),
+    method<bound<2, stubs::_trimmed, trimmed_call>>("_trimmed", stubs::_trimmed_doc),
+    method<bound<1, stubs::without_nulls, without_nulls_call>>("without_nulls", stubs::without_nulls_doc),
     {nullptr, nullptr, 0, nullptr},
 };
 

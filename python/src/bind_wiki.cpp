@@ -14,6 +14,7 @@
 #include "encoder.hpp"
 #include "fast_call.hpp"
 #include "kestrune/mcp_responses/wiki.hpp"
+#include "native_stubs.hpp"
 #include "str_cut.hpp"
 #include "text/cut.hpp"
 #include "values.hpp"
@@ -429,25 +430,12 @@ py::dict wiki_read(const std::array<PyObject*, 6>& a) {
   return r;
 }
 
-constexpr Params<11> kStatus{"build_wiki_status_response",
-                             {"built", "branch", "pages", "files_covered", "total_sources", "coverage_pct",
-                              "last_built", "model", "stale_pages", "enabled", "configured"},
-                             0,
-                             2};
 PyObject* status_call(const std::array<PyObject*, 11>& a) { return wiki_status(a).release().ptr(); }
 
-constexpr Params<4> kList{"build_wiki_list_response", {"pages", "total", "offset", "truncated"}, 4, 2};
 PyObject* list_call(const std::array<PyObject*, 4>& a) { return wiki_list(a).release().ptr(); }
 
-constexpr Params<6> kRead{
-    "build_wiki_read_response", {"page_id", "title", "content", "citations", "source_files", "related_pages"}, 0, 3};
 PyObject* read_call(const std::array<PyObject*, 6>& a) { return wiki_read(a).release().ptr(); }
 
-constexpr Params<12> kAsk{"build_wiki_ask_response",
-                          {"mode", "query", "answer", "sections", "citations", "model", "tokens", "note", "decisions",
-                           "code", "memories", "token_budget"},
-                          0,
-                          4};
 PyObject* ask_call(const std::array<PyObject*, 12>& a) {
   const auto or_none = [&](std::size_t i) { return py::handle(given_or(a[i], Py_None)); };
   return wiki_ask(a[0], a[1], a[2], a[3], or_none(4), or_none(5), or_none(6), or_none(7), or_none(8), or_none(9),
@@ -456,40 +444,18 @@ PyObject* ask_call(const std::array<PyObject*, 12>& a) {
       .ptr();
 }
 
-constexpr Params<2> kAskCitations{"_ask_citations", {"sections", "extra"}, 2, 2};
 PyObject* ask_citations_call(const std::array<PyObject*, 2>& a) { return ask_citations(a[0], a[1]).release().ptr(); }
 
 PyMethodDef kMethods[] = {
-    method<bound<11, kStatus, status_call>>(
-        "build_wiki_status_response",
-        "build_wiki_status_response(*, built: object, branch: object, pages: object = 0, files_covered: object = 0, "
-        "total_sources: object = 0, coverage_pct: object = 0.0, last_built: object = None, model: object = None, "
-        "stale_pages: object = None, enabled: object = False, configured: object = False) -> dict\n\n"
-        "The wiki status response: eleven keys, always; stale_pages a list (a new empty one for None or empty)."),
-    method<bound<4, kList, list_call>>(
-        "build_wiki_list_response",
-        "build_wiki_list_response(pages: object, total: object, offset: object = 0, truncated: object = False) "
-        "-> dict\n\n"
-        "The wiki list response: pages, total_count, offset, truncated (the caller's) and has_more."),
-    method<bound<6, kRead, read_call>>(
-        "build_wiki_read_response",
-        "build_wiki_read_response(*, page_id: object, title: object, content: object, citations: object = None, "
-        "source_files: object = None, related_pages: object = None) -> dict\n\n"
-        "The wiki read response: page_id, title, content, then three lists (new empty ones for None or empty)."),
-    method<bound<12, kAsk, ask_call>>(
-        "build_wiki_ask_response",
-        "build_wiki_ask_response(*, mode: object, query: object, answer: object, sections: object, "
-        "citations: object = None, model: object = None, tokens: object = None, note: object = None, "
-        "decisions: object = None, code: object = None, memories: object = None, token_budget: object = None) "
-        "-> dict\n\n"
-        "The wiki ask response: mode, query, answer, a row per kept section, the merged citations, then the\n"
-        "attachments that are not None. With token_budget, fitted to token_budget x 4 bytes of compact text by\n"
-        "keeping fewer sections, cutting excerpts, dropping sections and then memories and code.\n"
-        "Raises EncodingError, with a budget, for a string holding a lone surrogate."),
-    method<bound<2, kAskCitations, ask_citations_call>>(
-        "_ask_citations",
-        "_ask_citations(sections: object, extra: object) -> list\n\n"
-        "The merged citations: the first three of each section's, then `extra`, each place once, at most 24."),
+    method<bound<11, stubs::build_wiki_status_response, status_call>>("build_wiki_status_response",
+                                                                      stubs::build_wiki_status_response_doc),
+    method<bound<4, stubs::build_wiki_list_response, list_call>>("build_wiki_list_response",
+                                                                 stubs::build_wiki_list_response_doc),
+    method<bound<6, stubs::build_wiki_read_response, read_call>>("build_wiki_read_response",
+                                                                 stubs::build_wiki_read_response_doc),
+    method<bound<12, stubs::build_wiki_ask_response, ask_call>>("build_wiki_ask_response",
+                                                                stubs::build_wiki_ask_response_doc),
+    method<bound<2, stubs::_ask_citations, ask_citations_call>>("_ask_citations", stubs::_ask_citations_doc),
     {nullptr, nullptr, 0, nullptr},
 };
 

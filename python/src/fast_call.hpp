@@ -84,8 +84,8 @@ PyObject* fast(PyObject* /*module*/, PyObject* const* args, Py_ssize_t nargs, Py
 }
 
 /// method: the PyMethodDef of `Body` named `name`. `doc` begins with the
-/// signature, as pybind11 writes one: "name(a: object, *, b: bool = False)
-/// -> str", a blank line, then the description.
+/// text signature that inspect.signature reads ("name(a, *, b=False)\n--\n\n"),
+/// as the stubs give it (native_stubs.hpp).
 template <FastBody Body>
 constexpr PyMethodDef method(const char* name, const char* doc) {
   return {name, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&fast<Body>)), METH_FASTCALL | METH_KEYWORDS,

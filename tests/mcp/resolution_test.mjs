@@ -52,7 +52,7 @@ const cppRules = {
     "  int price() const override;\n  int pages() const;\n};\n" +
     "class Magazine {\n public:\n  int pages() const;\n};\nenum Color { red, green };\n" +
     "namespace detail {\nint helper(int x);\n}\n}\n" +
-    "/// Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
+    "/// \\brief Wraps a value.\ntemplate <typename T,\n          typename U = int>\nstruct Box {\n  static int make();\n};\n" +
     "int weight;\nint total(int n);\n#define SHOP_TWICE(weight) ((weight) + (weight))\n" +
     "namespace shop {\ntemplate <typename Book>\nint count(Book b) { return b.pages(); }\n" +
     "class Shelf {\n public:\n  Shelf();\n  friend class Book;\n};\n" +
@@ -69,6 +69,10 @@ const cppRules = {
     "inline Lexer::token_type Lexer::scan() {\n  return token_type::end;\n}\n",
   "include/library/book.h": "namespace library {\nclass Book {};\n}\n",
   "include/geometry.h": "struct Rect {\n  int width;\n};\n",
+  "include/shop/sizes.h": "#pragma once\n/// Counts every item.\nint count_all(int n);\n" +
+    "struct Gap {\n  int width;  // in pixels\n};\n",
+  "app/sizes.cc": '#include "shop/sizes.h"\n// Stock at hand.\n\nint stock = 0;\nint count_all(int n) { return n + stock; }\n',
+  "app/licence.cc": "// Licence text.\n\nint licensed = 1;\n",
   "include/std_hash.h": "namespace std {\ntemplate <class T> struct hash;\n}\n",
   "src/book.cc": '#include "shop/core.h"\nnamespace shop {\nint Book::price() const {\n  return pages() + weight;\n}\n' +
     "int Book::pages() const {\n  return this->weight;\n}\n}\n",
@@ -122,12 +126,17 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
       ["shop::Item", "Base of every item."],  // a /*! block
       ["shop::Item::weight", "in grams"],     // a ///< doc after the member
       ["shop::Book", "A book."],              // over a line of a macro alone
-      ["Box", "Wraps a value."],              // over a template header of two lines
+      ["Box", "Wraps a value."],              // over a template header of two lines, \brief left out
       ["Crate", "A crate."],                  // a plain /* */ block
+      ["count_all", "Counts every item.", "app/sizes.cc"],  // the definition, with its prototype's doc
+      ["Gap::width", "in pixels"],            // a plain // after a member
+      ["stock", "Stock at hand."],            // a blank line between
+      ["licensed", null],                     // but not the comment that opens the file
     ];
-    for (const [fqn, doc] of docs) {
-      const found = (await call("symbol", { fqn })).docstring;
-      if (found !== doc) wrong.push({ fqn, found, doc });
+    for (const [fqn, doc, file] of docs) {
+      const symbol = await call("symbol", { fqn });
+      const found = symbol.docstring || null;
+      if (found !== doc || (file && symbol.file !== file)) wrong.push({ fqn, found, doc, at: symbol.file });
     }
     const signatures = [
       ["shop::Book", "class Book : public Item"],  // a class's head with its bases
@@ -182,6 +191,43 @@ test("any language: a unique name is a use only in the file's language and where
     assert.deepEqual(await uses(call, "fmt"), []);
     assert.deepEqual(await uses(call, "lib.a.helper"), ["lib/b.rb:2"]);
   }));
+
+// The Go analyzer is built beside the indexer when the build had go.
+const go = existsSync(join(dirname(indexer), "go_analyzer"));
+
+test("Go: a module's import paths, pkg.Name across packages, a method on a pointer receiver, a shadowing " +
+     "parameter, a type declared once per GOOS", { skip: !go }, async () => {
+  const root = makeTree(join(scratch, "go"), {
+    "go.mod": "module example.com/shop\n\ngo 1.19\n",
+    "money/money.go": "package money\n\n// Amount is a sum in cents.\ntype Amount int\n\n" +
+      "// Add adds b.\nfunc (a *Amount) Add(b Amount) {\n\t*a += b\n}\n\n" +
+      "func Double(Amount int) int {\n\treturn Amount + Amount\n}\n",
+    // Clock is declared once per GOOS: the file that builds on linux answers, though it comes later.
+    "money/clock_aix.go": "package money\n\n// Clock is AIX's.\ntype Clock struct{}\n",
+    "money/clock_linux.go": "//go:build linux\n\npackage money\n\nimport \"time\"\n\n// Clock reads the time.\n" +
+      "type Clock struct{ at time.Time }\n",
+    "cart/cart.go": "package cart\n\nimport \"example.com/shop/money\"\n\n" +
+      "type Cart struct {\n\ttotal money.Amount\n}\n\n" +
+      "func (c *Cart) Put(x money.Amount) {\n\tc.total.Add(x)\n}\n",
+    "web/app.ts": "export function app(): number {\n  return 1;\n}\n",
+  });
+  const db = join(scratch, "go.db");
+  // Nothing of the user's shell changes how an analyzer runs or what it answers.
+  const shell = { ...process.env, GOGC: "off", GOMAXPROCS: "1", GOFLAGS: "-mod=vendor", GOROOT: "/nonexistent",
+                  GOPATH: "/nonexistent", GODEBUG: "gctrace=1", NODE_OPTIONS: "--require=/nonexistent/hook.js" };
+  const run = runIndexer(indexer, root, db, { env: shell });
+  assert.doesNotMatch(run.stderr, /analyzer failed/);
+  await withServer(server, db, root, async (call) => {
+    assert.deepEqual(await uses(call, "example.com/shop/money"), ["cart/cart.go:3"]);
+    assert.deepEqual(await uses(call, "example.com/shop/money.Amount"),
+                     ["cart/cart.go:6", "cart/cart.go:9", "money/money.go:7"]);  // not Double's parameter
+    assert.deepEqual(await uses(call, "example.com/shop/money.Amount.Add"), ["cart/cart.go:10"]);
+    const add = await call("symbol", { fqn: "example.com/shop/money.Amount.Add" });
+    assert.deepEqual([add.signature, add.docstring], ["func (a *Amount) Add(b Amount)", "Add adds b."]);
+    const clock = await call("symbol", { fqn: "example.com/shop/money.Clock" });
+    assert.deepEqual([clock.file, clock.start_line], ["money/clock_linux.go", 8]);
+  });
+});
 
 // The JavaScript/TypeScript analyzer is installed beside the indexer when the build had node and npm.
 const typescript = existsSync(join(dirname(indexer), "typescript_analyzer", "node_modules", "typescript"));

@@ -17,8 +17,8 @@ export function makeTree(root, files) {
 }
 
 // runIndexer: the indexer run to its end on `repo`, which a hang turns into a failure.
-export function runIndexer(indexer, repo, db, { cwd, args = [], timeout = 60_000 } = {}) {
-  const run = spawnSync(indexer, [repo, "--db", db, ...args], { encoding: "utf8", cwd, timeout });
+export function runIndexer(indexer, repo, db, { cwd, env, args = [], timeout = 60_000 } = {}) {
+  const run = spawnSync(indexer, [repo, "--db", db, ...args], { encoding: "utf8", cwd, env, timeout });
   assert.equal(run.error, undefined, `the indexer did not finish: ${run.error}`);
   assert.equal(run.status, 0, run.stderr);
   return run;

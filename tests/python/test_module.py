@@ -343,24 +343,34 @@ class Fitting(unittest.TestCase):
 
 
 class Stubs(unittest.TestCase):
-    def test_every_public_name_has_a_stub_with_its_parameters(self):
+    def test_every_public_name_has_its_stubs_signature(self):
         import ast
+        import inspect
         stub = Path(kmr.__file__).with_name("_native.pyi").read_text()
         stubbed = {}
         for node in ast.parse(stub).body:
             if isinstance(node, ast.FunctionDef):
-                stubbed[node.name] = [a.arg for a in node.args.posonlyargs + node.args.args + node.args.kwonlyargs]
+                stubbed[node.name] = node
             elif isinstance(node, ast.AnnAssign):
                 stubbed[node.target.id] = None
         native = sys.modules["kestrune_mcp_responses._native"]
         public = {n for n in dir(native) if not n.startswith("__")}
         self.assertEqual(public, set(stubbed) - {"Value", "Row", "Record"})
-        for name, params in stubbed.items():
-            if params is None:
+        for name, node in stubbed.items():
+            if node is None:
                 continue
-            # pybind11 writes the signature as the docstring's first line.
-            signature = getattr(native, name).__doc__.splitlines()[0]
-            self.assertEqual(re.findall(r"(\w+):", signature.split("(", 1)[1]), params, name)
+            a = node.args
+            defaults = [None] * (len(a.args) - len(a.defaults)) + a.defaults + a.kw_defaults
+            want = [(p.arg, inspect.Parameter.KEYWORD_ONLY if i >= len(a.args) else
+                     inspect.Parameter.POSITIONAL_OR_KEYWORD,
+                     inspect.Parameter.empty if d is None else ast.literal_eval(d))
+                    for i, (p, d) in enumerate(zip(a.args + a.kwonlyargs, defaults))]
+            function = getattr(native, name)
+            got = [(p.name, p.kind, p.default) for p in inspect.signature(function).parameters.values()]
+            self.assertEqual(got, want, name)
+            # help() shows the typed signature and the stub's docstring too.
+            self.assertIn(") -> " + ast.unparse(node.returns), function.__doc__, name)
+            self.assertIn(ast.get_docstring(node), function.__doc__, name)
 
 
 if __name__ == "__main__":

@@ -77,13 +77,24 @@ class WikiState(NamedTuple):
     stale_pages: list
 
 
+class WikiSection(NamedTuple):
+    """A section of a wiki page: its id, heading and body."""
+
+    id: int
+    heading: str
+    body: str
+
+
 class WikiPage(NamedTuple):
-    """A wiki page with its citations, source files and related pages."""
+    """A wiki page with its citations (each with the id of the section that
+    cites it first, in `cited_by`), sections, source files and related pages."""
 
     page_id: str
     title: str
     content: str
     citations: list
+    cited_by: list
+    sections: list
     source_files: list
     related_pages: list
 
@@ -143,19 +154,28 @@ def _contains_pattern(text):
     return "%" + escaped + "%"
 
 
-def _any_word_query(text):
-    """An FTS5 query for any word of `text`: letters, digits and underscores
-    (and every non-ASCII character), each quoted, joined by OR. Empty when
-    `text` has no word."""
+def _words_of(text):
+    """The runs of letters, digits, underscores and non-ASCII characters of
+    `text`, ASCII letters in lower case."""
     words = []
     word = []
     for c in text + " ":
         if ("0" <= c <= "9") or ("a" <= c <= "z") or ("A" <= c <= "Z") or c == "_" or ord(c) >= 0x80:
-            word.append(c)
+            word.append(c.lower() if "A" <= c <= "Z" else c)
         elif word:
-            words.append('"' + "".join(word) + '"')
+            words.append("".join(word))
             word = []
-    return " OR ".join(words)
+    return words
+
+
+def _ask_query(words):
+    """An FTS5 query for `words` (no quotes in them): any of them, and each
+    two that follow each other in the question again when they stand near
+    each other in a section, so that nearness adds to the score."""
+    query = " OR ".join('"' + w + '"' for w in words)
+    for first, second in zip(words, words[1:]):
+        query += f' OR NEAR("{first}" "{second}", 4)'
+    return query
 
 
 class IndexDb:
@@ -424,18 +444,33 @@ class IndexDb:
         row = self._one("wiki_page", (page_id,))
         if row is None:
             return None
-        citations = self._citation_rows("page_citations", page_id)
+        cited = self._all("page_citations", (page_id,))
+        citations = [{"path": _text(path), "line_start": start, "line_end": end} for path, start, end, _, _ in cited]
+        sections = [WikiSection(i, _text(h), _text(b)) for i, h, b in self._all("page_sections", (page_id,))]
         files = [_text(r[0]) for r in self._all("page_source_files", (page_id,))]
         related = [_text(r[0]) for r in self._all("related_pages", (page_id,))]
-        return WikiPage(_text(row[0]), _text(row[1]), _text(row[2]), citations, files, related)
+        return WikiPage(
+            _text(row[0]), _text(row[1]), _text(row[2]), citations, [r[3] for r in cited], sections, files, related
+        )
 
-    def wiki_sections(self, query, limit):
-        """The sections that hold words of `query`, best first (at most
-        `limit`), as the wiki's ask takes them: page_id, title, heading,
-        similarity (1.0 for the best), stale, excerpt and citations."""
-        match = _any_word_query(query)
-        if not match:
+    def question_words(self, question):
+        """The words of `question` that the ask searches for, in their order,
+        each once, in ASCII lower case: runs of letters, digits, underscores
+        and non-ASCII characters, less the stop words."""
+        stop = {_text(r[0]) for r in self._all("stop_words")}
+        words = []
+        for word in _words_of(question):
+            if word not in stop and word not in words:
+                words.append(word)
+        return words
+
+    def wiki_sections(self, words, limit):
+        """The sections that hold `words`, best first (at most `limit`), as
+        the wiki's ask takes them: page_id, title, heading, similarity (1.0
+        for the best), stale, excerpt and citations."""
+        if not words:
             return []
+        match = _ask_query(words)
         rows = self._all("ask_sections", (match, limit))
         return [
             {

@@ -142,75 +142,234 @@ def _architecture(c, args):
     return _fitted_page(c, rows, len(components), offset, "components")
 
 
+def _largest_fitting(low, high, fits):
+    # The largest k in [low, high] for which `fits(k)` holds, found by
+    # halving, `fits` holding for every k up to some bound; `low` when it
+    # holds for none.
+    while low < high:
+        mid = high - (high - low) // 2
+        if fits(mid):
+            low = mid
+        else:
+            high = mid - 1
+    return low
+
+
+def _within(response, size):
+    return _text_bytes(response) <= size
+
+
 def _wiki_status(c):
+    # The wiki's status; a list of stale pages too long for the budget is
+    # cut to the pages that fit (the wiki list marks each stale page).
     s = c.index.wiki_state()
     if s is None:
         return mr.build_wiki_status_response(built=False, branch=c.index.state().branch or "")
-    return mr.build_wiki_status_response(
-        built=s.built,
-        branch=s.branch,
-        pages=s.pages,
-        files_covered=s.files_covered,
-        total_sources=s.total_sources,
-        coverage_pct=100.0 * s.files_covered / s.total_sources if s.total_sources > 0 else 0.0,
-        last_built=s.last_built,
-        model=s.model,
-        stale_pages=s.stale_pages,
-        enabled=s.enabled,
-        configured=s.configured,
-    )
+
+    def status(stale):
+        return mr.build_wiki_status_response(
+            built=s.built,
+            branch=s.branch,
+            pages=s.pages,
+            files_covered=s.files_covered,
+            total_sources=s.total_sources,
+            coverage_pct=100.0 * s.files_covered / s.total_sources if s.total_sources > 0 else 0.0,
+            last_built=s.last_built,
+            model=s.model,
+            stale_pages=s.stale_pages[:stale],
+            enabled=s.enabled,
+            configured=s.configured,
+        )
+
+    return status(_largest_fitting(0, len(s.stale_pages), lambda n: _within(status(n), c.page_bytes)))
 
 
 def _fitted_wiki_list(c, rows, total, offset):
     # The list of the longest prefix of `rows` whose text fits the budget (of
     # none when even one row is too long): its truncated flag tells that more
-    # follow, from its offset plus its rows. A text grows with its rows, so
-    # the prefix is found by halving.
+    # follow, from its offset plus its rows.
     def listed(count):
         return mr.build_wiki_list_response(rows[:count], total, offset, offset + count < total)
 
-    low, high = 0, len(rows)  # low fits, or is the floor
-    while low < high:
-        mid = high - (high - low) // 2
-        if _text_bytes(listed(mid)) <= c.page_bytes:
-            low = mid
-        else:
-            high = mid - 1
-    return listed(low)
+    return listed(_largest_fitting(0, len(rows), lambda n: _within(listed(n), c.page_bytes)))
 
 
 def _text_bytes(response):
     return len(mr.tool_result_text(response).encode())
 
 
-def _wiki_part(c, page, offset):
-    # A wiki page too long for one answer, read in parts: its text from code
-    # point `offset`, as much as fits, then the way on to the rest, or that
-    # this was the end. The part from offset 0 carries the page's citations.
-    start = max(offset, 0)
-    text = page.content[start:]
+class _SectionStart(NamedTuple):
+    at: int
+    id: int
+    heading: str
+    found: bool
 
-    def answer(end):
-        way = f"(The page goes on: call again with offset={start + end}.)" if end < len(text) else "(The page's end.)"
-        return mr.build_wiki_read_response(
-            page_id=page.page_id,
-            title=page.title,
-            content=text[:end] + "\n\n" + way,
-            citations=page.citations if start == 0 else [],
-            source_files=page.source_files,
-            related_pages=page.related_pages,
+
+_BLANK = " \t\r\n"
+
+
+def _section_starts(page):
+    # Where a page's sections start in its text, in code points: the line of
+    # a section's heading, found before its body, each body after the one
+    # before. A section whose body the text does not hold starts where the
+    # one before it does (at 0 for the first).
+    text = page.content
+    starts = []
+    cursor = 0  # the end of the last body found
+    last = 0
+    for section in page.sections:
+        body = text.find(section.body, cursor) if section.body else -1
+        if body < 0:
+            starts.append(_SectionStart(last, section.id, section.heading, False))
+            continue
+        line = body
+        while line > cursor and text[line - 1] in _BLANK:
+            line -= 1
+        while line > cursor and text[line - 1] != "\n":
+            line -= 1
+        last = line
+        starts.append(_SectionStart(last, section.id, section.heading, True))
+        cursor = body + len(section.body)
+    return starts
+
+
+def _keep_entries(lists, kept):
+    # The first `kept` entries of `lists`, taken in their order: `kept`
+    # counts through the first list, then the second, and so on.
+    out = []
+    for entries in lists:
+        n = min(kept, len(entries))
+        out.append(entries[:n])
+        kept -= n
+    return out
+
+
+def _wiki_part(c, page, offset):
+    # A wiki page too long for one answer, read in parts that end where a
+    # section starts: from code point `offset`, as many whole sections as
+    # fit; a section too long for one part is cut at a line's end (or a
+    # space) and goes on in the next. The text ends with the way on: the
+    # offset to call again with and the section it starts, or that this was
+    # the end. Each part carries the citations of the sections that start in
+    # it, the first one the page's source files and related pages too; these
+    # lists are cut to what half the budget holds.
+    length = len(page.content)
+    start = min(max(offset, 0), length)
+    starts = _section_starts(page)
+    # The ends a part may have: the starts of later sections, then the page's end.
+    ends = []
+    for s in starts:
+        if s.found and s.at > start and (not ends or ends[-1].at < s.at):
+            ends.append(s)
+    homes = {}
+    for s in reversed(starts):
+        homes[s.id] = s.at
+
+    def end_at(i):
+        return ends[i].at if i < len(ends) else length
+
+    def part(end, whole):
+        # The part that ends at code point `end`, `whole` when that is where
+        # a section starts or the page ends.
+        way = "(The page's end.)"
+        if end < length and whole:
+            heading = next(s.heading for s in ends if s.at == end)
+            way = f"(The page goes on with {mr.quote(heading)}: call again with offset={end}.)"
+        elif end < length:
+            way = f"(The section goes on: call again with offset={end}.)"
+        cited = [x for x, by in zip(page.citations, page.cited_by) if start <= homes.get(by, 0) < end]
+        lists = [cited, page.source_files, page.related_pages] if start == 0 else [cited, [], []]
+
+        def read(content, kept):
+            citations, files, related = _keep_entries(lists, kept)
+            return mr.build_wiki_read_response(
+                page_id=page.page_id,
+                title=page.title,
+                content=content,
+                citations=citations,
+                source_files=files,
+                related_pages=related,
+            )
+
+        entries = sum(len(x) for x in lists)
+        kept = entries
+        if not _within(read("", entries), c.page_bytes // 2):
+            kept = _largest_fitting(0, entries, lambda n: _within(read("", n), c.page_bytes // 2))
+        return read(page.content[start:end] + "\n\n" + way, kept)
+
+    def fits(response):
+        return _within(response, c.page_bytes)
+
+    sections = _largest_fitting(0, len(ends) + 1, lambda n: n == 0 or fits(part(end_at(n - 1), True)))
+    if sections > 0:
+        return part(end_at(sections - 1), True)
+    # The first section alone is too long: as many of its code points as
+    # fit, back to the last line's end (or else space) in their second half;
+    # one at least, so that every part goes on.
+    most = min(max(end_at(0) - start - 1, 1), c.page_bytes)
+    chars = _largest_fitting(1, most, lambda n: fits(part(start + n, False)))
+    cut = page.content[start : start + chars]
+    for mark in "\n ":
+        at = cut.rfind(mark)
+        if at >= 0 and (at + 1) * 2 > chars:
+            chars = at + 1
+            break
+    return part(start + chars, False)
+
+
+_BYTES_PER_TOKEN = 4  # as the ask's token budget counts them
+
+
+def _named_sections(sections):
+    # "HEADING" (page "PAGE"), ... for the best sections of an ask.
+    return ", ".join(f"{mr.quote(s['heading'])} (page {mr.quote(s['page_id'])})" for s in sections)
+
+
+def _wiki_ask(c, question, token_budget):
+    # The ask: the sections that hold the question's meaningful words, fitted
+    # to the token budget asked for, and never beyond the server's budget.
+    # The note says what was found, and when the budget leaves sections out,
+    # which are the best, so that the model can read them or ask with a
+    # larger budget.
+    room = c.page_bytes // _BYTES_PER_TOKEN
+    server_bound = token_budget is None or token_budget >= room
+    budget = room if server_bound else token_budget
+
+    def ask(sections, note):
+        return mr.build_wiki_ask_response(
+            mode="sections", query=question, answer=None, sections=sections, note=note, token_budget=budget
         )
 
-    # The most code points that fit (each takes a byte at least), found by
-    # halving; at least one, so that every part goes on.
-    low, high = 1, min(len(text), c.page_bytes)
-    while low < high:
-        mid = high - (high - low) // 2
-        if _text_bytes(answer(mid)) <= c.page_bytes:
-            low = mid
+    words = c.index.question_words(question)
+    if not words:
+        return ask(
+            [],
+            'The question has no word to search for: words such as "how", "do" and "the" are in every page. '
+            "Ask with the names or terms the answer holds.",
+        )
+    sections = c.index.wiki_sections(words, ASK_SECTIONS)
+    if not sections:
+        return ask([], "No wiki section holds any of the question's words.")
+    answer = ask(sections, "No answer model is configured: these are the wiki sections that match, best first.")
+    # The note names how many sections the budget keeps, which its own
+    # length can change: written again until they agree, a few times at most.
+    tries = 0
+    while tries < 4 and len(answer["sections"]) < len(sections):
+        kept = len(answer["sections"])
+        if kept == 0:
+            note = "No answer model is configured, and the token budget is too small for any section that matches."
         else:
-            high = mid - 1
-    return answer(low)
+            note = (
+                f"No answer model is configured: the token budget holds the best {kept} of the {len(sections)} "
+                "sections that match."
+            )
+        note += f' The best: {_named_sections(sections)}. Read one with the action "read"'
+        note += " (the server's budget holds no more)." if server_bound else ", or ask again with a larger token_budget."
+        answer = ask(sections, note)
+        tries += 1
+        if len(answer["sections"]) == kept:
+            break
+    return answer
 
 
 def _wiki(c, args):
@@ -238,20 +397,13 @@ def _wiki(c, args):
                 source_files=page.source_files,
                 related_pages=page.related_pages,
             )
-            if _text_bytes(whole) <= c.page_bytes:
+            if _within(whole, c.page_bytes):
                 return whole
         return _wiki_part(c, page, offset or 0)
     query = args.optional("query")
     if query is None:
         raise InputError('the ask action needs "query"')
-    return mr.build_wiki_ask_response(
-        mode="sections",
-        query=query,
-        answer=None,
-        sections=c.index.wiki_sections(query, ASK_SECTIONS),
-        note="No answer model is configured: these are the wiki sections that match, best first.",
-        token_budget=args.optional("token_budget"),
-    )
+    return _wiki_ask(c, query, args.optional("token_budget"))
 
 
 def _status_output_schema():

@@ -42,7 +42,8 @@ func newUniverse() map[string]*object {
 	return u
 }
 
-// analyze answers every file handed over, in the order they came. The
+// analyze answers every file handed over: those the common platform builds
+// first, then the others, each in the order they came (see platform.go). The
 // types of all top-level definitions are settled first; the files are then
 // walked two at a time, reading only.
 func analyze(handed []handedFile, emit func(*fileAnswer) error) error {
@@ -63,14 +64,23 @@ func analyze(handed []handedFile, emit func(*fileAnswer) error) error {
 			}
 		}()
 	}
+	order := make([]int, 0, len(prog.files))
+	for _, common := range []bool{true, false} {
+		for i, f := range prog.files {
+			// go.mod files and files that do not parse have no platform: first.
+			if (f.common || f.ast == nil) == common {
+				order = append(order, i)
+			}
+		}
+	}
 	go func() {
-		for i := range prog.files {
+		for _, i := range order {
 			work <- i
 		}
 		close(work)
 	}()
-	for _, ch := range answers {
-		if err := emit(<-ch); err != nil {
+	for _, i := range order {
+		if err := emit(<-answers[i]); err != nil {
 			return err
 		}
 	}

@@ -17,6 +17,7 @@ type srcFile struct {
 	ast     *ast.File
 	tok     *token.File
 	err     error
+	common  bool // whether the common platform's build takes it (see platform.go)
 	pkg     *goPackage
 	imports map[string]*goPackage // local name -> package of the tree
 	dots    []*goPackage          // dot-imported packages of the tree
@@ -124,6 +125,7 @@ func parseAll(handed []handedFile) *program {
 				f.ast, f.err = parser.ParseFile(prog.fset, f.path, f.src, parser.ParseComments|parser.SkipObjectResolution)
 				// Declarations keep their doc comments; the rest is not needed.
 				if f.ast != nil {
+					f.common = buildsOnCommonPlatform(f)
 					f.ast.Comments = nil
 				}
 				f.src = nil

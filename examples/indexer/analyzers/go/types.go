@@ -1,10 +1,5 @@
 package main
 
-import (
-	"path"
-	"strings"
-)
-
 // The types an expression may have, as far as names written in the source
 // tell them without a type checker: enough to find the field or method a
 // selector names. nil stands for a type not known.
@@ -142,25 +137,6 @@ func variants(t typ, from *srcFile) []typ {
 		}
 	}
 	return out
-}
-
-var knownGOOS = map[string]bool{"aix": true, "android": true, "darwin": true, "dragonfly": true, "freebsd": true,
-	"illumos": true, "ios": true, "js": true, "linux": true, "netbsd": true, "openbsd": true, "plan9": true,
-	"solaris": true, "windows": true, "zos": true}
-
-// fileGOOS is the GOOS a file's name is for (x_linux.go, x_linux_arm64.go), or "".
-func fileGOOS(f *srcFile) string {
-	if f == nil {
-		return ""
-	}
-	name := strings.TrimSuffix(strings.TrimSuffix(path.Base(f.path), ".go"), "_test")
-	parts := strings.Split(name, "_")
-	for i := len(parts) - 1; i >= 1 && i >= len(parts)-2; i-- {
-		if knownGOOS[parts[i]] {
-			return parts[i]
-		}
-	}
-	return ""
 }
 
 // ifaceMethod finds a method of an interface, its embedded ones included.
