@@ -1,17 +1,15 @@
 #!/usr/bin/python3
 """Accuracy of the index against an independent oracle, on one tree.
 
-  bench/accuracy/accuracy.py --language python --tree PATH
-      (--db INDEX.db | --analyzer-output FILE) [--sample 50 --top 20 --seed 1]
-      [--cache FILE] [--verdicts FILE] [--disagreements]
+  bench/accuracy/accuracy.py --language python --tree PATH --db INDEX.db
+      [--sample 50 --top 20 --seed 1] [--cache FILE] [--verdicts FILE] [--disagreements]
 
-The index is kestrune-index's SQLite (tables symbols and symbol_refs), or
-the JSON lines a language analyzer answered (bench/accuracy/run_analyzer.py).
-Symbols of the language (modules left out: no name in the source to ask the
-oracle about) are drawn: --sample at random, then the --top most referenced
-by the index. For each, the row `symbol` answers (the first by id of its
-fqn) gives the name's place on its definition, and the oracle is asked
-there. Printed per group (random, most used, all):
+The index is kestrune-index's SQLite (tables symbols and symbol_refs) of the
+tree. Symbols of the language (modules left out: no name in the source to
+ask the oracle about) are drawn: --sample at random, then the --top most
+referenced by the index. For each, the row `symbol` answers (the servers'
+query, server_rows.py) gives the name's place on its definition, and the
+oracle is asked there. Printed per group (random, most used, all):
 - references: precision and recall of the index's distinct (file, line)
   places against the oracle's, every definition line of the fqn left out on
   both sides; micro-averaged over the symbols;
@@ -42,6 +40,8 @@ import tokenize
 from collections import defaultdict
 from pathlib import Path
 
+from server_rows import symbol_row
+
 HERE = Path(__file__).resolve().parent
 LANGUAGES = {
     "python": {"suffixes": (".py", ".pyi"), "oracle": ["/usr/bin/python3", str(HERE / "oracle_python.py")],
@@ -54,6 +54,7 @@ class Index:
     def __init__(self):
         self.symbols = []  # dicts in id order: fqn, name, kind, file, line, end, doc
         self.refs = defaultdict(set)  # fqn -> {(file, line)}
+        self.answered = {}  # fqn -> the row `symbol` answers, modules left out
 
 
 def load_db(path, suffixes):
@@ -67,21 +68,15 @@ def load_db(path, suffixes):
     for fqn, file, line in db.execute("SELECT symbol_fqn, file_path, line FROM symbol_refs"):
         if file and file.endswith(suffixes):
             index.refs[fqn].add((file, line))
-    return index
-
-
-def load_analyzer_output(path):
-    index = Index()
-    with open(path) as f:
-        for text in f:
-            answer = json.loads(text)
-            if answer.get("_type") != "file":
-                continue
-            for s in answer["symbols"]:
-                index.symbols.append({"fqn": s["fqn"], "name": s["name"], "kind": s["kind"], "file": answer["path"],
-                                      "line": s["line"], "end": s["end"], "doc": s["doc"]})
-            for r in answer["references"]:
-                index.refs[r["fqn"]].add((answer["path"], r["line"]))
+    rows = defaultdict(list)
+    for row in index.symbols:
+        if row["kind"] != "module":
+            rows[row["fqn"]].append(row)
+    for fqn, candidates in rows.items():
+        answer = symbol_row(db, fqn) if len(candidates) > 1 else None
+        chosen = [r for r in candidates
+                  if answer and (r["file"], r["line"], r["name"]) == (answer[3], answer[4], answer[1])]
+        index.answered[fqn] = dict(chosen[0], doc=answer[7]) if chosen else candidates[0]  # with the docs it answers
     return index
 
 
@@ -128,10 +123,7 @@ class Tree:
 
 def draw(index, tree, language, sample, top, seed):
     """The sampled fqns, each with its answered row and the name's place."""
-    first = {}
-    for row in index.symbols:
-        if row["kind"] != "module" and row["fqn"] not in first:
-            first[row["fqn"]] = row
+    first = index.answered
     placed = {}
     for fqn in sorted(first):
         place = tree.name_place(first[fqn], language["definition"])
@@ -214,9 +206,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
     parser.add_argument("--language", default="python", choices=sorted(LANGUAGES))
     parser.add_argument("--tree", required=True)
-    source = parser.add_mutually_exclusive_group(required=True)
-    source.add_argument("--db")
-    source.add_argument("--analyzer-output")
+    parser.add_argument("--db", required=True)
     parser.add_argument("--sample", type=int, default=50)
     parser.add_argument("--top", type=int, default=20)
     parser.add_argument("--seed", type=int, default=1)
@@ -227,7 +217,7 @@ def main():
 
     language = LANGUAGES[args.language]
     tree = Tree(args.tree)
-    index = load_db(args.db, language["suffixes"]) if args.db else load_analyzer_output(args.analyzer_output)
+    index = load_db(args.db, language["suffixes"])
     groups, first, placed = draw(index, tree, language, args.sample, args.top, args.seed)
     fqns = groups["random"] + groups["most used"]
     queries = [{"file": first[f]["file"], "line": placed[f][0], "column": placed[f][1], "name": first[f]["name"],

@@ -162,8 +162,7 @@ def main():
                 cache[key] = oracle.answer(query)
             except Exception as e:  # jedi's own failure: this symbol has no answer, the others go on
                 print(f"jedi failed: {e!r}", file=sys.stderr)
-                answers.append({"error": repr(e)})
-                continue
+                cache[key] = {"error": repr(e)}
             save(args.cache, cache)
         answers.append(cache[key])
     outlines = {}

@@ -30,24 +30,10 @@ import sqlite3
 import subprocess
 import sys
 
+from server_rows import symbol_row
+
 HERE = os.path.dirname(os.path.abspath(__file__))
-QUERIES = os.path.join(HERE, "..", "..", "examples", "queries.sql")
 LANGUAGES = ("C", "C++", "CUDA")
-
-
-def server_query(name):
-    """The servers' query `name` from examples/queries.sql, as they read it;
-    None where the servers have no such file (they answer the first row)."""
-    if not os.path.exists(QUERIES):
-        return None
-    lines, taking = [], False
-    with open(QUERIES) as f:
-        for line in f.read().split("\n"):
-            if line.startswith("-- name: "):
-                taking = line[len("-- name: "):].strip() == name
-            elif taking and line.strip() and not line.startswith("--"):
-                lines.append(line)
-    return "\n".join(lines).rstrip().rstrip(";")
 
 
 def connect(db):
@@ -194,11 +180,10 @@ def main():
     drawn = random.Random(args.seed).sample(rest, min(args.sample, len(rest)))
 
     con = connect(args.db)
-    symbol_by_fqn = server_query("symbol_by_fqn")
 
     def answered(fqn):
         """The row and oracle answer of what `symbol` answers for the fqn."""
-        answer = con.execute(symbol_by_fqn, (fqn,)).fetchone() if symbol_by_fqn else None
+        answer = symbol_row(con, fqn)
         for row, a in by_fqn[fqn]:
             if answer and (row[4], row[5], row[2]) == (answer[3], answer[4], answer[1]):
                 return row[:6] + (answer[7],) + row[7:], a  # with the docs it answers

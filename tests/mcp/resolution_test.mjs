@@ -149,6 +149,37 @@ test("C++: scopes and their bases, locals, member types, aliases, using, enums, 
     assert.deepEqual(wrong, []);
   }));
 
+test("Python: self. to a base's method, a re-export, a src/ layout, import pkg then pkg.mod.X, import *, " +
+     "a shadowing parameter, @overload", () => indexed("python", {
+    "src/shop/__init__.py": "from .cart import Cart\n",
+    "src/shop/cart.py": "from typing import overload\nclass Base:\n    def helper(self): ...\nclass Cart(Base):\n" +
+      "    def total(self):\n        return self.helper()\n@overload\ndef price(x: int) -> int: ...\n" +
+      "@overload\ndef price(x: str) -> str: ...\ndef price(x):\n    \"\"\"The price.\"\"\"\n    return x\n" +
+      "@overload\ndef size(x: int) -> int: ...\n@overload\ndef size(x: str) -> str: ...\ndef size(x):\n    return x\n",
+    "src/shop/util/__init__.py": "",
+    "src/shop/util/money.py": "class Money: ...\ndef rate(): ...\n",
+    "app/main.py": "import shop.util.money\nfrom shop import Cart\nfrom shop.util.money import *\n" +
+      "def run(Cart):\n    return Cart.total()\nshop.util.money.Money()\nrate()\nCart().total()\n",
+  }, async (call) => {
+    const rows = [
+      ["shop.cart.Base.helper", ["src/shop/cart.py:6"]],                    // self. through the class's bases
+      ["shop.cart.Cart", ["app/main.py:2", "app/main.py:8", "src/shop/__init__.py:1"]],  // not the parameter's use
+      ["shop.cart.Cart.total", ["app/main.py:8"]],
+      ["shop.util.money.Money", ["app/main.py:6"]],                         // import pkg.mod, then pkg.mod.X
+      ["shop.util.money.rate", ["app/main.py:7"]],                          // from m import *
+    ];
+    const wrong = [];
+    for (const [fqn, expected] of rows) {
+      const found = await uses(call, fqn);
+      if (JSON.stringify(found) !== JSON.stringify(expected)) wrong.push({ fqn, found, expected });
+    }
+    assert.deepEqual(wrong, []);
+    // @overload: the implementation, not a stub, documented or not
+    const price = await call("symbol", { fqn: "shop.cart.price" });
+    assert.deepEqual([price.file, price.start_line, price.docstring], ["src/shop/cart.py", 11, "The price."]);
+    assert.equal((await call("symbol", { fqn: "shop.cart.size" })).start_line, 18);
+  }));
+
 test("any language: a unique name is a use only in the file's language and where the file sees it", () =>
   indexed("mixed", {
     "Makefile": "fmt:\n\techo fmt\n",

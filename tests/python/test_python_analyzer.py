@@ -192,11 +192,16 @@ class References(unittest.TestCase):
                         self.assertEqual((line, fqn) in refs, expected, answers[path]["references"])
 
     def test_usage_caller_and_one_entry_per_line(self):
-        source = "def f(): ...\nclass C:\n    def g(self):\n        f(f)\n        return print(f)\n"
+        source = ("def f(): ...\nclass C:\n    def g(self):\n        f(f)\n        return print(f)\n"
+                  "    T = int\n    def h(self, x: T = f()) -> C: ...\nclass D(C): ...\n")
         refs = run({"m.py": source})["m.py"]["references"]
-        self.assertEqual(refs, [
+        self.assertEqual(refs, [  # a head's names are its def's or class's uses, looked up where it stands
             {"fqn": "m.f", "line": 4, "caller": "m.C.g", "caller_kind": "method", "usage": "call"},
             {"fqn": "m.f", "line": 5, "caller": "m.C.g", "caller_kind": "method", "usage": "reference"},
+            {"fqn": "m.f", "line": 7, "caller": "m.C.h", "caller_kind": "method", "usage": "call"},
+            {"fqn": "m.C.T", "line": 7, "caller": "m.C.h", "caller_kind": "method", "usage": "reference"},
+            {"fqn": "m.C", "line": 7, "caller": "m.C.h", "caller_kind": "method", "usage": "reference"},
+            {"fqn": "m.C", "line": 8, "caller": "m.D", "caller_kind": "class", "usage": "reference"},
         ])
         top = run({"a.py": "import b\nb.x\n", "b.py": "x = 1\n"})["a.py"]["references"]
         self.assertEqual([(r["fqn"], r["line"], r["usage"], r["caller"]) for r in top],
@@ -241,7 +246,7 @@ __all__ = ["Cart", "_hidden"]
 LIMIT = 3
 """How many."""
 
-class Cart:
+class Cart(Base, metaclass=Meta):
     """A cart.
 
        Indented."""
@@ -266,7 +271,7 @@ def get(x):
     """Implementation."""
     return x
 
-def _hidden(): ...
+async def _hidden(): ...
 
 def spread(a=(1,
               2)): ...
@@ -281,19 +286,19 @@ class Symbols(unittest.TestCase):
             ("shop.cart", "module", 1, 35, None, "The module.", True),
             ("shop.cart.__all__", "variable", 3, 3, None, None, False),
             ("shop.cart.LIMIT", "constant", 4, 4, None, "How many.", False),
-            ("shop.cart.Cart", "class", 7, 22, None, "A cart.\n\nIndented.", True),
+            ("shop.cart.Cart", "class", 7, 22, "class Cart(Base, metaclass=Meta)", "A cart.\n\nIndented.", True),
             ("shop.cart.Cart.size", "variable", 11, 11, None, None, True),
-            ("shop.cart.Cart.__init__", "method", 12, 12, "(self)", None, True),
-            ("shop.cart.Cart.total", "method", 14, 16, "(self) -> float", None, True),
-            ("shop.cart.Cart.total", "method", 18, 19, "(self, v)", None, True),
+            ("shop.cart.Cart.__init__", "method", 12, 12, "def __init__(self)", None, True),
+            ("shop.cart.Cart.total", "method", 14, 16, "def total(self) -> float", None, True),
+            ("shop.cart.Cart.total", "method", 18, 19, "def total(self, v)", None, True),
             ("shop.cart.Cart._private", "method", 21, 22,
-             "(self, a: int = 1, /, *args, b: \"str\" = 'x', **kw) -> None", None, False),
-            ("shop.cart.Cart._private.inner", "function", 22, 22, "()", None, False),
-            ("shop.cart.get", "function", 24, 25, "(x: int) -> int", None, False),
-            ("shop.cart.get", "function", 26, 27, "(x: str) -> str", None, False),
-            ("shop.cart.get", "function", 28, 30, "(x)", "Implementation.", False),
-            ("shop.cart._hidden", "function", 32, 32, "()", None, True),
-            ("shop.cart.spread", "function", 34, 35, "(a=(1, 2))", None, False),
+             "def _private(self, a: int = 1, /, *args, b: \"str\" = 'x', **kw) -> None", None, False),
+            ("shop.cart.Cart._private.inner", "function", 22, 22, "def inner()", None, False),
+            ("shop.cart.get", "function", 24, 25, "def get(x: int) -> int", None, False),
+            ("shop.cart.get", "function", 26, 27, "def get(x: str) -> str", None, False),
+            ("shop.cart.get", "function", 28, 30, "def get(x)", "Implementation.", False),
+            ("shop.cart._hidden", "function", 32, 32, "async def _hidden()", None, True),
+            ("shop.cart.spread", "function", 34, 35, "def spread(a=(1, 2))", None, False),
         ])
 
 

@@ -33,7 +33,8 @@ implementation, a property's getter and setter each; names assigned at module
 or class level (variable, or constant when UPPER_CASE), annotated ones
 without a value included. Lines span the decorators. fqn: module, then the
 enclosing classes and defs (pkg.mod.Cart.total, pkg.mod.outer.inner).
-signature: "(params) -> ret" for defs, as ast.unparse writes them. doc: the
+signature: the head as the source writes it, on one line: "def name(params)
+-> ret" ("async def" too), "class Name(bases)" (ctags's form). doc: the
 docstring, or for an assignment the string statement just after it, through
 inspect.cleandoc. export: no part of the name is private (one leading
 underscore, dunders are public) and no def encloses it; at module level a
@@ -63,7 +64,9 @@ binds to a definition of the tree:
 - usage: "import" in import statements, "call" when the name is called,
   "reference" otherwise (annotations, string annotations included,
   decorators, base classes, values). caller: the innermost enclosing def or
-  class. One entry per (fqn, line); a definition's own name is no use.
+  class; for a def's or class's head (defaults, annotations, bases), which
+  is looked up where it stands, the def or class itself. One entry per
+  (fqn, line); a definition's own name is no use.
 Builtins and names the tree does not define are never references.
 """
 
@@ -114,7 +117,7 @@ class Scope:
     __slots__ = ("kind", "qual", "parent", "names", "declared", "caller", "cls", "stars")
 
     def __init__(self, kind, qual, parent, caller):
-        self.kind = kind  # module, class, function, lambda, comprehension
+        self.kind = kind  # module, class, function, lambda, comprehension, header (of a def or class)
         self.qual = qual
         self.parent = parent
         self.names = {}
@@ -172,7 +175,7 @@ class Source:
             s = scopes[scope]
             if (first or s.kind != "class") and name in s.names:
                 return scope
-            first = False
+            first = s.kind == "header"  # a head sees the class body it stands in
             scope = s.parent
         return -1 if scopes[0].stars else None
 
@@ -424,9 +427,10 @@ class Summarizer:
         self.scopes[0].names.setdefault(name, []).append(binding)
 
     def level_scope(self):
-        """The scope a walrus binds in: the nearest that is no comprehension."""
+        """The scope a walrus binds in: the nearest that is no comprehension
+        or head."""
         scope = self.scope
-        while self.scopes[scope].kind == "comprehension":
+        while self.scopes[scope].kind in ("comprehension", "header"):
             scope = self.scopes[scope].parent
         return scope
 
@@ -468,14 +472,15 @@ class Summarizer:
     def s_def(self, node):
         for d in node.decorator_list:
             self.expr(d)
-        self.defaults(node.args)
-        self.annotations(node.args, node.returns)
         outer = self.scopes[self.scope]
         in_class = outer.kind == "class"
         kind = "method" if in_class else "function"
         qual = self.child_qual(node.name)
+        self.header(qual, kind, lambda: (self.defaults(node.args), self.annotations(node.args, node.returns)))
         start = node.decorator_list[0].lineno if node.decorator_list else node.lineno
-        self.symbol(qual, node.name, kind, start, node.end_lineno, self.signature(node), ast.get_docstring(node))
+        keyword = "async def " if isinstance(node, ast.AsyncFunctionDef) else "def "
+        signature = keyword + node.name + self.signature(node)
+        self.symbol(qual, node.name, kind, start, node.end_lineno, signature, ast.get_docstring(node))
         flags = decorator_flags(node.decorator_list)
         cond = self.cond > 0 or "setter" in flags
         binding = Binding(DEF, node.body[0].lineno, cond, qual, annot=type_chain_of(node.returns), flags=flags)
@@ -488,6 +493,16 @@ class Summarizer:
         returned = self.returns.pop()
         if returned:
             binding.value = (scope, tuple(returned))
+
+    def header(self, qual, kind, walk):
+        """The names a def's or class's head uses (defaults, annotations,
+        bases): looked up where the head stands, their caller the def or
+        class itself."""
+        scope = self.push("header", self.scopes[self.scope].qual, (qual, kind, False))
+        saved = self.scope
+        self.scope = scope
+        walk()
+        self.scope = saved
 
     def s_return(self, node):
         if node.value is not None:
@@ -505,12 +520,16 @@ class Summarizer:
     def s_class(self, node):
         for d in node.decorator_list:
             self.expr(d)
-        bases = tuple(c for c in map(self.value, node.bases) if c is not None)
-        for k in node.keywords:
-            self.expr(k.value)
         qual = self.child_qual(node.name)
+        bases = []
+        self.header(qual, "class", lambda: (bases.extend(c for c in map(self.value, node.bases) if c is not None),
+                                            [self.expr(k.value) for k in node.keywords]))
+        bases = tuple(bases)
+        heads = [self.segment(b) for b in node.bases] + [f"{k.arg}={self.segment(k.value)}" if k.arg else
+                                                         "**" + self.segment(k.value) for k in node.keywords]
+        signature = f"class {node.name}({', '.join(heads)})" if heads else "class " + node.name
         start = node.decorator_list[0].lineno if node.decorator_list else node.lineno
-        entry = self.symbol(qual, node.name, "class", start, node.end_lineno, None, ast.get_docstring(node))
+        entry = self.symbol(qual, node.name, "class", start, node.end_lineno, signature, ast.get_docstring(node))
         scope = self.push("class", qual, (qual, "class", entry[7]))
         self.scopes[scope].cls = ClassInfo(scope, self.scope, qual, bases, node.lineno)
         self.bind(node.name, Binding(CLASS, node.body[0].lineno, self.cond > 0, qual, value=scope))
