@@ -32,7 +32,8 @@ import subprocess
 import sys
 import time
 
-from score_cpp import connect, server_query
+from score_cpp import connect
+from server_rows import symbol_row
 
 
 def index_rows(db):
@@ -187,14 +188,13 @@ def main():
 
     # The row `symbol` answers is right when it is one of the definitions
     # the oracle knows for the fqn (some configuration builds its file).
-    symbol_by_fqn = server_query("symbol_by_fqn")
     right = with_doc = docs_right = known = both = 0
     for fqn in dict.fromkeys(s["fqn"] for s in sample):
         defined = {(d["file"], d["line"]): oracle.answer(d) for d in by_fqn[fqn] if oracle.answer(d)["definition"]}
         if not defined:
             continue
         known += 1
-        row = con.execute(symbol_by_fqn, (fqn,)).fetchone()
+        row = symbol_row(con, fqn)
         a = defined.get((row[3], row[4]))
         if not a:
             misses.append({"group": "symbol", "fqn": fqn, "file": row[3], "line": row[4], "oracle": sorted(defined)})

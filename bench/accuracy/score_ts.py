@@ -27,7 +27,8 @@ import subprocess
 import sys
 from collections import Counter
 
-from score_cpp import connect, scorer_arguments, server_query
+from score_cpp import connect, scorer_arguments
+from server_rows import symbol_row
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LANGUAGE = "TypeScript"  # the analyzer's language: every JavaScript and TypeScript file
@@ -118,10 +119,9 @@ def main():
 
     # The row `symbol` answers for each sampled fqn, and the oracle's query at
     # each row of it, the answered row's first.
-    symbol_by_fqn = server_query("symbol_by_fqn")
     answered, queries = [], []
     for fqn in sample:
-        got = con.execute(symbol_by_fqn, (fqn,)).fetchone()
+        got = symbol_row(con, fqn)
         row = next(r for r in by_fqn[fqn] if (r["file"], r["line"], r["name"]) == (got[3], got[4], got[1]))
         answered.append(row)
         queries.append([located(r, lines_of) for r in [row] + [r for r in by_fqn[fqn] if r is not row]])
