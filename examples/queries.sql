@@ -52,14 +52,19 @@ SELECT count(*) FROM files WHERE path = ?1;
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
 
+-- Search ranks exact names first, then names that begin with the query,
+-- then the rest; within each, the most used symbols (the references to
+-- their fqn) first, then by fqn and id, so that pages are stable.
 -- Search by a scan of every symbol, for queries too short to have a
--- trigram: ?1 a LIKE pattern, ?2 the query, ?3 and ?4 the limit and offset.
+-- trigram: ?1 a LIKE pattern, ?2 the query, ?3 a LIKE pattern of names
+-- that begin with it, ?4 and ?5 the limit and offset.
 -- name: scan_count
 SELECT count(*) FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\';
 -- name: scan_page
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\'
-ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4;
+ORDER BY ifnull(name = ?2 COLLATE NOCASE, 0) DESC, ifnull(name LIKE ?3 ESCAPE '\', 0) DESC, uses DESC, fqn, id
+LIMIT ?4 OFFSET ?5;
 -- The same for a query that holds a NUL, which LIKE and FTS5 read a
 -- pattern up to: ?1 the query with ASCII letters in lower case, found whole
 -- by instr in the fqn and name in lower case, as LIKE compares.
@@ -68,22 +73,76 @@ SELECT count(*) FROM symbols WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?
 -- name: scan_nul_page
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1)
-ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4;
+ORDER BY ifnull(name = ?2 COLLATE NOCASE, 0) DESC, ifnull(instr(lower(name), ?1) = 1, 0) DESC, uses DESC, fqn, id
+LIMIT ?3 OFFSET ?4;
+-- The empty query matches every symbol and begins every name: the named
+-- ones by a walk of the ranking's index, then those without a name.
+-- name: symbols_count
+SELECT count(*) FROM symbols;
+-- name: named_count
+SELECT count(*) FROM symbols WHERE name IS NOT NULL;
+-- name: ranked_named_page
+SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
+FROM symbols INDEXED BY symbols_by_uses WHERE name IS NOT NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
+-- name: ranked_unnamed_page
+SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
+FROM symbols WHERE name IS NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
 
 -- Search through the trigram index: ?1 an FTS5 phrase of the query in
--- lower case. Every matching id, and so the count.
+-- lower case (or of it and of its dotted form, for a C++ name). Every
+-- matching id, and so the count.
 -- name: trigram_matches
 SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid;
+-- The symbols named ?1, then those whose name begins with it (?1 up to ?2,
+-- the query followed by the highest code point), each in rank order.
 -- name: named_exactly
-SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn;
--- name: unnamed
-SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn;
+SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn, id;
+-- name: named_with_prefix
+SELECT id FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE ORDER BY uses DESC, fqn, id;
 -- name: last_symbol_id
 SELECT max(id) FROM symbols;
--- name: ids_by_fqn
-SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn;
--- name: fqn_of_id
-SELECT fqn FROM symbols WHERE id = ?1;
+-- name: ids_by_rank
+SELECT id FROM symbols INDEXED BY symbols_by_uses ORDER BY uses DESC, fqn, id;
+-- name: rank_of_id
+SELECT uses, fqn FROM symbols WHERE id = ?1;
+
+-- A name as users write it: ?1 its last part, ?2 the whole in dotted form.
+-- The symbol whose fqn, read dotted ("::" and "/" as "."), is it or ends
+-- with it after a dot (a module path without its src/ folder, a C++ name
+-- written with dots), the shortest first.
+-- name: fqn_ending_with
+SELECT fqn FROM symbols
+WHERE name = ?1 COLLATE NOCASE AND name = ?1
+  AND (replace(replace(fqn, '::', '.'), '/', '.') = ?2
+       OR (length(fqn) > length(?2)
+           AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
+ORDER BY length(fqn), fqn LIMIT 1;
+-- Names close to a missed one, for the model to retry with: the symbols
+-- named ?1 in any case, and the names that share the most trigrams with it
+-- (?1, an FTS5 query of its trigrams), at most ?2 each.
+-- name: named_alike
+SELECT fqn, name FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn LIMIT ?2;
+-- name: names_sharing_trigrams
+SELECT s.fqn, s.name FROM symbols AS s
+JOIN (SELECT rowid AS id FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rank, rowid LIMIT ?2) AS hit
+  ON s.id = hit.id
+ORDER BY s.id;
+-- The files whose path ends with ?1 after a slash (a path without its
+-- src/ folder), the shortest first.
+-- name: file_ending_with
+SELECT path FROM files WHERE substr(path, -length(?1) - 1) = '/' || ?1 ORDER BY length(path), path LIMIT 1;
+-- The file of a module named as users write it: ?1 and ?2 as for
+-- fqn_ending_with.
+-- name: module_file
+SELECT file_path FROM symbols
+WHERE name = ?1 COLLATE NOCASE AND name = ?1 AND kind IN ('module', 'package', 'file') AND file_path IS NOT NULL
+  AND (replace(replace(fqn, '::', '.'), '/', '.') = ?2
+       OR (length(fqn) > length(?2)
+           AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
+ORDER BY length(fqn), fqn LIMIT 1;
+-- Paths close to a missed one: those that hold its last part, at most ?2.
+-- name: files_alike
+SELECT path FROM files WHERE path LIKE ?1 ESCAPE '\' ORDER BY length(path), path LIMIT ?2;
 
 -- name: references_count
 SELECT count(*) FROM symbol_refs WHERE symbol_fqn = ?1;
@@ -93,6 +152,12 @@ ORDER BY file_path, line LIMIT ?2 OFFSET ?3;
 
 -- name: components
 SELECT name, layer, path_pattern, file_count, symbol_count FROM components ORDER BY name;
+
+-- What the last run could not index, or not whole, in the order it met it.
+-- name: problems_count
+SELECT count(*) FROM index_problems;
+-- name: problems_page
+SELECT path, problem FROM index_problems ORDER BY id LIMIT ?1 OFFSET ?2;
 
 -- name: wiki_state
 SELECT built, branch, enabled, configured, total_sources, last_built, model,

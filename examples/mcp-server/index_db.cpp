@@ -8,7 +8,9 @@
 #include <cctype>
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
 
+#include "lookup_names.hpp"
 #include "queries.hpp"
 #include "statement.hpp"
 
@@ -67,6 +69,15 @@ std::string contains_pattern(std::string_view text) {
   return pattern;
 }
 
+// The first `n` code points of `text`.
+std::string_view first_chars(std::string_view text, std::size_t n) {
+  std::size_t i = 0;
+  for (; i < text.size(); ++i) {
+    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && n-- == 0) break;
+  }
+  return text.substr(0, i);
+}
+
 std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
 
 bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
@@ -75,12 +86,30 @@ bool holds_nul(std::string_view text) { return text.find('\0') != std::string_vi
 // and for those that hold a NUL, which LIKE and FTS5 read a pattern up to.
 // instr takes such a query whole, compared in lower case as LIKE compares.
 Page<SymbolRow> scan_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  Page<SymbolRow> page;
+  if (text.empty()) {
+    page.total = count_of(Statement(db, query("symbols_count")));
+    const std::int64_t named = count_of(Statement(db, query("named_count")));
+    Statement s(db, query("ranked_named_page"));
+    s.bind(1, limit).bind(2, offset);
+    while (s.step()) page.rows.push_back(symbol_row(s));
+    const auto more = limit - static_cast<std::int64_t>(page.rows.size());
+    if (more > 0) {
+      s = Statement(db, query("ranked_unnamed_page"));
+      s.bind(1, more).bind(2, std::max<std::int64_t>(offset - named, 0));
+      while (s.step()) page.rows.push_back(symbol_row(s));
+    }
+    return page;
+  }
   const bool nul = holds_nul(text);
   const std::string pattern = nul ? ascii_lower(text) : contains_pattern(text);
-  Page<SymbolRow> page;
   page.total = count_of(std::move(Statement(db, query(nul ? "scan_nul_count" : "scan_count")).bind(1, pattern)));
   Statement s(db, query(nul ? "scan_nul_page" : "scan_page"));
-  s.bind(1, pattern).bind(2, text).bind(3, limit).bind(4, offset);
+  if (nul) {
+    s.bind(1, pattern).bind(2, text).bind(3, limit).bind(4, offset);
+  } else {
+    s.bind(1, pattern).bind(2, text).bind(3, pattern.substr(1)).bind(4, limit).bind(5, offset);
+  }
   while (s.step()) page.rows.push_back(symbol_row(s));
   return page;
 }
@@ -96,50 +125,55 @@ bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
   return std::binary_search(sorted.begin(), sorted.end(), id);
 }
 
-// The first `n` ids in fqn order of which `wanted` holds, of the `total`
-// that it holds for. Where they are dense, walking the fqn index finds them
-// sooner than reading and sorting the fqn of every one.
+// The first `n` ids in rank order (uses, most first, then fqn and id) of
+// which `wanted` holds, of the `total` that it holds for. Where they are
+// dense, walking the rank's index finds them sooner than reading and
+// sorting the rank of every one.
 template <class Wanted>
-std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
-                                       std::int64_t total, std::int64_t n) {
+std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
+                                        std::int64_t total, std::int64_t n) {
   std::vector<std::int64_t> ids;
   const double symbols = static_cast<double>(count_of(Statement(db, query("last_symbol_id"))));
   if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
-    Statement walk(db, query("ids_by_fqn"));
+    Statement walk(db, query("ids_by_rank"));
     while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
       if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
     }
     return ids;
   }
-  std::vector<std::pair<std::string, std::int64_t>> keyed;
-  Statement fqn(db, query("fqn_of_id"));
+  std::vector<std::tuple<std::int64_t, std::string, std::int64_t>> keyed;
+  Statement rank(db, query("rank_of_id"));
   for (const std::int64_t id : candidates) {
-    if (wanted(id) && fqn.reset().bind(1, id).step()) keyed.emplace_back(fqn.text(0), id);
+    if (wanted(id) && rank.reset().bind(1, id).step()) keyed.emplace_back(-rank.integer(0), rank.text(1), id);
   }
   const auto end = keyed.begin() + std::min(n, static_cast<std::int64_t>(keyed.size()));
   std::partial_sort(keyed.begin(), end, keyed.end());
-  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(it->second);
+  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(std::get<2>(*it));
   return ids;
 }
 
+// The highest code point: a name that begins with a prefix sorts below the
+// prefix followed by it.
+constexpr std::string_view kLastChar = "\xF4\x8F\xBF\xBF";
+
 // Search through the trigram index, read once: it gives every matching id,
-// and so the count. The answer's order (exact names first, then by fqn) is
-// read as three groups, each in fqn order: the symbols named `query`, the
-// other matches, and those without a name (after the others, as NULL sorts
-// last in the descending order). Only the page's rows are read whole.
+// and so the count. The answer's order is read as three groups, each in
+// rank order: the symbols named `query`, those whose name begins with it,
+// and the other matches. Only the page's rows are read whole.
 Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
-  const std::vector<std::int64_t> matches =
-      ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, fts_phrase(text))));
+  // A C++ name matches as written and as the dotted fqn of other languages.
+  const std::string match = text.find("::") == std::string_view::npos
+                                ? fts_phrase(text)
+                                : fts_phrase(text) + " OR " + fts_phrase(dotted(text));
+  const std::vector<std::int64_t> matches = ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, match)));
   page.total = static_cast<std::int64_t>(matches.size());
-  // A name equal to the query holds it: each is a match.
+  // A name equal to the query, or beginning with it, holds it: each is a match.
   const std::vector<std::int64_t> exact = ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text)));
-  std::vector<std::int64_t> unnamed;
-  for (const std::int64_t id : ids_of(Statement(db, query("unnamed")))) {
-    if (holds(matches, id)) unnamed.push_back(id);
-  }
+  const std::vector<std::int64_t> prefixed = ids_of(std::move(
+      Statement(db, query("named_with_prefix")).bind(1, text).bind(2, std::string(text) + std::string(kLastChar))));
   std::vector<std::int64_t> grouped = exact;
-  grouped.insert(grouped.end(), unnamed.begin(), unnamed.end());
+  grouped.insert(grouped.end(), prefixed.begin(), prefixed.end());
   std::sort(grouped.begin(), grouped.end());
   const auto other = [&](std::int64_t id) { return holds(matches, id) && !holds(grouped, id); };
 
@@ -156,15 +190,11 @@ Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t 
     }
   };
   take(exact);
+  take(prefixed);
   const std::int64_t others = page.total - static_cast<std::int64_t>(grouped.size());
-  if (static_cast<std::int64_t>(ids.size()) < limit) {
-    if (skip >= others) {
-      skip -= others;
-    } else {
-      take(first_by_fqn(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
-    }
+  if (static_cast<std::int64_t>(ids.size()) < limit && skip < others) {
+    take(first_by_rank(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
   }
-  take(unnamed);
   Statement row(db, query("symbol_by_id"));
   for (const std::int64_t id : ids) {
     if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
@@ -295,10 +325,59 @@ std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {
   return symbol_row(s);
 }
 
+std::optional<std::string> IndexDb::resolved_fqn(std::string_view name) const {
+  const std::string whole = dotted(name);
+  Statement s(db_.get(), query("fqn_ending_with"));
+  s.bind(1, last_part(whole)).bind(2, whole);
+  if (!s.step()) return std::nullopt;
+  return s.text(0);
+}
+
+std::vector<std::string> IndexDb::close_names(std::string_view name) const {
+  constexpr std::int64_t kAlike = 20;
+  constexpr std::int64_t kSharing = 100;
+  const std::string whole = dotted(name);
+  const std::string_view last = last_part(whole);
+  std::vector<Candidate> candidates;
+  Statement alike(db_.get(), query("named_alike"));
+  alike.bind(1, last).bind(2, kAlike);
+  while (alike.step()) candidates.push_back({alike.text(0), alike.optional_text(1).value_or("")});
+  if (const std::string trigrams = trigram_query(last); !trigrams.empty()) {
+    Statement sharing(db_.get(), query("names_sharing_trigrams"));
+    sharing.bind(1, trigrams).bind(2, kSharing);
+    while (sharing.step()) candidates.push_back({sharing.text(0), sharing.optional_text(1).value_or("")});
+  }
+  return closest(last, whole, std::move(candidates));
+}
+
 bool IndexDb::has_file(std::string_view path) const {
   Statement s(db_.get(), query("file_indexed"));
   s.bind(1, path);
   return s.step() && s.integer(0) > 0;
+}
+
+std::optional<std::string> IndexDb::resolved_file(std::string_view text) const {
+  Statement by_path(db_.get(), query("file_ending_with"));
+  by_path.bind(1, text);
+  if (by_path.step()) return by_path.text(0);
+  const std::string whole = dotted(text);
+  Statement by_module(db_.get(), query("module_file"));
+  by_module.bind(1, last_part(whole)).bind(2, whole);
+  if (by_module.step()) return by_module.text(0);
+  return std::nullopt;
+}
+
+std::vector<std::string> IndexDb::close_files(std::string_view text) const {
+  constexpr std::int64_t kAlike = 200;
+  const std::string stem = file_stem(text);
+  if (stem.empty()) return {};
+  // Paths that hold the stem's first three characters: a typo after them
+  // is still found.
+  Statement s(db_.get(), query("files_alike"));
+  s.bind(1, contains_pattern(first_chars(stem, 3))).bind(2, kAlike);
+  std::vector<Candidate> candidates;
+  while (s.step()) candidates.push_back({s.text(0), file_stem(s.text(0))});
+  return closest(stem, dotted(text), std::move(candidates));
 }
 
 std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {
@@ -338,6 +417,15 @@ std::vector<mr::ComponentInfo> IndexDb::components() const {
                     .symbol_count = s.optional_integer(4)});
   }
   return rows;
+}
+
+Page<std::pair<std::string, std::string>> IndexDb::problems(std::int64_t offset, std::int64_t limit) const {
+  Page<std::pair<std::string, std::string>> page;
+  page.total = count_of(Statement(db_.get(), query("problems_count")));
+  Statement s(db_.get(), query("problems_page"));
+  s.bind(1, limit).bind(2, offset);
+  while (s.step()) page.rows.emplace_back(s.text(0), s.text(1));
+  return page;
 }
 
 std::optional<WikiState> IndexDb::wiki_state() const {

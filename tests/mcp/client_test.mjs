@@ -15,7 +15,7 @@ import { connect, McpError, text } from "./client.mjs";
 const [server, db, root] = process.argv.slice(2);
 const here = (path) => new URL(path, import.meta.url).pathname;
 const golden = readFileSync(here("golden.jsonl"), "utf8").trim().split("\n").map((line) => JSON.parse(line));
-const tools = ["status", "search", "symbol", "file", "references", "architecture", "wiki"];
+const tools = ["status", "search", "symbol", "file", "references", "architecture", "problems", "wiki"];
 
 async function session(args, body) {
   const client = await connect(server, args);

@@ -12,7 +12,12 @@ from typing import NamedTuple, Optional
 
 from kestrune_mcp_responses import ComponentInfo, Reference, Symbol
 
+from .lookup_names import closest, dotted, file_stem, last_part, trigram_query
+
 _BUSY_SECONDS = 2.0
+# The highest code point: a name that begins with a prefix sorts below the
+# prefix followed by it.
+_LAST_CHAR = "\U0010ffff"
 
 
 def _read_queries(path):
@@ -253,8 +258,9 @@ class IndexDb:
         )
 
     def search(self, query, offset, limit):
-        """Symbols whose fqn or name contains `query` (any case), exact names
-        first, then by fqn."""
+        """Symbols whose fqn or name contains `query` (any case; one with "::"
+        also in its dotted form): exact names first, then names that begin
+        with it, then the rest, each by uses (most first), fqn and id."""
         # Below three characters a query has no trigram.
         if len(query) < 3 or "\0" in query:
             return self._scan_search(query, offset, limit)
@@ -264,22 +270,35 @@ class IndexDb:
         # Search by scanning every symbol: for queries too short to have a
         # trigram, and for those that hold a NUL, which LIKE and FTS5 read a
         # pattern up to. instr takes such a query whole, compared in lower
-        # case as LIKE compares.
+        # case as LIKE compares. The empty query matches every symbol and
+        # begins every name: the named ones by a walk of the ranking's index,
+        # then those without a name.
+        if not query:
+            total = self._count("symbols_count")
+            named = self._count("named_count")
+            rows = self._all("ranked_named_page", (limit, offset))
+            if limit - len(rows) > 0:
+                rows += self._all("ranked_unnamed_page", (limit - len(rows), max(offset - named, 0)))
+            return Page([_symbol_row(r) for r in rows], total)
         nul = "\0" in query
         pattern = _ascii_lower(query) if nul else _contains_pattern(query)
         total = self._count("scan_nul_count" if nul else "scan_count", (pattern,))
-        rows = self._all("scan_nul_page" if nul else "scan_page", (pattern, query, limit, offset))
+        if nul:
+            rows = self._all("scan_nul_page", (pattern, query, limit, offset))
+        else:
+            rows = self._all("scan_page", (pattern, query, pattern[1:], limit, offset))
         return Page([_symbol_row(r) for r in rows], total)
 
-    def _first_by_fqn(self, candidates, wanted, total, n):
-        """The first `n` ids in fqn order of which `wanted` holds, of the
-        `total` that it holds for. Where they are dense, walking the fqn index
-        finds them sooner than reading and sorting the fqn of every one."""
+    def _first_by_rank(self, candidates, wanted, total, n):
+        """The first `n` ids in rank order (uses, most first, then fqn and id)
+        of which `wanted` holds, of the `total` that it holds for. Where they
+        are dense, walking the rank's index finds them sooner than reading
+        and sorting the rank of every one."""
         ids = []
         symbols = float(self._count("last_symbol_id"))
         if float(n) * symbols < 4.0 * float(total) * float(total):
             try:
-                walk = self._db.execute(_QUERIES["ids_by_fqn"])
+                walk = self._db.execute(_QUERIES["ids_by_rank"])
                 for (symbol_id,) in walk:
                     if len(ids) >= n:
                         break
@@ -292,30 +311,33 @@ class IndexDb:
         keyed = []
         for symbol_id in candidates:
             if wanted(symbol_id):
-                row = self._one("fqn_of_id", (symbol_id,))
+                row = self._one("rank_of_id", (symbol_id,))
                 if row is not None:
-                    keyed.append((_text(row[0]), symbol_id))
+                    keyed.append((-row[0], _text(row[1]), symbol_id))
         keyed.sort()
-        return [symbol_id for _, symbol_id in keyed[: max(n, 0)]]
+        return [symbol_id for *_, symbol_id in keyed[: max(n, 0)]]
 
     def _trigram_search(self, query, offset, limit):
         # Search through the trigram index, read once: it gives every matching
-        # id, and so the count. The answer's order (exact names first, then by
-        # fqn) is read as three groups, each in fqn order: the symbols named
-        # `query`, the other matches, and those without a name (after the
-        # others, as NULL sorts last in the descending order). Only the page's
-        # rows are read whole.
-        matches = self._ids("trigram_matches", (_fts_phrase(query),))
+        # id, and so the count. The answer's order is read as three groups,
+        # each in rank order: the symbols named `query`, those whose name
+        # begins with it, and the other matches. Only the page's rows are
+        # read whole.
+        # A C++ name matches as written and as the dotted fqn of other languages.
+        match = _fts_phrase(query)
+        if "::" in query:
+            match += " OR " + _fts_phrase(dotted(query))
+        matches = self._ids("trigram_matches", (match,))
         total = len(matches)
 
         def holds(sorted_ids, symbol_id):
             at = bisect.bisect_left(sorted_ids, symbol_id)
             return at < len(sorted_ids) and sorted_ids[at] == symbol_id
 
-        # A name equal to the query holds it: each is a match.
+        # A name equal to the query, or beginning with it, holds it: each is a match.
         exact = self._ids("named_exactly", (query,))
-        unnamed = [i for i in self._ids("unnamed") if holds(matches, i)]
-        grouped = sorted(exact + unnamed)
+        prefixed = self._ids("named_with_prefix", (query, query + _LAST_CHAR))
+        grouped = sorted(exact + prefixed)
 
         ids = []
         skip = offset
@@ -331,14 +353,11 @@ class IndexDb:
                     ids.append(symbol_id)
 
         take(exact)
+        take(prefixed)
         others = total - len(grouped)
-        if len(ids) < limit:
-            if skip >= others:
-                skip -= others
-            else:
-                wanted = lambda i: holds(matches, i) and not holds(grouped, i)  # noqa: E731
-                take(self._first_by_fqn(matches, wanted, others, skip + limit - len(ids)))
-        take(unnamed)
+        if len(ids) < limit and skip < others:
+            wanted = lambda i: holds(matches, i) and not holds(grouped, i)  # noqa: E731
+            take(self._first_by_rank(matches, wanted, others, skip + limit - len(ids)))
         rows = []
         for symbol_id in ids:
             row = self._one("symbol_by_id", (symbol_id,))
@@ -349,6 +368,52 @@ class IndexDb:
     def symbol(self, fqn):
         row = self._one("symbol_by_fqn", (fqn,))
         return None if row is None else _symbol_row(row)
+
+    def resolved_fqn(self, name):
+        """The fqn that `name`, written as users write it ("::", "/" or "."
+        between parts, a module path without its first folders), stands
+        for: the shortest fqn that is its dotted form or ends with it after a
+        dot. None when none does."""
+        whole = dotted(name)
+        row = self._one("fqn_ending_with", (last_part(whole), whole))
+        return None if row is None else _text(row[0])
+
+    def close_names(self, name):
+        """Up to five fqns close to the missed `name`, closest first."""
+        whole = dotted(name)
+        last = last_part(whole)
+        candidates = [(_text(fqn), _text(n)) for fqn, n in self._all("named_alike", (last, 20))]
+        trigrams = trigram_query(last)
+        if trigrams:
+            candidates += [(_text(fqn), _text(n)) for fqn, n in self._all("names_sharing_trigrams", (trigrams, 100))]
+        return closest(last, whole, candidates)
+
+    def resolved_file(self, text):
+        """The indexed path that `text` stands for: the shortest that ends
+        with it after a slash, else the file of the module it names."""
+        row = self._one("file_ending_with", (text,))
+        if row is not None:
+            return _text(row[0])
+        whole = dotted(text)
+        row = self._one("module_file", (last_part(whole), whole))
+        return None if row is None else _text(row[0])
+
+    def close_files(self, text):
+        """Up to five indexed paths close to the missed `text`."""
+        stem = file_stem(text)
+        if not stem:
+            return []
+        # Paths that hold the stem's first three characters: a typo after
+        # them is still found.
+        paths = [_text(r[0]) for r in self._all("files_alike", (_contains_pattern(stem[:3]), 200))]
+        return closest(stem, dotted(text), [(p, file_stem(p)) for p in paths])
+
+    def problems(self, offset, limit):
+        """What the last run could not index, or not whole: a path (or
+        program) and what was wrong, in the order the run met them."""
+        total = self._count("problems_count")
+        rows = [(_text(path), _text(problem)) for path, problem in self._all("problems_page", (limit, offset))]
+        return Page(rows, total)
 
     def _writer_active(self):
         # The indexer's lock (see examples/indexer/writer_lock.hpp): an
