@@ -55,19 +55,19 @@ FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
 -- Search ranks exact names first, then names that begin with the query,
 -- then the rest; within each, the most used symbols (the references to
 -- their fqn) first, then by fqn and id, so that pages are stable.
--- Search by a scan of every symbol, for queries too short to have a
--- trigram: ?1 a LIKE pattern, ?2 the query, ?3 a LIKE pattern of names
--- that begin with it, ?4 and ?5 the limit and offset.
--- name: scan_count
-SELECT count(*) FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\';
--- name: scan_page
-SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\'
-ORDER BY ifnull(name = ?2 COLLATE NOCASE, 0) DESC, ifnull(name LIKE ?3 ESCAPE '\', 0) DESC, uses DESC, fqn, id
-LIMIT ?4 OFFSET ?5;
--- The same for a query that holds a NUL, which LIKE and FTS5 read a
--- pattern up to: ?1 the query with ASCII letters in lower case, found whole
--- by instr in the fqn and name in lower case, as LIKE compares.
+-- A query of one or two characters is in nearly every fqn: it finds the
+-- names that are it or begin with it, from the name index: ?1 the query,
+-- ?2 the query followed by the highest code point, ?3 and ?4 the limit and
+-- offset.
+-- name: short_count
+SELECT count(*) FROM symbols WHERE name >= ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE;
+-- name: short_page
+SELECT id FROM symbols WHERE name >= ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE
+ORDER BY ifnull(name = ?1 COLLATE NOCASE, 0) DESC, uses DESC, fqn, id LIMIT ?3 OFFSET ?4;
+-- A query that holds a NUL, which LIKE and FTS5 read a pattern up to, is
+-- found by a scan: ?1 the query with ASCII letters in lower case, found
+-- whole by instr in the fqn and name in lower case, as LIKE compares; ?2
+-- the query; ?3 and ?4 the limit and offset.
 -- name: scan_nul_count
 SELECT count(*) FROM symbols WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1);
 -- name: scan_nul_page
@@ -79,8 +79,8 @@ LIMIT ?3 OFFSET ?4;
 -- ones by a walk of the ranking's index, then those without a name.
 -- name: symbols_count
 SELECT count(*) FROM symbols;
--- name: named_count
-SELECT count(*) FROM symbols WHERE name IS NOT NULL;
+-- name: unnamed_count
+SELECT count(*) FROM symbols WHERE name IS NULL;
 -- name: ranked_named_page
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols INDEXED BY symbols_by_uses WHERE name IS NOT NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
@@ -93,18 +93,26 @@ FROM symbols WHERE name IS NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
 -- matching id, and so the count.
 -- name: trigram_matches
 SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid;
--- The symbols named ?1, then those whose name begins with it (?1 up to ?2,
--- the query followed by the highest code point), each in rank order.
+-- The symbols named ?1, and those whose name begins with it (after ?1 up
+-- to ?2, the query followed by the highest code point): their count, and a
+-- page of each in rank order (?3 the limit, ?4 the offset).
+-- name: named_exactly_count
+SELECT count(*) FROM symbols WHERE name = ?1 COLLATE NOCASE;
 -- name: named_exactly
-SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn, id;
+SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn, id LIMIT ?2 OFFSET ?3;
+-- name: named_with_prefix_count
+SELECT count(*) FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE;
 -- name: named_with_prefix
-SELECT id FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE ORDER BY uses DESC, fqn, id;
+SELECT id FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE
+ORDER BY uses DESC, fqn, id LIMIT ?3 OFFSET ?4;
+-- The other matches in rank order: a walk of the ranking's index, or the
+-- rank of one match, each with its name, which tells the groups apart.
 -- name: last_symbol_id
 SELECT max(id) FROM symbols;
 -- name: ids_by_rank
-SELECT id FROM symbols INDEXED BY symbols_by_uses ORDER BY uses DESC, fqn, id;
+SELECT id, name FROM symbols INDEXED BY symbols_by_uses ORDER BY uses DESC, fqn, id;
 -- name: rank_of_id
-SELECT uses, fqn FROM symbols WHERE id = ?1;
+SELECT uses, fqn, name FROM symbols WHERE id = ?1;
 
 -- A name as users write it: ?1 its last part, ?2 the whole in dotted form.
 -- The symbol whose fqn, read dotted ("::" and "/" as "."), is it or ends
@@ -118,15 +126,14 @@ WHERE name = ?1 COLLATE NOCASE AND name = ?1
            AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
 ORDER BY length(fqn), fqn LIMIT 1;
 -- Names close to a missed one, for the model to retry with: the symbols
--- named ?1 in any case, and the names that share the most trigrams with it
--- (?1, an FTS5 query of its trigrams), at most ?2 each.
+-- named ?1 in any case, and the names that begin as it does (?2 up to ?3,
+-- its first three characters and them followed by the highest code point),
+-- at most ?4 each, in the index's order.
 -- name: named_alike
-SELECT fqn, name FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn LIMIT ?2;
--- name: names_sharing_trigrams
-SELECT s.fqn, s.name FROM symbols AS s
-JOIN (SELECT rowid AS id FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rank, rowid LIMIT ?2) AS hit
-  ON s.id = hit.id
-ORDER BY s.id;
+SELECT fqn, name FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY name COLLATE NOCASE, uses, fqn LIMIT ?4;
+-- name: names_beginning_alike
+SELECT fqn, name FROM symbols WHERE name >= ?2 COLLATE NOCASE AND name < ?3 COLLATE NOCASE
+ORDER BY name COLLATE NOCASE, uses, fqn LIMIT ?4;
 -- The files whose path ends with ?1 after a slash (a path without its
 -- src/ folder), the shortest first.
 -- name: file_ending_with

@@ -61,10 +61,12 @@ CREATE TABLE symbols (
 -- An fqn may name several definitions (overloads, a getter and a setter,
 -- two files of one module path): each is its own row.
 CREATE INDEX symbols_by_fqn ON symbols (fqn);
-CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE);
+-- Names in any case, with what search ranks them by, so that the names
+-- that begin with a query are counted and ranked from the index alone.
+CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE, uses, fqn);
 CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
 -- Search's order after exact names and prefixes: the most used first.
-CREATE INDEX symbols_by_uses ON symbols (uses DESC, fqn);
+CREATE INDEX symbols_by_uses ON symbols (uses DESC, fqn, name);
 
 -- Trigrams of every symbol's fqn and name, ASCII letters in lower case as
 -- LIKE compares them, so that a search for a substring of three characters

@@ -58,6 +58,13 @@ std::string fts_phrase(std::string_view text) {
   return phrase;
 }
 
+// The ids that statement `s` returns, in its order.
+std::vector<std::int64_t> ids_of(Statement s) {
+  std::vector<std::int64_t> ids;
+  while (s.step()) ids.push_back(s.integer(0));
+  return ids;
+}
+
 // A LIKE pattern that matches `text` anywhere, its wildcards taken literally.
 std::string contains_pattern(std::string_view text) {
   std::string pattern = "%";
@@ -82,43 +89,60 @@ std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
 
 bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
 
-// Search by scanning every symbol: for queries too short to have a trigram,
-// and for those that hold a NUL, which LIKE and FTS5 read a pattern up to.
-// instr takes such a query whole, compared in lower case as LIKE compares.
-Page<SymbolRow> scan_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+// The highest code point: a name that begins with a prefix sorts below the
+// prefix followed by it.
+constexpr std::string_view kLastChar = "\xF4\x8F\xBF\xBF";
+
+std::string up_to_last(std::string_view prefix) { return std::string(prefix) + std::string(kLastChar); }
+
+// The rows of the symbols `ids`, in that order.
+std::vector<SymbolRow> rows_of(sqlite3* db, const std::vector<std::int64_t>& ids) {
+  std::vector<SymbolRow> rows;
+  Statement row(db, query("symbol_by_id"));
+  for (const std::int64_t id : ids) {
+    if (row.reset().bind(1, id).step()) rows.push_back(symbol_row(row));
+  }
+  return rows;
+}
+
+// The empty query: every named symbol by rank, then the unnamed ones.
+Page<SymbolRow> every_symbol(sqlite3* db, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
-  if (text.empty()) {
-    page.total = count_of(Statement(db, query("symbols_count")));
-    const std::int64_t named = count_of(Statement(db, query("named_count")));
-    Statement s(db, query("ranked_named_page"));
-    s.bind(1, limit).bind(2, offset);
-    while (s.step()) page.rows.push_back(symbol_row(s));
-    const auto more = limit - static_cast<std::int64_t>(page.rows.size());
-    if (more > 0) {
-      s = Statement(db, query("ranked_unnamed_page"));
-      s.bind(1, more).bind(2, std::max<std::int64_t>(offset - named, 0));
-      while (s.step()) page.rows.push_back(symbol_row(s));
-    }
-    return page;
-  }
-  const bool nul = holds_nul(text);
-  const std::string pattern = nul ? ascii_lower(text) : contains_pattern(text);
-  page.total = count_of(std::move(Statement(db, query(nul ? "scan_nul_count" : "scan_count")).bind(1, pattern)));
-  Statement s(db, query(nul ? "scan_nul_page" : "scan_page"));
-  if (nul) {
-    s.bind(1, pattern).bind(2, text).bind(3, limit).bind(4, offset);
-  } else {
-    s.bind(1, pattern).bind(2, text).bind(3, pattern.substr(1)).bind(4, limit).bind(5, offset);
-  }
+  page.total = count_of(Statement(db, query("symbols_count")));
+  const std::int64_t named = page.total - count_of(Statement(db, query("unnamed_count")));
+  Statement s(db, query("ranked_named_page"));
+  s.bind(1, limit).bind(2, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
+  const auto more = limit - static_cast<std::int64_t>(page.rows.size());
+  if (more > 0) {
+    s = Statement(db, query("ranked_unnamed_page"));
+    s.bind(1, more).bind(2, std::max<std::int64_t>(offset - named, 0));
+    while (s.step()) page.rows.push_back(symbol_row(s));
+  }
   return page;
 }
 
-// The ids that statement `s` returns, in its order.
-std::vector<std::int64_t> ids_of(Statement s) {
-  std::vector<std::int64_t> ids;
-  while (s.step()) ids.push_back(s.integer(0));
-  return ids;
+// A query of one or two characters: the names that are it or begin with it.
+Page<SymbolRow> short_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  Page<SymbolRow> page;
+  const std::string last = up_to_last(text);
+  page.total = count_of(std::move(Statement(db, query("short_count")).bind(1, text).bind(2, last)));
+  page.rows = rows_of(
+      db,
+      ids_of(std::move(Statement(db, query("short_page")).bind(1, text).bind(2, last).bind(3, limit).bind(4, offset))));
+  return page;
+}
+
+// A query that holds a NUL, which LIKE and FTS5 read a pattern up to, by a
+// scan: instr takes it whole, compared in lower case as LIKE compares.
+Page<SymbolRow> nul_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  const std::string lower = ascii_lower(text);
+  Page<SymbolRow> page;
+  page.total = count_of(std::move(Statement(db, query("scan_nul_count")).bind(1, lower)));
+  Statement s(db, query("scan_nul_page"));
+  s.bind(1, lower).bind(2, text).bind(3, limit).bind(4, offset);
+  while (s.step()) page.rows.push_back(symbol_row(s));
+  return page;
 }
 
 bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
@@ -126,25 +150,28 @@ bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
 }
 
 // The first `n` ids in rank order (uses, most first, then fqn and id) of
-// which `wanted` holds, of the `total` that it holds for. Where they are
-// dense, walking the rank's index finds them sooner than reading and
-// sorting the rank of every one.
-template <class Wanted>
-std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
+// the matches whose name `other` takes, of the `total` that it takes.
+// Where they are dense, walking the rank's index finds them sooner than
+// reading and sorting the rank of every one.
+template <class Other>
+std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int64_t>& matches, const Other& other,
                                         std::int64_t total, std::int64_t n) {
   std::vector<std::int64_t> ids;
   const double symbols = static_cast<double>(count_of(Statement(db, query("last_symbol_id"))));
   if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
     Statement walk(db, query("ids_by_rank"));
     while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
-      if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
+      const std::int64_t id = walk.integer(0);
+      if (holds(matches, id) && other(walk.optional_text(1))) ids.push_back(id);
     }
     return ids;
   }
   std::vector<std::tuple<std::int64_t, std::string, std::int64_t>> keyed;
   Statement rank(db, query("rank_of_id"));
-  for (const std::int64_t id : candidates) {
-    if (wanted(id) && rank.reset().bind(1, id).step()) keyed.emplace_back(-rank.integer(0), rank.text(1), id);
+  for (const std::int64_t id : matches) {
+    if (rank.reset().bind(1, id).step() && other(rank.optional_text(2))) {
+      keyed.emplace_back(-rank.integer(0), rank.text(1), id);
+    }
   }
   const auto end = keyed.begin() + std::min(n, static_cast<std::int64_t>(keyed.size()));
   std::partial_sort(keyed.begin(), end, keyed.end());
@@ -152,14 +179,11 @@ std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int6
   return ids;
 }
 
-// The highest code point: a name that begins with a prefix sorts below the
-// prefix followed by it.
-constexpr std::string_view kLastChar = "\xF4\x8F\xBF\xBF";
-
 // Search through the trigram index, read once: it gives every matching id,
 // and so the count. The answer's order is read as three groups, each in
-// rank order: the symbols named `query`, those whose name begins with it,
-// and the other matches. Only the page's rows are read whole.
+// rank order: the symbols named `query`, those whose name begins with it
+// (both counted and paged from the name index), and the other matches.
+// Only the page's rows are read whole.
 Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
   // A C++ name matches as written and as the dotted fqn of other languages.
@@ -169,36 +193,33 @@ Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t 
   const std::vector<std::int64_t> matches = ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, match)));
   page.total = static_cast<std::int64_t>(matches.size());
   // A name equal to the query, or beginning with it, holds it: each is a match.
-  const std::vector<std::int64_t> exact = ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text)));
-  const std::vector<std::int64_t> prefixed = ids_of(std::move(
-      Statement(db, query("named_with_prefix")).bind(1, text).bind(2, std::string(text) + std::string(kLastChar))));
-  std::vector<std::int64_t> grouped = exact;
-  grouped.insert(grouped.end(), prefixed.begin(), prefixed.end());
-  std::sort(grouped.begin(), grouped.end());
-  const auto other = [&](std::int64_t id) { return holds(matches, id) && !holds(grouped, id); };
-
+  const std::string last = up_to_last(text);
+  const std::int64_t exact = count_of(std::move(Statement(db, query("named_exactly_count")).bind(1, text)));
+  const std::int64_t prefixed =
+      count_of(std::move(Statement(db, query("named_with_prefix_count")).bind(1, text).bind(2, last)));
   std::vector<std::int64_t> ids;
-  std::int64_t skip = offset;
-  const auto take = [&](const std::vector<std::int64_t>& group) {
-    for (const std::int64_t id : group) {
-      if (static_cast<std::int64_t>(ids.size()) >= limit) return;
-      if (skip > 0) {
-        --skip;
-      } else {
-        ids.push_back(id);
-      }
-    }
-  };
-  take(exact);
-  take(prefixed);
-  const std::int64_t others = page.total - static_cast<std::int64_t>(grouped.size());
-  if (static_cast<std::int64_t>(ids.size()) < limit && skip < others) {
-    take(first_by_rank(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
+  const auto room = [&] { return limit - static_cast<std::int64_t>(ids.size()); };
+  const auto add = [&](const std::vector<std::int64_t>& more) { ids.insert(ids.end(), more.begin(), more.end()); };
+  if (offset < exact) {
+    add(ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text).bind(2, limit).bind(3, offset))));
   }
-  Statement row(db, query("symbol_by_id"));
-  for (const std::int64_t id : ids) {
-    if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
+  const std::int64_t skip_prefixed = std::max<std::int64_t>(offset - exact, 0);
+  if (room() > 0 && skip_prefixed < prefixed) {
+    add(ids_of(std::move(
+        Statement(db, query("named_with_prefix")).bind(1, text).bind(2, last).bind(3, room()).bind(4, skip_prefixed))));
   }
+  const std::int64_t others = page.total - exact - prefixed;
+  const std::int64_t skip_others = std::max<std::int64_t>(offset - exact - prefixed, 0);
+  if (room() > 0 && skip_others < others) {
+    const std::string lower = ascii_lower(text);
+    const auto other = [&](const std::optional<std::string>& name) {
+      return !name || !ascii_lower(*name).starts_with(lower);
+    };
+    const std::vector<std::int64_t> ranked = first_by_rank(db, matches, other, others, skip_others + room());
+    add(std::vector<std::int64_t>(
+        ranked.begin() + std::min<std::int64_t>(skip_others, static_cast<std::int64_t>(ranked.size())), ranked.end()));
+  }
+  page.rows = rows_of(db, ids);
   return page;
 }
 
@@ -313,8 +334,10 @@ IndexState IndexDb::state() const {
 }
 
 Page<SymbolRow> IndexDb::search(std::string_view text, std::int64_t offset, std::int64_t limit) const {
+  if (text.empty()) return every_symbol(db_.get(), offset, limit);
+  if (holds_nul(text)) return nul_search(db_.get(), text, offset, limit);
   // Below three characters a query has no trigram.
-  if (code_points(text) < 3 || holds_nul(text)) return scan_search(db_.get(), text, offset, limit);
+  if (code_points(text) < 3) return short_search(db_.get(), text, offset, limit);
   return trigram_search(db_.get(), text, offset, limit);
 }
 
@@ -334,18 +357,16 @@ std::optional<std::string> IndexDb::resolved_fqn(std::string_view name) const {
 }
 
 std::vector<std::string> IndexDb::close_names(std::string_view name) const {
-  constexpr std::int64_t kAlike = 20;
-  constexpr std::int64_t kSharing = 100;
+  constexpr std::int64_t kAlike = 50;
   const std::string whole = dotted(name);
   const std::string_view last = last_part(whole);
+  if (last.empty()) return {};
+  const std::string_view head = first_chars(last, 3);
   std::vector<Candidate> candidates;
-  Statement alike(db_.get(), query("named_alike"));
-  alike.bind(1, last).bind(2, kAlike);
-  while (alike.step()) candidates.push_back({alike.text(0), alike.optional_text(1).value_or("")});
-  if (const std::string trigrams = trigram_query(last); !trigrams.empty()) {
-    Statement sharing(db_.get(), query("names_sharing_trigrams"));
-    sharing.bind(1, trigrams).bind(2, kSharing);
-    while (sharing.step()) candidates.push_back({sharing.text(0), sharing.optional_text(1).value_or("")});
+  for (const std::string_view q : {"named_alike", "names_beginning_alike"}) {
+    Statement s(db_.get(), query(q));
+    s.bind(1, last).bind(2, head).bind(3, up_to_last(head)).bind(4, kAlike);
+    while (s.step()) candidates.push_back({s.text(0), s.optional_text(1).value_or("")});
   }
   return closest(last, whole, std::move(candidates));
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string>
 #include <tuple>
 
 #include "internal/chars.hpp"
@@ -72,33 +73,6 @@ std::string file_stem(std::string_view text) {
   if (slash == std::string_view::npos) return std::string(last_part(dotted(text)));
   const std::string_view segment = text.substr(slash + 1);
   return std::string(segment.substr(0, segment.find('.')));
-}
-
-std::string trigram_query(std::string_view name) {
-  // FTS5 reads a query up to a NUL.
-  if (name.find('\0') != std::string_view::npos) return {};
-  const std::u32string units = folded(name);
-  std::string query;
-  std::set<std::u32string> seen;
-  for (std::size_t i = 0; i + 3 <= units.size() && seen.size() < kMostTrigrams; ++i) {
-    const std::u32string gram = units.substr(i, 3);
-    if (!seen.insert(gram).second) continue;
-    // The trigram's own bytes, from `name`: find them by counting code points.
-    const detail::CharOffset from = detail::char_offset(name, i);
-    const detail::CharOffset to = detail::char_offset(name, i + 3);
-    std::string text(name.substr(from.bytes, to.bytes - from.bytes));
-    for (char& c : text) c = ascii_lower(c);
-    std::string quoted = "\"";
-    for (const char c : text) {
-      quoted += c;
-      if (c == '"') quoted += '"';
-    }
-    quoted += '"';
-    query += query.empty() ? "name : (" : " OR ";
-    query += quoted;
-  }
-  if (!query.empty()) query += ')';
-  return query;
 }
 
 std::size_t edit_distance(std::string_view a, std::string_view b) {

@@ -22,13 +22,6 @@ namespace kestrune::example {
 /// last segment up to its first "."; for a module name, its last part.
 [[nodiscard]] std::string file_stem(std::string_view text);
 
-/// trigram_query: an FTS5 query for the rows of symbol_names whose name
-/// shares a trigram with `name` (ASCII letters in lower case), at most
-/// kMostTrigrams of them; empty when `name` has fewer than three characters
-/// or holds a NUL.
-[[nodiscard]] std::string trigram_query(std::string_view name);
-inline constexpr std::size_t kMostTrigrams = 12;
-
 /// edit_distance: the Levenshtein distance between `a` and `b` with ASCII
 /// letters in lower case, counted in code points (a byte that is not
 /// well-formed UTF-8 counts as one).

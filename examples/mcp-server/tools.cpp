@@ -31,7 +31,9 @@ constexpr Param kLimit{"limit", Type::integer, false, "most rows in the page (de
 constexpr Param kWholeLimit{"limit", Type::integer, false, "most rows in the page (default 100)", {}, 1, kMaxLimit};
 
 constexpr Param kSearchParams[] = {
-    {"query", Type::string, true, "text that the symbol's qualified name or name contains (any case)"},
+    {"query", Type::string, true,
+     "text that the symbol's qualified name or name contains (any case); one or two characters: the start of its "
+     "name"},
     kOffset,
     kLimit,
 };

@@ -12,7 +12,7 @@ from typing import NamedTuple, Optional
 
 from kestrune_mcp_responses import ComponentInfo, Reference, Symbol
 
-from .lookup_names import closest, dotted, file_stem, last_part, trigram_query
+from .lookup_names import closest, dotted, file_stem, last_part
 
 _BUSY_SECONDS = 2.0
 # The highest code point: a name that begins with a prefix sorts below the
@@ -259,61 +259,80 @@ class IndexDb:
 
     def search(self, query, offset, limit):
         """Symbols whose fqn or name contains `query` (any case; one with "::"
-        also in its dotted form): exact names first, then names that begin
-        with it, then the rest, each by uses (most first), fqn and id."""
+        also in its dotted form), exact names first, then names that begin
+        with it, then the rest, each by uses (most first), fqn and id; a
+        query of one or two characters finds the names that are it or begin
+        with it."""
+        if not query:
+            return self._every_symbol(offset, limit)
+        if "\0" in query:
+            return self._nul_search(query, offset, limit)
         # Below three characters a query has no trigram.
-        if len(query) < 3 or "\0" in query:
-            return self._scan_search(query, offset, limit)
+        if len(query) < 3:
+            return self._short_search(query, offset, limit)
         return self._trigram_search(query, offset, limit)
 
-    def _scan_search(self, query, offset, limit):
-        # Search by scanning every symbol: for queries too short to have a
-        # trigram, and for those that hold a NUL, which LIKE and FTS5 read a
-        # pattern up to. instr takes such a query whole, compared in lower
-        # case as LIKE compares. The empty query matches every symbol and
-        # begins every name: the named ones by a walk of the ranking's index,
-        # then those without a name.
-        if not query:
-            total = self._count("symbols_count")
-            named = self._count("named_count")
-            rows = self._all("ranked_named_page", (limit, offset))
-            if limit - len(rows) > 0:
-                rows += self._all("ranked_unnamed_page", (limit - len(rows), max(offset - named, 0)))
-            return Page([_symbol_row(r) for r in rows], total)
-        nul = "\0" in query
-        pattern = _ascii_lower(query) if nul else _contains_pattern(query)
-        total = self._count("scan_nul_count" if nul else "scan_count", (pattern,))
-        if nul:
-            rows = self._all("scan_nul_page", (pattern, query, limit, offset))
-        else:
-            rows = self._all("scan_page", (pattern, query, pattern[1:], limit, offset))
+    def _rows_of(self, ids):
+        rows = []
+        for symbol_id in ids:
+            row = self._one("symbol_by_id", (symbol_id,))
+            if row is not None:
+                rows.append(_symbol_row(row))
+        return rows
+
+    def _every_symbol(self, offset, limit):
+        # The empty query: every named symbol by rank, then the unnamed ones.
+        total = self._count("symbols_count")
+        named = total - self._count("unnamed_count")
+        rows = self._all("ranked_named_page", (limit, offset))
+        if limit - len(rows) > 0:
+            rows += self._all("ranked_unnamed_page", (limit - len(rows), max(offset - named, 0)))
         return Page([_symbol_row(r) for r in rows], total)
 
-    def _first_by_rank(self, candidates, wanted, total, n):
+    def _short_search(self, query, offset, limit):
+        # A query of one or two characters: the names that are it or begin with it.
+        last = query + _LAST_CHAR
+        total = self._count("short_count", (query, last))
+        return Page(self._rows_of(self._ids("short_page", (query, last, limit, offset))), total)
+
+    def _nul_search(self, query, offset, limit):
+        # A query that holds a NUL, which LIKE and FTS5 read a pattern up to,
+        # by a scan: instr takes it whole, compared in lower case as LIKE
+        # compares.
+        lower = _ascii_lower(query)
+        total = self._count("scan_nul_count", (lower,))
+        rows = self._all("scan_nul_page", (lower, query, limit, offset))
+        return Page([_symbol_row(r) for r in rows], total)
+
+    def _first_by_rank(self, matches, other, total, n):
         """The first `n` ids in rank order (uses, most first, then fqn and id)
-        of which `wanted` holds, of the `total` that it holds for. Where they
-        are dense, walking the rank's index finds them sooner than reading
-        and sorting the rank of every one."""
+        of the matches whose name `other` takes, of the `total` that it
+        takes. Where they are dense, walking the rank's index finds them
+        sooner than reading and sorting the rank of every one."""
+
+        def holds(symbol_id):
+            at = bisect.bisect_left(matches, symbol_id)
+            return at < len(matches) and matches[at] == symbol_id
+
         ids = []
         symbols = float(self._count("last_symbol_id"))
         if float(n) * symbols < 4.0 * float(total) * float(total):
             try:
                 walk = self._db.execute(_QUERIES["ids_by_rank"])
-                for (symbol_id,) in walk:
+                for symbol_id, name in walk:
                     if len(ids) >= n:
                         break
-                    if wanted(symbol_id):
+                    if holds(symbol_id) and other(name):
                         ids.append(symbol_id)
                 walk.close()
             except sqlite3.Error as e:
                 raise _failed(e) from None
             return ids
         keyed = []
-        for symbol_id in candidates:
-            if wanted(symbol_id):
-                row = self._one("rank_of_id", (symbol_id,))
-                if row is not None:
-                    keyed.append((-row[0], _text(row[1]), symbol_id))
+        for symbol_id in matches:
+            row = self._one("rank_of_id", (symbol_id,))
+            if row is not None and other(row[2]):
+                keyed.append((-row[0], _text(row[1]), symbol_id))
         keyed.sort()
         return [symbol_id for *_, symbol_id in keyed[: max(n, 0)]]
 
@@ -321,49 +340,34 @@ class IndexDb:
         # Search through the trigram index, read once: it gives every matching
         # id, and so the count. The answer's order is read as three groups,
         # each in rank order: the symbols named `query`, those whose name
-        # begins with it, and the other matches. Only the page's rows are
-        # read whole.
+        # begins with it (both counted and paged from the name index), and
+        # the other matches. Only the page's rows are read whole.
         # A C++ name matches as written and as the dotted fqn of other languages.
         match = _fts_phrase(query)
         if "::" in query:
             match += " OR " + _fts_phrase(dotted(query))
         matches = self._ids("trigram_matches", (match,))
         total = len(matches)
-
-        def holds(sorted_ids, symbol_id):
-            at = bisect.bisect_left(sorted_ids, symbol_id)
-            return at < len(sorted_ids) and sorted_ids[at] == symbol_id
-
         # A name equal to the query, or beginning with it, holds it: each is a match.
-        exact = self._ids("named_exactly", (query,))
-        prefixed = self._ids("named_with_prefix", (query, query + _LAST_CHAR))
-        grouped = sorted(exact + prefixed)
-
+        last = query + _LAST_CHAR
+        exact = self._count("named_exactly_count", (query,))
+        prefixed = self._count("named_with_prefix_count", (query, last))
         ids = []
-        skip = offset
-
-        def take(group):
-            nonlocal skip
-            for symbol_id in group:
-                if len(ids) >= limit:
-                    return
-                if skip > 0:
-                    skip -= 1
-                else:
-                    ids.append(symbol_id)
-
-        take(exact)
-        take(prefixed)
-        others = total - len(grouped)
-        if len(ids) < limit and skip < others:
-            wanted = lambda i: holds(matches, i) and not holds(grouped, i)  # noqa: E731
-            take(self._first_by_rank(matches, wanted, others, skip + limit - len(ids)))
-        rows = []
-        for symbol_id in ids:
-            row = self._one("symbol_by_id", (symbol_id,))
-            if row is not None:
-                rows.append(_symbol_row(row))
-        return Page(rows, total)
+        if offset < exact:
+            ids += self._ids("named_exactly", (query, limit, offset))
+        skip_prefixed = max(offset - exact, 0)
+        if limit - len(ids) > 0 and skip_prefixed < prefixed:
+            ids += self._ids("named_with_prefix", (query, last, limit - len(ids), skip_prefixed))
+        others = total - exact - prefixed
+        skip_others = max(offset - exact - prefixed, 0)
+        if limit - len(ids) > 0 and skip_others < others:
+            lower = _ascii_lower(query)
+            ranked = self._first_by_rank(
+                matches, lambda name: name is None or not _ascii_lower(name).startswith(lower), others,
+                skip_others + limit - len(ids),
+            )
+            ids += ranked[skip_others:]
+        return Page(self._rows_of(ids), total)
 
     def symbol(self, fqn):
         row = self._one("symbol_by_fqn", (fqn,))
@@ -382,10 +386,12 @@ class IndexDb:
         """Up to five fqns close to the missed `name`, closest first."""
         whole = dotted(name)
         last = last_part(whole)
-        candidates = [(_text(fqn), _text(n)) for fqn, n in self._all("named_alike", (last, 20))]
-        trigrams = trigram_query(last)
-        if trigrams:
-            candidates += [(_text(fqn), _text(n)) for fqn, n in self._all("names_sharing_trigrams", (trigrams, 100))]
+        if not last:
+            return []
+        head = last[:3]
+        candidates = []
+        for q in ("named_alike", "names_beginning_alike"):
+            candidates += [(_text(f), _text(n)) for f, n in self._all(q, (last, head, head + _LAST_CHAR, 50))]
         return closest(last, whole, candidates)
 
     def resolved_file(self, text):

@@ -3,7 +3,6 @@ Python module path without its src/ folder. The index names every symbol
 with dots; these helpers turn a written name into that form and rank close
 names for a lookup that missed (examples/mcp-server/lookup_names.hpp)."""
 
-MOST_TRIGRAMS = 12
 MOST_SUGGESTIONS = 5
 
 
@@ -28,26 +27,6 @@ def file_stem(text):
     if slash < 0:
         return last_part(dotted(text))
     return text[slash + 1 :].split(".", 1)[0]
-
-
-def trigram_query(name):
-    """An FTS5 query for the rows of symbol_names whose name shares a trigram
-    with `name` (ASCII letters in lower case), at most MOST_TRIGRAMS of them;
-    empty when `name` has fewer than three characters or holds a NUL, up to
-    which FTS5 reads a query."""
-    if "\0" in name:
-        return ""
-    lower = _ascii_lower(name)
-    grams = []
-    for i in range(len(lower) - 2):
-        if len(grams) >= MOST_TRIGRAMS:
-            break
-        gram = lower[i : i + 3]
-        if gram not in grams:
-            grams.append(gram)
-    if not grams:
-        return ""
-    return "name : (" + " OR ".join('"' + g.replace('"', '""') + '"' for g in grams) + ")"
 
 
 def edit_distance(a, b):

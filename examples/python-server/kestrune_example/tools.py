@@ -20,7 +20,13 @@ _LIMIT = Param("limit", "integer", False, "most rows in the page (default 20)", 
 _WHOLE_LIMIT = Param("limit", "integer", False, "most rows in the page (default 100)", (), 1, MAX_LIMIT)
 
 _SEARCH_PARAMS = (
-    Param("query", "string", True, "text that the symbol's qualified name or name contains (any case)"),
+    Param(
+        "query",
+        "string",
+        True,
+        "text that the symbol's qualified name or name contains (any case); one or two characters: the start of its "
+        "name",
+    ),
     _OFFSET,
     _LIMIT,
 )
