@@ -48,9 +48,13 @@ SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, i
 FROM symbols WHERE id = ?1;
 -- name: file_indexed
 SELECT count(*) FROM files WHERE path = ?1;
+-- A file's outline: the fqn and kind of each of its symbols (from the file
+-- index alone), and a page of them whole (?2 the limit, ?3 the offset).
+-- name: file_names
+SELECT fqn, kind FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
 -- name: file_symbols
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
+FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn LIMIT ?2 OFFSET ?3;
 
 -- Search ranks exact names first, then names that begin with the query,
 -- then the rest; within each, the most used symbols (the references to

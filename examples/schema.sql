@@ -64,7 +64,7 @@ CREATE INDEX symbols_by_fqn ON symbols (fqn);
 -- Names in any case, with what search ranks them by, so that the names
 -- that begin with a query are counted and ranked from the index alone.
 CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE, uses, fqn);
-CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
+CREATE INDEX symbols_by_file ON symbols (file_path, start_line, fqn, kind);
 -- Search's order after exact names and prefixes: the most used first.
 CREATE INDEX symbols_by_uses ON symbols (uses DESC, fqn, name);
 

@@ -401,9 +401,17 @@ std::vector<std::string> IndexDb::close_files(std::string_view text) const {
   return closest(stem, dotted(text), std::move(candidates));
 }
 
-std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {
-  Statement s(db_.get(), query("file_symbols"));
+std::vector<std::pair<std::string, std::optional<std::string>>> IndexDb::file_names(std::string_view path) const {
+  Statement s(db_.get(), query("file_names"));
   s.bind(1, path);
+  std::vector<std::pair<std::string, std::optional<std::string>>> names;
+  while (s.step()) names.emplace_back(s.text(0), s.optional_text(1));
+  return names;
+}
+
+std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path, std::int64_t offset, std::int64_t limit) const {
+  Statement s(db_.get(), query("file_symbols"));
+  s.bind(1, path).bind(2, limit).bind(3, offset);
   std::vector<SymbolRow> rows;
   while (s.step()) rows.push_back(symbol_row(s));
   return rows;

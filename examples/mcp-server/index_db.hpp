@@ -119,8 +119,12 @@ class IndexDb {
   [[nodiscard]] std::optional<std::string> resolved_file(std::string_view text) const;
   /// close_files: up to five indexed paths close to the missed `text`.
   [[nodiscard]] std::vector<std::string> close_files(std::string_view text) const;
-  /// file_symbols: the symbols of the file at `path`, by start line.
-  [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path) const;
+  /// file_names: the fqn and kind of each symbol of the file at `path`, by
+  /// start line and fqn.
+  [[nodiscard]] std::vector<std::pair<std::string, std::optional<std::string>>> file_names(std::string_view path) const;
+  /// file_symbols: a page of those symbols, whole.
+  [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path, std::int64_t offset,
+                                                    std::int64_t limit) const;
   /// references: the uses of the symbol `fqn`, by file and line.
   [[nodiscard]] Page<mr::Reference> references(std::string_view fqn, std::int64_t offset, std::int64_t limit) const;
   [[nodiscard]] std::vector<mr::ComponentInfo> components() const;

@@ -216,33 +216,35 @@ mr::ResponseDict symbol(const ToolsConfig& c, const Args& args) {
 
 mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
   std::string path = args.string("path");
-  std::vector<SymbolRow> symbols = c.index.file_symbols(path);
-  if (symbols.empty() && !c.index.has_file(path)) {
+  auto names = c.index.file_names(path);
+  if (names.empty() && !c.index.has_file(path)) {
     const std::optional<std::string> found = c.index.resolved_file(path);
     if (!found) {
       const std::vector<std::string> close = c.index.close_files(path);
       throw InputError("no indexed file at " + mr::quote(path) + (close.empty() ? "" : "." + suggestion_text(close)));
     }
     path = *found;
-    symbols = c.index.file_symbols(path);
+    names = c.index.file_names(path);
   }
   // The module is the one the file's definitions sit in: its own module
   // symbol, when it has one, would make that the module's parent. That row
   // is listed all the same, under its whole fqn.
   std::vector<std::string_view> fqns;
-  fqns.reserve(symbols.size());
-  for (const SymbolRow& s : symbols) {
-    if (s.symbol.kind != "module") fqns.emplace_back(s.symbol.fqn);
+  fqns.reserve(names.size());
+  for (const auto& [fqn, kind] : names) {
+    if (kind != "module") fqns.emplace_back(fqn);
   }
   if (fqns.empty()) {
-    for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
+    for (const auto& [fqn, kind] : names) fqns.emplace_back(fqn);
   }
   const std::string module = mr::outline_module(fqns);
   const std::int64_t offset = args.integer_or("offset", 0);
-  mr::ResponseList rows = slice(symbols, offset, args.integer_or("limit", kWholeListLimit),
-                                [&](const SymbolRow& s) { return mr::build_file_symbol(s.symbol, module); });
+  mr::ResponseList rows;
+  for (const SymbolRow& s : c.index.file_symbols(path, offset, args.integer_or("limit", kWholeListLimit))) {
+    rows.emplace_back(mr::build_file_symbol(s.symbol, module));
+  }
   return fitted_page_after(c, {{"file", path}, {"module", module}}, std::move(rows),
-                           static_cast<std::int64_t>(symbols.size()), offset, "symbols");
+                           static_cast<std::int64_t>(names.size()), offset, "symbols");
 }
 
 mr::ResponseDict references(const ToolsConfig& c, const Args& args) {

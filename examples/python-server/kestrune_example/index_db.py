@@ -440,9 +440,14 @@ class IndexDb:
         """Whether the file at `path` is in the index."""
         return self._one("file_indexed", (path,))[0] > 0
 
-    def file_symbols(self, path):
-        """The symbols of the file at `path`, by start line."""
-        rows = self._all("file_symbols", (path,))
+    def file_names(self, path):
+        """The fqn and kind of each symbol of the file at `path`, by start
+        line and fqn."""
+        return [(_text(fqn), kind) for fqn, kind in self._all("file_names", (path,))]
+
+    def file_symbols(self, path, offset, limit):
+        """A page of those symbols, whole."""
+        rows = self._all("file_symbols", (path, limit, offset))
         return [_symbol_row(r) for r in rows]
 
     def references(self, fqn, offset, limit):

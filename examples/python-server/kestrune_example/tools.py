@@ -196,25 +196,25 @@ def _symbol(c, args):
 
 def _file(c, args):
     path = args.string("path")
-    symbols = c.index.file_symbols(path)
-    if not symbols and not c.index.has_file(path):
+    names = c.index.file_names(path)
+    if not names and not c.index.has_file(path):
         found = c.index.resolved_file(path)
         if found is None:
             close = c.index.close_files(path)
             raise InputError("no indexed file at " + mr.quote(path) + ("." + suggestion_text(close) if close else ""))
         path = found
-        symbols = c.index.file_symbols(path)
+        names = c.index.file_names(path)
     # The module is the one the file's definitions sit in: its own module
     # symbol, when it has one, would make that the module's parent. That row
     # is listed all the same, under its whole fqn.
-    fqns = [s.symbol.fqn for s in symbols if s.symbol.kind != "module"]
+    fqns = [fqn for fqn, kind in names if kind != "module"]
     if not fqns:
-        fqns = [s.symbol.fqn for s in symbols]
+        fqns = [fqn for fqn, _ in names]
     module = mr.outline_module(fqns)
     offset = args.integer_or("offset", 0)
-    page = _slice(symbols, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))
+    page = c.index.file_symbols(path, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))
     rows = [mr.build_file_symbol(s.symbol, module) for s in page]
-    return _fitted_page_after(c, {"file": path, "module": module}, rows, len(symbols), offset, "symbols")
+    return _fitted_page_after(c, {"file": path, "module": module}, rows, len(names), offset, "symbols")
 
 
 def _references(c, args):
