@@ -143,14 +143,14 @@ ORDER BY name COLLATE NOCASE, uses, fqn LIMIT ?4;
 -- name: file_ending_with
 SELECT path FROM files WHERE substr(path, -length(?1) - 1) = '/' || ?1 ORDER BY length(path), path LIMIT 1;
 -- The file of a module named as users write it: ?1 and ?2 as for
--- fqn_ending_with.
+-- fqn_ending_with; of a package of several files, the first by path.
 -- name: module_file
 SELECT file_path FROM symbols
 WHERE name = ?1 COLLATE NOCASE AND name = ?1 AND kind IN ('module', 'package', 'file') AND file_path IS NOT NULL
   AND (replace(replace(fqn, '::', '.'), '/', '.') = ?2
        OR (length(fqn) > length(?2)
            AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
-ORDER BY length(fqn), fqn LIMIT 1;
+ORDER BY length(fqn), fqn, file_path LIMIT 1;
 -- Paths close to a missed one: those that hold its last part, at most ?2.
 -- name: files_alike
 SELECT path FROM files WHERE path LIKE ?1 ESCAPE '\' ORDER BY length(path), path LIMIT ?2;
