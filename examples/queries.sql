@@ -151,7 +151,8 @@ WHERE name = ?1 COLLATE NOCASE AND name = ?1 AND kind IN ('module', 'package', '
        OR (length(fqn) > length(?2)
            AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
 ORDER BY length(fqn), fqn, file_path LIMIT 1;
--- Paths close to a missed one: those that hold its last part, at most ?2.
+-- Paths close to a missed one: those that match ?1, a LIKE pattern of the
+-- first characters of its file name, at most ?2, the shortest first.
 -- name: files_alike
 SELECT path FROM files WHERE path LIKE ?1 ESCAPE '\' ORDER BY length(path), path LIMIT ?2;
 
