@@ -361,13 +361,19 @@ std::vector<std::string> IndexDb::close_names(std::string_view name) const {
   const std::string whole = dotted(name);
   const std::string_view last = last_part(whole);
   if (last.empty()) return {};
+  // Names that begin as it does: with its first three characters, and with
+  // its first half (a common start holds too many names for the first).
   const std::string_view head = first_chars(last, 3);
+  const std::string_view half = first_chars(last, std::max<std::size_t>(3, code_points(last) / 2));
   std::vector<Candidate> candidates;
-  for (const std::string_view q : {"named_alike", "names_beginning_alike"}) {
+  const auto add = [&](std::string_view q, std::string_view begin) {
     Statement s(db_.get(), query(q));
-    s.bind(1, last).bind(2, head).bind(3, up_to_last(head)).bind(4, kAlike);
+    s.bind(1, last).bind(2, begin).bind(3, up_to_last(begin)).bind(4, kAlike);
     while (s.step()) candidates.push_back({s.text(0), s.optional_text(1).value_or("")});
-  }
+  };
+  add("named_alike", head);
+  add("names_beginning_alike", head);
+  if (half != head) add("names_beginning_alike", half);
   return closest(last, whole, std::move(candidates));
 }
 

@@ -75,6 +75,17 @@ test("pages cut to the byte budget follow their way on to the end", async () => 
   }
 });
 
+test("a status or a miss longer than the budget is cut to it, its keys kept", async () => {
+  for (const [name, args, budget, keys] of [["status", {}, 150, 8], ["symbol", { fqn: "shop.cart.Cart.totl" }, 90, 2]]) {
+    await session(["--db", db, "--root", root, "--budget", String(budget)], async (client) => {
+      const answer = text(await client.callTool({ name, arguments: args }));
+      assert.ok(Buffer.byteLength(answer) <= budget, answer);
+      assert.equal(Object.keys(JSON.parse(answer)).length, keys, answer);
+      assert.match(answer, /…/, answer);
+    });
+  }
+});
+
 test("a wiki page too long for one answer is read in parts to its end", async () => {
   const read = (client, args) =>
     client.callTool({ name: "wiki", arguments: { action: "read", page_id: "checkout", ...args } });

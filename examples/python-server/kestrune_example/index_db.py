@@ -388,10 +388,16 @@ class IndexDb:
         last = last_part(whole)
         if not last:
             return []
-        head = last[:3]
+        # Names that begin as it does: with its first three characters, and
+        # with its first half (a common start holds too many names for the
+        # first).
+        head, half = last[:3], last[: max(3, len(last) // 2)]
+        asked = [("named_alike", head), ("names_beginning_alike", head)]
+        if half != head:
+            asked.append(("names_beginning_alike", half))
         candidates = []
-        for q in ("named_alike", "names_beginning_alike"):
-            candidates += [(_text(f), _text(n)) for f, n in self._all(q, (last, head, head + _LAST_CHAR, 50))]
+        for q, begin in asked:
+            candidates += [(_text(f), _text(n)) for f, n in self._all(q, (last, begin, begin + _LAST_CHAR, 50))]
         return closest(last, whole, candidates)
 
     def resolved_file(self, text):
