@@ -93,8 +93,11 @@ SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, i
 FROM symbols WHERE name IS NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
 
 -- Search through the trigram index: ?1 an FTS5 phrase of the query in
--- lower case (or of it and of its dotted form, for a C++ name). Every
--- matching id, and so the count.
+-- lower case (or of it and of its dotted form, for a C++ name). The count
+-- of matches, and every matching id, read only for a page that reaches
+-- past the exact names and prefixes.
+-- name: trigram_count
+SELECT count(*) FROM symbol_names WHERE symbol_names MATCH ?1;
 -- name: trigram_matches
 SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid;
 -- The symbols named ?1, and those whose name begins with it (after ?1 up

@@ -179,19 +179,18 @@ std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int6
   return ids;
 }
 
-// Search through the trigram index, read once: it gives every matching id,
-// and so the count. The answer's order is read as three groups, each in
-// rank order: the symbols named `query`, those whose name begins with it
-// (both counted and paged from the name index), and the other matches.
-// Only the page's rows are read whole.
+// Search through the trigram index: it counts the matches, and gives every
+// matching id where the page needs them. The answer's order is read as
+// three groups, each in rank order: the symbols named `query`, those whose
+// name begins with it (both counted and paged from the name index), and the
+// other matches. Only the page's rows are read whole.
 Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
   // A C++ name matches as written and as the dotted fqn of other languages.
   const std::string match = text.find("::") == std::string_view::npos
                                 ? fts_phrase(text)
                                 : fts_phrase(text) + " OR " + fts_phrase(dotted(text));
-  const std::vector<std::int64_t> matches = ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, match)));
-  page.total = static_cast<std::int64_t>(matches.size());
+  page.total = count_of(std::move(Statement(db, query("trigram_count")).bind(1, match)));
   // A name equal to the query, or beginning with it, holds it: each is a match.
   const std::string last = up_to_last(text);
   const std::int64_t exact = count_of(std::move(Statement(db, query("named_exactly_count")).bind(1, text)));
@@ -215,6 +214,7 @@ Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t 
     const auto other = [&](const std::optional<std::string>& name) {
       return !name || !ascii_lower(*name).starts_with(lower);
     };
+    const std::vector<std::int64_t> matches = ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, match)));
     const std::vector<std::int64_t> ranked = first_by_rank(db, matches, other, others, skip_others + room());
     add(std::vector<std::int64_t>(
         ranked.begin() + std::min<std::int64_t>(skip_others, static_cast<std::int64_t>(ranked.size())), ranked.end()));

@@ -337,17 +337,17 @@ class IndexDb:
         return [symbol_id for *_, symbol_id in keyed[: max(n, 0)]]
 
     def _trigram_search(self, query, offset, limit):
-        # Search through the trigram index, read once: it gives every matching
-        # id, and so the count. The answer's order is read as three groups,
-        # each in rank order: the symbols named `query`, those whose name
-        # begins with it (both counted and paged from the name index), and
-        # the other matches. Only the page's rows are read whole.
+        # Search through the trigram index: it counts the matches, and gives
+        # every matching id where the page needs them. The answer's order is
+        # read as three groups, each in rank order: the symbols named `query`,
+        # those whose name begins with it (both counted and paged from the
+        # name index), and the other matches. Only the page's rows are read
+        # whole.
         # A C++ name matches as written and as the dotted fqn of other languages.
         match = _fts_phrase(query)
         if "::" in query:
             match += " OR " + _fts_phrase(dotted(query))
-        matches = self._ids("trigram_matches", (match,))
-        total = len(matches)
+        total = self._count("trigram_count", (match,))
         # A name equal to the query, or beginning with it, holds it: each is a match.
         last = query + _LAST_CHAR
         exact = self._count("named_exactly_count", (query,))
@@ -363,7 +363,7 @@ class IndexDb:
         if limit - len(ids) > 0 and skip_others < others:
             lower = _ascii_lower(query)
             ranked = self._first_by_rank(
-                matches, lambda name: name is None or not _ascii_lower(name).startswith(lower), others,
+                self._ids("trigram_matches", (match,)), lambda name: name is None or not _ascii_lower(name).startswith(lower), others,
                 skip_others + limit - len(ids),
             )
             ids += ranked[skip_others:]
