@@ -60,7 +60,7 @@ plan() {  # plan LABEL QUERY VALUE...: the plan of the server's query QUERY (exa
 }
 plan "search, matches" trigram_matches "'\"parse\"'"
 plan "search, exact names" named_exactly "'parse'"
-plan "search, dense page" ids_by_fqn
+plan "search, dense page" ids_by_rank
 plan "references, count" references_count "'os'"
 plan "references, page" references_page "'os'" 20 0
 echo
