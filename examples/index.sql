@@ -122,3 +122,15 @@ INSERT INTO wiki_links VALUES
   ('overview', 'checkout'),
   ('cart', 'checkout'),
   ('checkout', 'cart');
+
+-- The files the index was made from, as an indexer lists them.
+INSERT INTO files (path, size, mtime_ns, content_hash, language, lines) VALUES
+  ('shop/cart.py', 0, 0, '', 'Python', 22),
+  ('shop/checkout.py', 0, 0, '', 'Python', 17),
+  ('shop/inventory.py', 0, 0, '', 'Python', 20),
+  ('shop/legacy.py', 0, 0, '', 'Python', 10),
+  ('shop/pricing.py', 0, 0, '', 'Python', 20),
+  ('tests/test_cart.py', 0, 0, '', 'Python', 10),
+  ('tests/test_checkout.py', 0, 0, '', 'Python', 10);
+
+UPDATE symbols SET uses = (SELECT count(*) FROM symbol_refs WHERE symbol_fqn = symbols.fqn);

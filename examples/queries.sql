@@ -60,42 +60,116 @@ SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, i
 FROM symbols WHERE id = ?1;
 -- name: file_indexed
 SELECT count(*) FROM files WHERE path = ?1;
+-- A file's outline: the fqn and kind of each of its symbols (from the file
+-- index alone), and a page of them whole (?2 the limit, ?3 the offset).
+-- name: file_names
+SELECT fqn, kind FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
 -- name: file_symbols
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn;
+FROM symbols WHERE file_path = ?1 ORDER BY start_line, fqn LIMIT ?2 OFFSET ?3;
 
--- Search by a scan of every symbol, for queries too short to have a
--- trigram: ?1 a LIKE pattern, ?2 the query, ?3 and ?4 the limit and offset.
--- name: scan_count
-SELECT count(*) FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\';
--- name: scan_page
-SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
-FROM symbols WHERE fqn LIKE ?1 ESCAPE '\' OR name LIKE ?1 ESCAPE '\'
-ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4;
--- The same for a query that holds a NUL, which LIKE and FTS5 read a
--- pattern up to: ?1 the query with ASCII letters in lower case, found whole
--- by instr in the fqn and name in lower case, as LIKE compares.
+-- Search ranks exact names first, then names that begin with the query,
+-- then the rest; within each, the most used symbols (the references to
+-- their fqn) first, then by fqn and id, so that pages are stable.
+-- A query of one or two characters is in nearly every fqn: it finds the
+-- names that are it or begin with it, from the name index: ?1 the query,
+-- ?2 the query followed by the highest code point, ?3 and ?4 the limit and
+-- offset.
+-- name: short_count
+SELECT count(*) FROM symbols WHERE name >= ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE;
+-- name: short_page
+SELECT id FROM symbols WHERE name >= ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE
+ORDER BY ifnull(name = ?1 COLLATE NOCASE, 0) DESC, uses DESC, fqn, id LIMIT ?3 OFFSET ?4;
+-- A query that holds a NUL, which LIKE and FTS5 read a pattern up to, is
+-- found by a scan: ?1 the query with ASCII letters in lower case, found
+-- whole by instr in the fqn and name in lower case, as LIKE compares; ?2
+-- the query; ?3 and ?4 the limit and offset.
 -- name: scan_nul_count
 SELECT count(*) FROM symbols WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1);
 -- name: scan_nul_page
 SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
 FROM symbols WHERE instr(lower(fqn), ?1) OR instr(lower(name), ?1)
-ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4;
+ORDER BY ifnull(name = ?2 COLLATE NOCASE, 0) DESC, ifnull(instr(lower(name), ?1) = 1, 0) DESC, uses DESC, fqn, id
+LIMIT ?3 OFFSET ?4;
+-- The empty query matches every symbol and begins every name: the named
+-- ones by a walk of the ranking's index, then those without a name.
+-- name: symbols_count
+SELECT count(*) FROM symbols;
+-- name: unnamed_count
+SELECT count(*) FROM symbols WHERE name IS NULL;
+-- name: ranked_named_page
+SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
+FROM symbols INDEXED BY symbols_by_uses WHERE name IS NOT NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
+-- name: ranked_unnamed_page
+SELECT fqn, name, kind, file_path, start_line, end_line, signature, docstring, is_export, docstring_truncated
+FROM symbols WHERE name IS NULL ORDER BY uses DESC, fqn, id LIMIT ?1 OFFSET ?2;
 
 -- Search through the trigram index: ?1 an FTS5 phrase of the query in
--- lower case. Every matching id, and so the count.
+-- lower case (or of it and of its dotted form, for a C++ name). The count
+-- of matches, and every matching id, read only for a page that reaches
+-- past the exact names and prefixes.
+-- name: trigram_count
+SELECT count(*) FROM symbol_names WHERE symbol_names MATCH ?1;
 -- name: trigram_matches
 SELECT rowid FROM symbol_names WHERE symbol_names MATCH ?1 ORDER BY rowid;
+-- The symbols named ?1, and those whose name begins with it (after ?1 up
+-- to ?2, the query followed by the highest code point): their count, and a
+-- page of each in rank order (?3 the limit, ?4 the offset).
+-- name: named_exactly_count
+SELECT count(*) FROM symbols WHERE name = ?1 COLLATE NOCASE;
 -- name: named_exactly
-SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY fqn;
--- name: unnamed
-SELECT id FROM symbols WHERE name IS NULL ORDER BY fqn;
+SELECT id FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY uses DESC, fqn, id LIMIT ?2 OFFSET ?3;
+-- name: named_with_prefix_count
+SELECT count(*) FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE;
+-- name: named_with_prefix
+SELECT id FROM symbols WHERE name > ?1 COLLATE NOCASE AND name < ?2 COLLATE NOCASE
+ORDER BY uses DESC, fqn, id LIMIT ?3 OFFSET ?4;
+-- The other matches in rank order: a walk of the ranking's index, or the
+-- rank of one match, each with its name, which tells the groups apart.
 -- name: last_symbol_id
 SELECT max(id) FROM symbols;
--- name: ids_by_fqn
-SELECT id FROM symbols INDEXED BY symbols_by_fqn ORDER BY fqn;
--- name: fqn_of_id
-SELECT fqn FROM symbols WHERE id = ?1;
+-- name: ids_by_rank
+SELECT id, name FROM symbols INDEXED BY symbols_by_uses ORDER BY uses DESC, fqn, id;
+-- name: rank_of_id
+SELECT uses, fqn, name FROM symbols WHERE id = ?1;
+
+-- A name as users write it: ?1 its last part, ?2 the whole in dotted form.
+-- The symbol whose fqn, read dotted ("::" and "/" as "."), is it or ends
+-- with it after a dot (a module path without its src/ folder, a C++ name
+-- written with dots), the shortest first.
+-- name: fqn_ending_with
+SELECT fqn FROM symbols
+WHERE name = ?1 COLLATE NOCASE AND name = ?1
+  AND (replace(replace(fqn, '::', '.'), '/', '.') = ?2
+       OR (length(fqn) > length(?2)
+           AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
+ORDER BY length(fqn), fqn LIMIT 1;
+-- Names close to a missed one, for the model to retry with: the symbols
+-- named ?1 in any case, and the names that begin as it does (?2 up to ?3,
+-- its first three characters and them followed by the highest code point),
+-- at most ?4 each, in the index's order.
+-- name: named_alike
+SELECT fqn, name FROM symbols WHERE name = ?1 COLLATE NOCASE ORDER BY name COLLATE NOCASE, uses, fqn LIMIT ?4;
+-- name: names_beginning_alike
+SELECT fqn, name FROM symbols WHERE name >= ?2 COLLATE NOCASE AND name < ?3 COLLATE NOCASE
+ORDER BY name COLLATE NOCASE, uses, fqn LIMIT ?4;
+-- The files whose path ends with ?1 after a slash (a path without its
+-- src/ folder), the shortest first.
+-- name: file_ending_with
+SELECT path FROM files WHERE substr(path, -length(?1) - 1) = '/' || ?1 ORDER BY length(path), path LIMIT 1;
+-- The file of a module named as users write it: ?1 and ?2 as for
+-- fqn_ending_with; of a package of several files, the first by path.
+-- name: module_file
+SELECT file_path FROM symbols
+WHERE name = ?1 COLLATE NOCASE AND name = ?1 AND kind IN ('module', 'package', 'file') AND file_path IS NOT NULL
+  AND (replace(replace(fqn, '::', '.'), '/', '.') = ?2
+       OR (length(fqn) > length(?2)
+           AND substr(replace(replace(fqn, '::', '.'), '/', '.'), -length(?2) - 1) = '.' || ?2))
+ORDER BY length(fqn), fqn, file_path LIMIT 1;
+-- Paths close to a missed one: those that match ?1, a LIKE pattern of the
+-- first characters of its file name, at most ?2, the shortest first.
+-- name: files_alike
+SELECT path FROM files WHERE path LIKE ?1 ESCAPE '\' ORDER BY length(path), path LIMIT ?2;
 
 -- name: references_count
 SELECT count(*) FROM symbol_refs WHERE symbol_fqn = ?1;
@@ -105,6 +179,12 @@ ORDER BY file_path, line LIMIT ?2 OFFSET ?3;
 
 -- name: components
 SELECT name, layer, path_pattern, file_count, symbol_count FROM components ORDER BY name;
+
+-- What the last run could not index, or not whole, in the order it met it.
+-- name: problems_count
+SELECT count(*) FROM index_problems;
+-- name: problems_page
+SELECT path, problem FROM index_problems ORDER BY id LIMIT ?1 OFFSET ?2;
 
 -- name: wiki_state
 SELECT built, branch, enabled, configured, total_sources, last_built, model,

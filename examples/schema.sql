@@ -4,7 +4,7 @@
 -- builds from a work tree (examples/indexer/). The version changes with the
 -- schema: kestrune-index builds an index of another version anew.
 
-PRAGMA user_version = 4;
+PRAGMA user_version = 5;
 
 -- The indexer's state: one row, rewritten as a run goes on.
 CREATE TABLE index_status (
@@ -55,13 +55,18 @@ CREATE TABLE symbols (
   signature TEXT,
   docstring TEXT,
   is_export INTEGER,
-  docstring_truncated INTEGER
+  docstring_truncated INTEGER,
+  uses INTEGER NOT NULL DEFAULT 0  -- the references to its fqn, counted at the end of a run
 );
 -- An fqn may name several definitions (overloads, a getter and a setter,
 -- two files of one module path): each is its own row.
 CREATE INDEX symbols_by_fqn ON symbols (fqn);
-CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE);
-CREATE INDEX symbols_by_file ON symbols (file_path, start_line);
+-- Names in any case, with what search ranks them by, so that the names
+-- that begin with a query are counted and ranked from the index alone.
+CREATE INDEX symbols_by_name ON symbols (name COLLATE NOCASE, uses, fqn);
+CREATE INDEX symbols_by_file ON symbols (file_path, start_line, fqn, kind);
+-- Search's order after exact names and prefixes: the most used first.
+CREATE INDEX symbols_by_uses ON symbols (uses DESC, fqn, name);
 
 -- Trigrams of every symbol's fqn and name, ASCII letters in lower case as
 -- LIKE compares them, so that a search for a substring of three characters

@@ -20,12 +20,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 stdlib=$(python3 -c "import sysconfig; print(sysconfig.get_path('stdlib'))")
 tree=$scratch/stdlib
-mkdir -p "$tree/docs"
-tar -C "$stdlib" --exclude=./site-packages --exclude=./dist-packages --exclude=__pycache__ -cf - . | tar -C "$tree" -xf -
-find /usr/share/doc -name '*.md' -type f | while read -r f; do
-  rel=${f#/usr/share/doc/}
-  cp "$f" "$tree/docs/${rel//\//-}"
-done
+scripts/stdlib-tree.sh "$tree"
 db=$scratch/index.db
 index=build/release/examples/indexer/kestrune-index
 
@@ -65,7 +60,7 @@ plan() {  # plan LABEL QUERY VALUE...: the plan of the server's query QUERY (exa
 }
 plan "search, matches" trigram_matches "'\"parse\"'"
 plan "search, exact names" named_exactly "'parse'"
-plan "search, dense page" ids_by_fqn
+plan "search, dense page" ids_by_rank
 plan "references, count" references_count "'os'"
 plan "references, page" references_page "'os'" 20 0
 echo

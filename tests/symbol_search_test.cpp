@@ -1,11 +1,14 @@
 // The example server's symbol search against the plain LIKE query it
 // stands for, on a generated index: the trigram index must give the same
-// count and the same page for names in any case, names that are not in the
-// fqn, unnamed symbols, non-ASCII text, dense and sparse matches, and every
+// count and the same page (exact names, then prefixes, then the rest, each
+// most used first; names that begin with a query of one or two characters)
+// for names in any case, names that are not in the fqn,
+// unnamed symbols, non-ASCII text, dense and sparse matches, and every
 // offset.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -55,7 +58,8 @@ class SymbolSearch : public testing::Test {
           "pkg" + std::to_string(i % 7) + ".mod" + std::to_string(i % 13) + "." + name + std::to_string(i);
       if (i % 50 == 0) fqn = "alias.n" + std::to_string(i);  // the name is not in the fqn
       const std::string value = i % 97 == 0 ? "NULL" : "'" + name + "'";
-      db.exec("INSERT INTO symbols (fqn, name) VALUES ('" + fqn + "', " + value + ")");
+      db.exec("INSERT INTO symbols (fqn, name, uses) VALUES ('" + fqn + "', " + value + ", " + std::to_string(i % 5) +
+              ")");
     }
     db.exec("COMMIT");
   }
@@ -70,14 +74,25 @@ class SymbolSearch : public testing::Test {
       pattern += c;
     }
     pattern += '%';
-    constexpr const char* kMatch = " FROM symbols WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\'";
+    // A query of one or two characters finds the names that begin with it.
+    const bool short_query = !query.empty() && std::count_if(query.begin(), query.end(), [](char c) {
+                                                 return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+                                               }) < 3;
+    if (short_query) pattern.erase(0, 1);
+    const std::string match = short_query ? " FROM symbols WHERE name LIKE ?1 ESCAPE '\\'"
+                                          : " FROM symbols WHERE fqn LIKE ?1 ESCAPE '\\' OR name LIKE ?1 ESCAPE '\\'";
     Page<std::string> page;
-    Statement count(db.db, std::string("SELECT count(*)") + kMatch);
+    Statement count(db.db, std::string("SELECT count(*)") + match);
     count.bind(1, pattern);
     if (count.step()) page.total = count.integer(0);
-    Statement rows(
-        db.db, std::string("SELECT fqn") + kMatch + " ORDER BY name = ?2 COLLATE NOCASE DESC, fqn LIMIT ?3 OFFSET ?4");
-    rows.bind(1, pattern).bind(2, query).bind(3, limit).bind(4, offset);
+    Statement rows(db.db, std::string("SELECT fqn") + match +
+                              " ORDER BY ifnull(name = ?2 COLLATE NOCASE, 0) DESC, ifnull(name LIKE ?3 ESCAPE '\\', 0) "
+                              "DESC, uses DESC, fqn, id LIMIT ?4 OFFSET ?5");
+    rows.bind(1, pattern)
+        .bind(2, query)
+        .bind(3, short_query ? pattern : pattern.substr(1))
+        .bind(4, limit)
+        .bind(5, offset);
     while (rows.step()) page.rows.push_back(rows.text(0));
     return page;
   }
@@ -102,6 +117,11 @@ TEST_F(SymbolSearch, gives_what_like_gives_for_every_query_offset_and_limit) {
       }
     }
   }
+  // A C++ name is found as the dotted fqn it stands for.
+  const Page<SymbolRow> written = index.search("pkg3::mod4", 0, 100);
+  const Page<std::string> want = reference("pkg3.mod4", 0, 100);
+  ASSERT_EQ(written.total, want.total);
+  for (std::size_t i = 0; i < want.rows.size(); ++i) EXPECT_EQ(written.rows[i].symbol.fqn, want.rows[i]);
 }
 
 // A NUL is text like any other, though LIKE and FTS5 read a pattern only up

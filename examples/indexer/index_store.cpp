@@ -336,6 +336,12 @@ void IndexStore::rebuild_components() {
       "FROM f LEFT JOIN s ON s.part = f.part GROUP BY f.part");
 }
 
+void IndexStore::count_uses() {
+  execute(
+      "UPDATE symbols SET uses = (SELECT count(*) FROM symbol_refs WHERE symbol_fqn = symbols.fqn) "
+      "WHERE uses != (SELECT count(*) FROM symbol_refs WHERE symbol_fqn = symbols.fqn)");
+}
+
 std::int64_t IndexStore::count(const char* table) const {
   Statement s(db_.get(), std::string("SELECT count(*) FROM ") + table);
   return s.step() ? s.integer(0) : 0;

@@ -105,6 +105,9 @@ class IndexStore {
   /// rebuild_components: a component per top-level folder (and one for the
   /// files at the root), with their file and symbol counts.
   void rebuild_components();
+  /// count_uses: each symbol's `uses`, the references to its fqn, by which
+  /// search ranks.
+  void count_uses();
 
   [[nodiscard]] std::int64_t count(const char* table) const;
 

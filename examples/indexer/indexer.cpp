@@ -125,7 +125,10 @@ class IndexRun {
     forget_vanished();
     if (changed || summary_.files_removed > 0) {
       report(98, "counting components", "");
-      store_.transaction([&] { store_.rebuild_components(); });
+      store_.transaction([&] {
+        store_.rebuild_components();
+        store_.count_uses();
+      });
     }
 
     last_updated_ = utc_now();

@@ -8,7 +8,9 @@
 #include <cctype>
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
 
+#include "lookup_names.hpp"
 #include "queries.hpp"
 #include "statement.hpp"
 
@@ -56,6 +58,13 @@ std::string fts_phrase(std::string_view text) {
   return phrase;
 }
 
+// The ids that statement `s` returns, in its order.
+std::vector<std::int64_t> ids_of(Statement s) {
+  std::vector<std::int64_t> ids;
+  while (s.step()) ids.push_back(s.integer(0));
+  return ids;
+}
+
 // A LIKE pattern that matches `text` anywhere, its wildcards taken literally.
 std::string contains_pattern(std::string_view text) {
   std::string pattern = "%";
@@ -67,108 +76,150 @@ std::string contains_pattern(std::string_view text) {
   return pattern;
 }
 
+// The first `n` code points of `text`.
+std::string_view first_chars(std::string_view text, std::size_t n) {
+  std::size_t i = 0;
+  for (; i < text.size(); ++i) {
+    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && n-- == 0) break;
+  }
+  return text.substr(0, i);
+}
+
 std::int64_t count_of(Statement s) { return s.step() ? s.integer(0) : 0; }
 
 bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
 
-// Search by scanning every symbol: for queries too short to have a trigram,
-// and for those that hold a NUL, which LIKE and FTS5 read a pattern up to.
-// instr takes such a query whole, compared in lower case as LIKE compares.
-Page<SymbolRow> scan_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
-  const bool nul = holds_nul(text);
-  const std::string pattern = nul ? ascii_lower(text) : contains_pattern(text);
+// The highest code point: a name that begins with a prefix sorts below the
+// prefix followed by it.
+constexpr std::string_view kLastChar = "\xF4\x8F\xBF\xBF";
+
+std::string up_to_last(std::string_view prefix) { return std::string(prefix) + std::string(kLastChar); }
+
+// The rows of the symbols `ids`, in that order.
+std::vector<SymbolRow> rows_of(sqlite3* db, const std::vector<std::int64_t>& ids) {
+  std::vector<SymbolRow> rows;
+  Statement row(db, query("symbol_by_id"));
+  for (const std::int64_t id : ids) {
+    if (row.reset().bind(1, id).step()) rows.push_back(symbol_row(row));
+  }
+  return rows;
+}
+
+// The empty query: every named symbol by rank, then the unnamed ones.
+Page<SymbolRow> every_symbol(sqlite3* db, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
-  page.total = count_of(std::move(Statement(db, query(nul ? "scan_nul_count" : "scan_count")).bind(1, pattern)));
-  Statement s(db, query(nul ? "scan_nul_page" : "scan_page"));
-  s.bind(1, pattern).bind(2, text).bind(3, limit).bind(4, offset);
+  page.total = count_of(Statement(db, query("symbols_count")));
+  const std::int64_t named = page.total - count_of(Statement(db, query("unnamed_count")));
+  Statement s(db, query("ranked_named_page"));
+  s.bind(1, limit).bind(2, offset);
   while (s.step()) page.rows.push_back(symbol_row(s));
+  const auto more = limit - static_cast<std::int64_t>(page.rows.size());
+  if (more > 0) {
+    s = Statement(db, query("ranked_unnamed_page"));
+    s.bind(1, more).bind(2, std::max<std::int64_t>(offset - named, 0));
+    while (s.step()) page.rows.push_back(symbol_row(s));
+  }
   return page;
 }
 
-// The ids that statement `s` returns, in its order.
-std::vector<std::int64_t> ids_of(Statement s) {
-  std::vector<std::int64_t> ids;
-  while (s.step()) ids.push_back(s.integer(0));
-  return ids;
+// A query of one or two characters: the names that are it or begin with it.
+Page<SymbolRow> short_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  Page<SymbolRow> page;
+  const std::string last = up_to_last(text);
+  page.total = count_of(std::move(Statement(db, query("short_count")).bind(1, text).bind(2, last)));
+  page.rows = rows_of(
+      db,
+      ids_of(std::move(Statement(db, query("short_page")).bind(1, text).bind(2, last).bind(3, limit).bind(4, offset))));
+  return page;
+}
+
+// A query that holds a NUL, which LIKE and FTS5 read a pattern up to, by a
+// scan: instr takes it whole, compared in lower case as LIKE compares.
+Page<SymbolRow> nul_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
+  const std::string lower = ascii_lower(text);
+  Page<SymbolRow> page;
+  page.total = count_of(std::move(Statement(db, query("scan_nul_count")).bind(1, lower)));
+  Statement s(db, query("scan_nul_page"));
+  s.bind(1, lower).bind(2, text).bind(3, limit).bind(4, offset);
+  while (s.step()) page.rows.push_back(symbol_row(s));
+  return page;
 }
 
 bool holds(const std::vector<std::int64_t>& sorted, std::int64_t id) {
   return std::binary_search(sorted.begin(), sorted.end(), id);
 }
 
-// The first `n` ids in fqn order of which `wanted` holds, of the `total`
-// that it holds for. Where they are dense, walking the fqn index finds them
-// sooner than reading and sorting the fqn of every one.
-template <class Wanted>
-std::vector<std::int64_t> first_by_fqn(sqlite3* db, const std::vector<std::int64_t>& candidates, const Wanted& wanted,
-                                       std::int64_t total, std::int64_t n) {
+// The first `n` ids in rank order (uses, most first, then fqn and id) of
+// the matches whose name `other` takes, of the `total` that it takes.
+// Where they are dense, walking the rank's index finds them sooner than
+// reading and sorting the rank of every one.
+template <class Other>
+std::vector<std::int64_t> first_by_rank(sqlite3* db, const std::vector<std::int64_t>& matches, const Other& other,
+                                        std::int64_t total, std::int64_t n) {
   std::vector<std::int64_t> ids;
   const double symbols = static_cast<double>(count_of(Statement(db, query("last_symbol_id"))));
   if (static_cast<double>(n) * symbols < 4.0 * static_cast<double>(total) * static_cast<double>(total)) {
-    Statement walk(db, query("ids_by_fqn"));
+    Statement walk(db, query("ids_by_rank"));
     while (static_cast<std::int64_t>(ids.size()) < n && walk.step()) {
-      if (wanted(walk.integer(0))) ids.push_back(walk.integer(0));
+      const std::int64_t id = walk.integer(0);
+      if (holds(matches, id) && other(walk.optional_text(1))) ids.push_back(id);
     }
     return ids;
   }
-  std::vector<std::pair<std::string, std::int64_t>> keyed;
-  Statement fqn(db, query("fqn_of_id"));
-  for (const std::int64_t id : candidates) {
-    if (wanted(id) && fqn.reset().bind(1, id).step()) keyed.emplace_back(fqn.text(0), id);
+  std::vector<std::tuple<std::int64_t, std::string, std::int64_t>> keyed;
+  Statement rank(db, query("rank_of_id"));
+  for (const std::int64_t id : matches) {
+    if (rank.reset().bind(1, id).step() && other(rank.optional_text(2))) {
+      keyed.emplace_back(-rank.integer(0), rank.text(1), id);
+    }
   }
   const auto end = keyed.begin() + std::min(n, static_cast<std::int64_t>(keyed.size()));
   std::partial_sort(keyed.begin(), end, keyed.end());
-  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(it->second);
+  for (auto it = keyed.begin(); it != end; ++it) ids.push_back(std::get<2>(*it));
   return ids;
 }
 
-// Search through the trigram index, read once: it gives every matching id,
-// and so the count. The answer's order (exact names first, then by fqn) is
-// read as three groups, each in fqn order: the symbols named `query`, the
-// other matches, and those without a name (after the others, as NULL sorts
-// last in the descending order). Only the page's rows are read whole.
+// Search through the trigram index: it counts the matches, and gives every
+// matching id where the page needs them. The answer's order is read as
+// three groups, each in rank order: the symbols named `query`, those whose
+// name begins with it (both counted and paged from the name index), and the
+// other matches. Only the page's rows are read whole.
 Page<SymbolRow> trigram_search(sqlite3* db, std::string_view text, std::int64_t offset, std::int64_t limit) {
   Page<SymbolRow> page;
-  const std::vector<std::int64_t> matches =
-      ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, fts_phrase(text))));
-  page.total = static_cast<std::int64_t>(matches.size());
-  // A name equal to the query holds it: each is a match.
-  const std::vector<std::int64_t> exact = ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text)));
-  std::vector<std::int64_t> unnamed;
-  for (const std::int64_t id : ids_of(Statement(db, query("unnamed")))) {
-    if (holds(matches, id)) unnamed.push_back(id);
-  }
-  std::vector<std::int64_t> grouped = exact;
-  grouped.insert(grouped.end(), unnamed.begin(), unnamed.end());
-  std::sort(grouped.begin(), grouped.end());
-  const auto other = [&](std::int64_t id) { return holds(matches, id) && !holds(grouped, id); };
-
+  // A C++ name matches as written and as the dotted fqn of other languages.
+  const std::string match = text.find("::") == std::string_view::npos
+                                ? fts_phrase(text)
+                                : fts_phrase(text) + " OR " + fts_phrase(dotted(text));
+  page.total = count_of(std::move(Statement(db, query("trigram_count")).bind(1, match)));
+  // A name equal to the query, or beginning with it, holds it: each is a match.
+  const std::string last = up_to_last(text);
+  const std::int64_t exact = count_of(std::move(Statement(db, query("named_exactly_count")).bind(1, text)));
+  const std::int64_t prefixed =
+      count_of(std::move(Statement(db, query("named_with_prefix_count")).bind(1, text).bind(2, last)));
   std::vector<std::int64_t> ids;
-  std::int64_t skip = offset;
-  const auto take = [&](const std::vector<std::int64_t>& group) {
-    for (const std::int64_t id : group) {
-      if (static_cast<std::int64_t>(ids.size()) >= limit) return;
-      if (skip > 0) {
-        --skip;
-      } else {
-        ids.push_back(id);
-      }
-    }
-  };
-  take(exact);
-  const std::int64_t others = page.total - static_cast<std::int64_t>(grouped.size());
-  if (static_cast<std::int64_t>(ids.size()) < limit) {
-    if (skip >= others) {
-      skip -= others;
-    } else {
-      take(first_by_fqn(db, matches, other, others, skip + limit - static_cast<std::int64_t>(ids.size())));
-    }
+  const auto room = [&] { return limit - static_cast<std::int64_t>(ids.size()); };
+  const auto add = [&](const std::vector<std::int64_t>& more) { ids.insert(ids.end(), more.begin(), more.end()); };
+  if (offset < exact) {
+    add(ids_of(std::move(Statement(db, query("named_exactly")).bind(1, text).bind(2, limit).bind(3, offset))));
   }
-  take(unnamed);
-  Statement row(db, query("symbol_by_id"));
-  for (const std::int64_t id : ids) {
-    if (row.reset().bind(1, id).step()) page.rows.push_back(symbol_row(row));
+  const std::int64_t skip_prefixed = std::max<std::int64_t>(offset - exact, 0);
+  if (room() > 0 && skip_prefixed < prefixed) {
+    add(ids_of(std::move(
+        Statement(db, query("named_with_prefix")).bind(1, text).bind(2, last).bind(3, room()).bind(4, skip_prefixed))));
   }
+  const std::int64_t others = page.total - exact - prefixed;
+  const std::int64_t skip_others = std::max<std::int64_t>(offset - exact - prefixed, 0);
+  if (room() > 0 && skip_others < others) {
+    const std::string lower = ascii_lower(text);
+    const auto other = [&](const std::optional<std::string>& name) {
+      return !name || !ascii_lower(*name).starts_with(lower);
+    };
+    const std::vector<std::int64_t> matches = ids_of(std::move(Statement(db, query("trigram_matches")).bind(1, match)));
+    const std::vector<std::int64_t> ranked = first_by_rank(db, matches, other, others, skip_others + room());
+    add(std::vector<std::int64_t>(
+        ranked.begin() + std::min<std::int64_t>(skip_others, static_cast<std::int64_t>(ranked.size())), ranked.end()));
+  }
+  page.rows = rows_of(db, ids);
   return page;
 }
 
@@ -292,8 +343,10 @@ IndexState IndexDb::state() const {
 }
 
 Page<SymbolRow> IndexDb::search(std::string_view text, std::int64_t offset, std::int64_t limit) const {
+  if (text.empty()) return every_symbol(db_.get(), offset, limit);
+  if (holds_nul(text)) return nul_search(db_.get(), text, offset, limit);
   // Below three characters a query has no trigram.
-  if (code_points(text) < 3 || holds_nul(text)) return scan_search(db_.get(), text, offset, limit);
+  if (code_points(text) < 3) return short_search(db_.get(), text, offset, limit);
   return trigram_search(db_.get(), text, offset, limit);
 }
 
@@ -304,15 +357,76 @@ std::optional<SymbolRow> IndexDb::symbol(std::string_view fqn) const {
   return symbol_row(s);
 }
 
+std::optional<std::string> IndexDb::resolved_fqn(std::string_view name) const {
+  const std::string whole = dotted(name);
+  Statement s(db_.get(), query("fqn_ending_with"));
+  s.bind(1, last_part(whole)).bind(2, whole);
+  if (!s.step()) return std::nullopt;
+  return s.text(0);
+}
+
+std::vector<std::string> IndexDb::close_names(std::string_view name) const {
+  constexpr std::int64_t kAlike = 50;
+  const std::string whole = dotted(name);
+  const std::string_view last = last_part(whole);
+  if (last.empty()) return {};
+  // Names that begin as it does: with its first three characters, and with
+  // its first half (a common start holds too many names for the first).
+  const std::string_view head = first_chars(last, 3);
+  const std::string_view half = first_chars(last, std::max<std::size_t>(3, code_points(last) / 2));
+  std::vector<Candidate> candidates;
+  const auto add = [&](std::string_view q, std::string_view begin) {
+    Statement s(db_.get(), query(q));
+    s.bind(1, last).bind(2, begin).bind(3, up_to_last(begin)).bind(4, kAlike);
+    while (s.step()) candidates.push_back({s.text(0), s.optional_text(1).value_or("")});
+  };
+  add("named_alike", head);
+  add("names_beginning_alike", head);
+  if (half != head) add("names_beginning_alike", half);
+  return closest(last, whole, std::move(candidates));
+}
+
 bool IndexDb::has_file(std::string_view path) const {
   Statement s(db_.get(), query("file_indexed"));
   s.bind(1, path);
   return s.step() && s.integer(0) > 0;
 }
 
-std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path) const {
-  Statement s(db_.get(), query("file_symbols"));
+std::optional<std::string> IndexDb::resolved_file(std::string_view text) const {
+  Statement by_path(db_.get(), query("file_ending_with"));
+  by_path.bind(1, text);
+  if (by_path.step()) return by_path.text(0);
+  const std::string whole = dotted(text);
+  Statement by_module(db_.get(), query("module_file"));
+  by_module.bind(1, last_part(whole)).bind(2, whole);
+  if (by_module.step()) return by_module.text(0);
+  return std::nullopt;
+}
+
+std::vector<std::string> IndexDb::close_files(std::string_view text) const {
+  constexpr std::int64_t kAlike = 200;
+  const std::string stem = file_stem(text);
+  if (stem.empty()) return {};
+  // Paths that hold the stem's first three characters: a typo after them
+  // is still found.
+  Statement s(db_.get(), query("files_alike"));
+  s.bind(1, contains_pattern(first_chars(stem, 3))).bind(2, kAlike);
+  std::vector<Candidate> candidates;
+  while (s.step()) candidates.push_back({s.text(0), file_stem(s.text(0))});
+  return closest(stem, dotted(text), std::move(candidates));
+}
+
+std::vector<std::pair<std::string, std::optional<std::string>>> IndexDb::file_names(std::string_view path) const {
+  Statement s(db_.get(), query("file_names"));
   s.bind(1, path);
+  std::vector<std::pair<std::string, std::optional<std::string>>> names;
+  while (s.step()) names.emplace_back(s.text(0), s.optional_text(1));
+  return names;
+}
+
+std::vector<SymbolRow> IndexDb::file_symbols(std::string_view path, std::int64_t offset, std::int64_t limit) const {
+  Statement s(db_.get(), query("file_symbols"));
+  s.bind(1, path).bind(2, limit).bind(3, offset);
   std::vector<SymbolRow> rows;
   while (s.step()) rows.push_back(symbol_row(s));
   return rows;
@@ -347,6 +461,15 @@ std::vector<mr::ComponentInfo> IndexDb::components() const {
                     .symbol_count = s.optional_integer(4)});
   }
   return rows;
+}
+
+Page<std::pair<std::string, std::string>> IndexDb::problems(std::int64_t offset, std::int64_t limit) const {
+  Page<std::pair<std::string, std::string>> page;
+  page.total = count_of(Statement(db_.get(), query("problems_count")));
+  Statement s(db_.get(), query("problems_page"));
+  s.bind(1, limit).bind(2, offset);
+  while (s.step()) page.rows.emplace_back(s.text(0), s.text(1));
+  return page;
 }
 
 std::optional<WikiState> IndexDb::wiki_state() const {

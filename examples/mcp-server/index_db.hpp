@@ -110,17 +110,37 @@ class IndexDb {
   [[nodiscard]] Snapshot snapshot() const { return Snapshot(db_.get()); }
 
   [[nodiscard]] IndexState state() const;
-  /// search: symbols whose fqn or name contains `query` (any case), exact
-  /// names first, then by fqn.
+  /// search: symbols whose fqn or name contains `query` (any case; one
+  /// with "::" also in its dotted form): exact names first, then names that begin with it, then
+  /// the rest, each by uses (most first), fqn and id.
   [[nodiscard]] Page<SymbolRow> search(std::string_view query, std::int64_t offset, std::int64_t limit) const;
   [[nodiscard]] std::optional<SymbolRow> symbol(std::string_view fqn) const;
+  /// resolved_fqn: the fqn that `name`, written as users write it ("::",
+  /// "/" or "." between parts, a module path without its first folders),
+  /// stands for: the shortest fqn that is its dotted form or ends with it
+  /// after a dot. nullopt when none does.
+  [[nodiscard]] std::optional<std::string> resolved_fqn(std::string_view name) const;
+  /// close_names: up to five fqns close to the missed `name`, closest first.
+  [[nodiscard]] std::vector<std::string> close_names(std::string_view name) const;
   /// has_file: whether the file at `path` is in the index.
   [[nodiscard]] bool has_file(std::string_view path) const;
-  /// file_symbols: the symbols of the file at `path`, by start line.
-  [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path) const;
+  /// resolved_file: the indexed path that `text` stands for: the shortest
+  /// that ends with it after a slash, else the file of the module it names.
+  [[nodiscard]] std::optional<std::string> resolved_file(std::string_view text) const;
+  /// close_files: up to five indexed paths close to the missed `text`.
+  [[nodiscard]] std::vector<std::string> close_files(std::string_view text) const;
+  /// file_names: the fqn and kind of each symbol of the file at `path`, by
+  /// start line and fqn.
+  [[nodiscard]] std::vector<std::pair<std::string, std::optional<std::string>>> file_names(std::string_view path) const;
+  /// file_symbols: a page of those symbols, whole.
+  [[nodiscard]] std::vector<SymbolRow> file_symbols(std::string_view path, std::int64_t offset,
+                                                    std::int64_t limit) const;
   /// references: the uses of the symbol `fqn`, by file and line.
   [[nodiscard]] Page<mr::Reference> references(std::string_view fqn, std::int64_t offset, std::int64_t limit) const;
   [[nodiscard]] std::vector<mr::ComponentInfo> components() const;
+  /// problems: what the last run could not index, or not whole: a path (or
+  /// program) and what was wrong, in the order the run met them.
+  [[nodiscard]] Page<std::pair<std::string, std::string>> problems(std::int64_t offset, std::int64_t limit) const;
 
   /// wiki_state: nullopt when the wiki was never set up.
   [[nodiscard]] std::optional<WikiState> wiki_state() const;

@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "internal/chars.hpp"
 #include "kestrune/mcp_responses.hpp"
+#include "lookup_names.hpp"
+#include "text/cut.hpp"
 #include "tool_args.hpp"
 
 namespace kestrune::example {
@@ -28,13 +31,16 @@ constexpr Param kLimit{"limit", Type::integer, false, "most rows in the page (de
 constexpr Param kWholeLimit{"limit", Type::integer, false, "most rows in the page (default 100)", {}, 1, kMaxLimit};
 
 constexpr Param kSearchParams[] = {
-    {"query", Type::string, true, "text that the symbol's qualified name or name contains (any case)"},
+    {"query", Type::string, true,
+     "text that the symbol's qualified name or name contains (any case); one or two characters: the start of its "
+     "name"},
     kOffset,
     kLimit,
 };
-constexpr Param kSymbolParams[] = {{"fqn", Type::string, true, "the symbol's fully qualified name"}};
+constexpr Param kSymbolParams[] = {
+    {"fqn", Type::string, true, "the symbol's fully qualified name (\"::\", \"/\" or \".\" between its parts)"}};
 constexpr Param kFileParams[] = {
-    {"path", Type::string, true, "the file's path in the repository"},
+    {"path", Type::string, true, "the file's path in the repository, or its module's name"},
     kOffset,
     kWholeLimit,
 };
@@ -44,6 +50,7 @@ constexpr Param kReferencesParams[] = {
     kOffset,
     kLimit,
 };
+constexpr Param kProblemsParams[] = {kOffset, kLimit};
 constexpr std::string_view kWikiActions[] = {"status", "list", "read", "ask"};
 constexpr Param kWikiParams[] = {
     {"action", Type::string, true, "what to do: the wiki's status, a list of its pages, read a page, or ask",
@@ -55,25 +62,77 @@ constexpr Param kWikiParams[] = {
     kLimit,
 };
 
-mr::ResponseDict status(const ToolsConfig& c, const Args& /*args*/) {
-  const IndexState s = c.index.state();
-  return mr::build_index_status_response({.status = s.status,
-                                          .health = s.health,
-                                          .branch = s.branch,
-                                          .progress = s.progress,
-                                          .files_indexed = s.files_indexed,
-                                          .symbols_indexed = s.symbols_indexed,
-                                          .last_updated = s.last_updated,
-                                          .errors_count = s.errors_count,
-                                          .phase = s.phase,
-                                          .phase_detail = s.phase_detail});
+bool fits(std::size_t budget, const mr::ResponseDict& response) {
+  return mr::tool_result_text(response).size() <= budget;
 }
 
-// A page of rows, cut to the server's byte budget: its hint names the offset
-// of the first row left out.
+// `response` with each string longer than `chars` code points cut to them.
+mr::ResponseDict capped(mr::ResponseDict response, std::size_t chars) {
+  for (std::size_t i = 0; i < response.size(); ++i) {
+    mr::ResponseValue& value = response.value_at(i);
+    if (value.is_string() && mr::detail::char_count(value.as_string()) > chars) {
+      value = mr::detail::cut(value.as_string(), chars);
+    }
+  }
+  return response;
+}
+
+// `response` whole when `fit` holds for it; else with its strings cut to
+// the most code points for which it does (to one when none does), so
+// that an answer too long for the budget still answers.
+template <class Fit>
+mr::ResponseDict shrunk(mr::ResponseDict response, const Fit& fit) {
+  if (fit(response)) return response;
+  std::size_t high = 1;
+  for (const auto& [key, value] : response) {
+    if (value.is_string()) high = std::max(high, mr::detail::char_count(value.as_string()));
+  }
+  std::size_t low = 1;  // fits, or is the floor
+  while (low < high) {
+    const std::size_t mid = high - (high - low) / 2;
+    if (fit(capped(response, mid))) {
+      low = mid;
+    } else {
+      high = mid - 1;
+    }
+  }
+  return capped(std::move(response), low);
+}
+
+mr::ResponseDict status(const ToolsConfig& c, const Args& /*args*/) {
+  const IndexState s = c.index.state();
+  return shrunk(mr::build_index_status_response({.status = s.status,
+                                                 .health = s.health,
+                                                 .branch = s.branch,
+                                                 .progress = s.progress,
+                                                 .files_indexed = s.files_indexed,
+                                                 .symbols_indexed = s.symbols_indexed,
+                                                 .last_updated = s.last_updated,
+                                                 .errors_count = s.errors_count,
+                                                 .phase = s.phase,
+                                                 .phase_detail = s.phase_detail}),
+                [&](const mr::ResponseDict& r) { return fits(c.page_bytes, r); });
+}
+
+// A page of rows, cut to `budget` bytes: its hint names the offset of the
+// first row left out. A first row too long for the budget by itself is
+// shown cut, so that every page goes on from the last.
+mr::ResponseDict fitted_page(std::size_t budget, mr::ResponseList rows, std::int64_t total, std::int64_t offset,
+                             std::string_view key) {
+  std::optional<mr::ResponseDict> first;
+  if (!rows.empty() && rows.front().is_dict()) first = rows.front().as_dict();
+  mr::ResponseDict page =
+      mr::fit_paginated_response(std::move(rows), total, offset, budget, {.items_key = std::string(key)});
+  if (!first || !page.at(key).as_list().empty()) return page;
+  const auto alone = [&](mr::ResponseDict row) {
+    return mr::build_paginated_response({std::move(row)}, total, offset, {.items_key = std::string(key)});
+  };
+  return alone(shrunk(std::move(*first), [&](const mr::ResponseDict& row) { return fits(budget, alone(row)); }));
+}
+
 mr::ResponseDict fitted_page(const ToolsConfig& c, mr::ResponseList rows, std::int64_t total, std::int64_t offset,
                              std::string_view key) {
-  return mr::fit_paginated_response(std::move(rows), total, offset, c.page_bytes, {.items_key = std::string(key)});
+  return fitted_page(c.page_bytes, std::move(rows), total, offset, key);
 }
 
 // The same page after keys of its own (`head`, not empty): the rows get what
@@ -82,8 +141,7 @@ mr::ResponseDict fitted_page_after(const ToolsConfig& c, mr::ResponseDict head, 
                                    std::int64_t total, std::int64_t offset, std::string_view key) {
   const std::size_t head_bytes = mr::tool_result_text(head).size() - 1;
   const std::size_t room = c.page_bytes > head_bytes ? c.page_bytes - head_bytes : 0;
-  const mr::ResponseDict page =
-      mr::fit_paginated_response(std::move(rows), total, offset, room, {.items_key = std::string(key)});
+  const mr::ResponseDict page = fitted_page(room, std::move(rows), total, offset, key);
   for (const auto& [k, v] : page) head.insert_or_assign(k, v);
   return head;
 }
@@ -109,40 +167,98 @@ mr::ResponseDict search(const ToolsConfig& c, const Args& args) {
   return fitted_page(c, std::move(rows), hits.total, offset, "symbols");
 }
 
+// The symbol that `name` names as it is written, or as the index writes it.
+std::optional<SymbolRow> named_symbol(const ToolsConfig& c, std::string_view name) {
+  std::optional<SymbolRow> hit = c.index.symbol(name);
+  if (hit) return hit;
+  const std::optional<std::string> fqn = c.index.resolved_fqn(name);
+  return fqn ? c.index.symbol(*fqn) : std::nullopt;
+}
+
+// A symbol's details within the budget: a docstring too long is trimmed to
+// what fits and marked truncated; should that not do, the other texts are
+// cut too.
+mr::ResponseDict fitted_details(const ToolsConfig& c, mr::ResponseDict details) {
+  const auto fit = [&](const mr::ResponseDict& r) { return fits(c.page_bytes, r); };
+  if (fit(details) || !details.at("docstring").is_string()) return shrunk(std::move(details), fit);
+  const std::string docstring(details.at("docstring").as_string());
+  const auto with_docstring = [&](std::int64_t chars) {
+    mr::ResponseDict cut = details;
+    cut.insert_or_assign("docstring", mr::detail::trimmed(docstring, chars));
+    cut.insert_or_assign("docstring_truncated", true);
+    return cut;
+  };
+  if (!fit(with_docstring(0))) return shrunk(with_docstring(0), fit);
+  std::int64_t low = 0;  // fits
+  auto high = static_cast<std::int64_t>(mr::detail::char_count(docstring));
+  while (low < high) {
+    const std::int64_t mid = high - (high - low) / 2;
+    if (fit(with_docstring(mid))) {
+      low = mid;
+    } else {
+      high = mid - 1;
+    }
+  }
+  return with_docstring(low);
+}
+
 mr::ResponseDict symbol(const ToolsConfig& c, const Args& args) {
   const std::string fqn = args.string("fqn");
-  const std::optional<SymbolRow> hit = c.index.symbol(fqn);
-  if (!hit) return {{"found", false}, {"message", "No symbol is named " + fqn + "."}};
-  return mr::build_symbol_full_details(hit->symbol, hit->file_path);
+  const std::optional<SymbolRow> hit = named_symbol(c, fqn);
+  if (!hit) {
+    return shrunk(
+        mr::ResponseDict{{"found", false},
+                         {"message", "No symbol is named " + fqn + "." + suggestion_text(c.index.close_names(fqn))}},
+        [&](const mr::ResponseDict& r) { return fits(c.page_bytes, r); });
+  }
+  return fitted_details(c, mr::build_symbol_full_details(hit->symbol, hit->file_path));
 }
 
 mr::ResponseDict file(const ToolsConfig& c, const Args& args) {
-  const std::string path = args.string("path");
-  const std::vector<SymbolRow> symbols = c.index.file_symbols(path);
-  if (symbols.empty() && !c.index.has_file(path)) throw InputError("no indexed file at " + mr::quote(path));
+  std::string path = args.string("path");
+  auto names = c.index.file_names(path);
+  if (names.empty() && !c.index.has_file(path)) {
+    const std::optional<std::string> found = c.index.resolved_file(path);
+    if (!found) {
+      const std::vector<std::string> close = c.index.close_files(path);
+      throw InputError("no indexed file at " + mr::quote(path) + (close.empty() ? "" : "." + suggestion_text(close)));
+    }
+    path = *found;
+    names = c.index.file_names(path);
+  }
   // The module is the one the file's definitions sit in: its own module
   // symbol, when it has one, would make that the module's parent. That row
   // is listed all the same, under its whole fqn.
   std::vector<std::string_view> fqns;
-  fqns.reserve(symbols.size());
-  for (const SymbolRow& s : symbols) {
-    if (s.symbol.kind != "module") fqns.emplace_back(s.symbol.fqn);
+  fqns.reserve(names.size());
+  for (const auto& [fqn, kind] : names) {
+    if (kind != "module") fqns.emplace_back(fqn);
   }
   if (fqns.empty()) {
-    for (const SymbolRow& s : symbols) fqns.emplace_back(s.symbol.fqn);
+    for (const auto& [fqn, kind] : names) fqns.emplace_back(fqn);
   }
   const std::string module = mr::outline_module(fqns);
   const std::int64_t offset = args.integer_or("offset", 0);
-  mr::ResponseList rows = slice(symbols, offset, args.integer_or("limit", kWholeListLimit),
-                                [&](const SymbolRow& s) { return mr::build_file_symbol(s.symbol, module); });
+  mr::ResponseList rows;
+  for (const SymbolRow& s : c.index.file_symbols(path, offset, args.integer_or("limit", kWholeListLimit))) {
+    rows.emplace_back(mr::build_file_symbol(s.symbol, module));
+  }
   return fitted_page_after(c, {{"file", path}, {"module", module}}, std::move(rows),
-                           static_cast<std::int64_t>(symbols.size()), offset, "symbols");
+                           static_cast<std::int64_t>(names.size()), offset, "symbols");
 }
 
 mr::ResponseDict references(const ToolsConfig& c, const Args& args) {
   const std::int64_t offset = args.integer_or("offset", 0);
-  const Page<mr::Reference> refs =
-      c.index.references(args.string("fqn"), offset, args.integer_or("limit", kDefaultLimit));
+  const std::int64_t limit = args.integer_or("limit", kDefaultLimit);
+  const std::string fqn = args.string("fqn");
+  Page<mr::Reference> refs = c.index.references(fqn, offset, limit);
+  if (refs.total == 0 && !c.index.symbol(fqn)) {
+    const std::optional<std::string> resolved = c.index.resolved_fqn(fqn);
+    if (!resolved) {
+      throw InputError("no symbol is named " + mr::quote(fqn) + "." + suggestion_text(c.index.close_names(fqn)));
+    }
+    refs = c.index.references(*resolved, offset, limit);
+  }
   // One read of the work tree for the whole page.
   std::vector<mr::Place> places;
   for (const mr::Reference& r : refs.rows) {
@@ -164,6 +280,17 @@ mr::ResponseDict architecture(const ToolsConfig& c, const Args& args) {
   mr::ResponseList rows = slice(components, offset, args.integer_or("limit", kWholeListLimit),
                                 [](const mr::ComponentInfo& component) { return mr::build_component(component); });
   return fitted_page(c, std::move(rows), static_cast<std::int64_t>(components.size()), offset, "components");
+}
+
+mr::ResponseDict problems(const ToolsConfig& c, const Args& args) {
+  const std::int64_t offset = args.integer_or("offset", 0);
+  const Page<std::pair<std::string, std::string>> found =
+      c.index.problems(offset, args.integer_or("limit", kDefaultLimit));
+  mr::ResponseList rows;
+  rows.reserve(found.rows.size());
+  for (const auto& [path, problem] : found.rows)
+    rows.emplace_back(mr::ResponseDict{{"path", path}, {"problem", problem}});
+  return fitted_page(c, std::move(rows), found.total, offset, "problems");
 }
 
 // The largest k in [low, high] for which `fits(k)` holds, found by halving,
@@ -498,20 +625,28 @@ struct Tool {
 
 const std::array kTools = {
     Tool{"status",
-         "The indexer's state: status, health, branch, progress and counts.",
+         "The indexer's state: status, health, branch, progress and counts. The problems tool lists the errors.",
          {},
          status,
          status_output_schema},
     Tool{"search", "Find symbols by name. Pages of rows; a truncated page's hint names the offset to go on from.",
          kSearchParams, search},
-    Tool{"symbol", "Everything known about one symbol, its whole docstring included.", kSymbolParams, symbol},
+    Tool{"symbol",
+         "Everything known about one symbol, its whole docstring included (trimmed, and docstring_truncated set, when "
+         "too long for one answer). A name that matches no symbol is answered with close names.",
+         kSymbolParams, symbol},
     Tool{"file",
          "The outline of one file: its module and a row per symbol, named relative to the module. Pages of rows, "
          "like search.",
          kFileParams, file},
-    Tool{"references", "Where a symbol is used, with the line of code at each place.", kReferencesParams, references},
+    Tool{"references", "Where a symbol is used, with the line of code at each place. Pages of rows, like search.",
+         kReferencesParams, references},
     Tool{"architecture", "The repository's components with their layers and counts. Pages of rows, like search.",
          kArchitectureParams, architecture},
+    Tool{"problems",
+         "The files that the last index run could not index, or not whole, with the reason. Pages of rows, like "
+         "search.",
+         kProblemsParams, problems},
     Tool{"wiki",
          "The repository's wiki: its status, its pages, one page, or the sections that answer a question. The list "
          "comes in pages: while has_more is true, call again with offset plus the rows it gave. A page too long for "

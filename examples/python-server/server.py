@@ -18,8 +18,8 @@ PROGRAM = "kestrune-example-server"
 HELP = """Usage: server.py [--db PATH] [--root PATH] [--budget BYTES]
 
 An MCP server on standard input and output (one JSON-RPC message per line)
-with the tools status, search, symbol, file, references, architecture and
-wiki, answered from a repository index.
+with the tools status, search, symbol, file, references, architecture,
+problems and wiki, answered from a repository index.
 
   --db PATH       the index, a SQLite database (kestrune-index makes one);
                   missing or empty, every tool answers that the repository

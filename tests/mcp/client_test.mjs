@@ -15,7 +15,7 @@ import { connect, McpError, text } from "./client.mjs";
 const [server, db, root] = process.argv.slice(2);
 const here = (path) => new URL(path, import.meta.url).pathname;
 const golden = readFileSync(here("golden.jsonl"), "utf8").trim().split("\n").map((line) => JSON.parse(line));
-const tools = ["status", "search", "symbol", "file", "references", "architecture", "wiki"];
+const tools = ["status", "search", "symbol", "file", "references", "architecture", "problems", "wiki"];
 
 async function session(args, body) {
   const client = await connect(server, args);
@@ -71,6 +71,17 @@ test("pages cut to the byte budget follow their way on to the end", async () => 
       }
       assert.ok(pages > 1, name);
       assert.equal(new Set(seen).size, seen.length, name);
+    });
+  }
+});
+
+test("a status or a miss longer than the budget is cut to it, its keys kept", async () => {
+  for (const [name, args, budget, keys] of [["status", {}, 150, 8], ["symbol", { fqn: "shop.cart.Cart.totl" }, 90, 2]]) {
+    await session(["--db", db, "--root", root, "--budget", String(budget)], async (client) => {
+      const answer = text(await client.callTool({ name, arguments: args }));
+      assert.ok(Buffer.byteLength(answer) <= budget, answer);
+      assert.equal(Object.keys(JSON.parse(answer)).length, keys, answer);
+      assert.match(answer, /…/, answer);
     });
   }
 });

@@ -12,6 +12,7 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 import test from "node:test";
 
+import { connect, text } from "./client.mjs";
 import { makeTree, runIndexer, withServer as withServerOf } from "./trees.mjs";
 
 const [indexer, server, exampleRepo] = process.argv.slice(2);
@@ -148,4 +149,65 @@ test("git: tracked files only, a tracked file gone is an error, a second run rea
     assert.deepEqual((await call("references", { fqn: "shop.cart.total" })).references.map((r) => [r.line, r.caller ?? null, r.usage_type]),
       [[1, null, "import"], [4, "shop.checkout.pay", "call"]]);
   });
+});
+
+test("names as users write them, misses with close names, answers within the budget, the problems listed", async () => {
+  const methods = Array.from({ length: 60 }, (_, i) => `    def method_${i}(self):\n        """Method ${i}."""\n`);
+  const root = tree("lookups", {
+    "src/pkg/module.py": '"""A module."""\n\nclass Widget:\n    """A widget."""\n\n' + methods.join("\n"),
+    "src/pkg/long.py": `def wordy():\n    """${"Word ".repeat(4000)}"""\n\n` +
+      `def wide(${Array.from({ length: 900 }, (_, i) => `argument_${i}`).join(", ")}):\n    pass\n`,
+    "src/pkg/latin.py": Buffer.from('# -*- coding: latin-1 -*-\ndef caf():\n    """Caf\xe9 cr\xe8me."""\n', "latin1"),
+    "lib/net.hpp": "namespace net {\nclass Client {};\n}\n",
+    "bad.py": Buffer.from('def bad():\n    """Caf\xe9."""\n', "latin1"),
+  });
+  const db = join(scratch, "lookups.db");
+  const { stderr } = index(root, db, "--python", "");
+  assert.doesNotMatch(stderr, /latin\.py/);
+  const budget = 2000;
+  const client = await connect(server, ["--db", db, "--root", root, "--budget", String(budget)]);
+  try {
+    const raw = async (name, args = {}) => text(await client.callTool({ name, arguments: args }));
+    const call = async (name, args = {}) => JSON.parse(await raw(name, args));
+    const cases = [  // a name as written, and the fqn it finds
+      ["pkg.module.Widget", "src.pkg.module.Widget"],
+      ["pkg/module.Widget.method_3", "src.pkg.module.Widget.method_3"],
+      ["net.Client", "net::Client"],
+    ];
+    for (const [written, fqn] of cases) assert.equal((await call("symbol", { fqn: written })).fqn, fqn, written);
+    assert.equal((await call("references", { fqn: "pkg::module::Widget" })).total_count, 0);
+    assert.equal(await raw("symbol", { fqn: "pkg.module.Widgte" }),
+      '{"found":false,"message":"No symbol is named pkg.module.Widgte. Close names: src.pkg.module.Widget, src.pkg.long.wide."}');
+    assert.equal((await call("file", { path: "pkg.module", limit: 1 })).file, "src/pkg/module.py");
+    assert.equal((await call("file", { path: "pkg/long.py", limit: 1 })).file, "src/pkg/long.py");
+    // A file that declares its encoding is read in it: no problem, its text decoded.
+    assert.equal((await call("symbol", { fqn: "pkg.latin.caf" })).docstring, "Café crème.");
+    assert.equal(await raw("problems", {}), '{"problems":[{"path":"bad.py","problem":"its text is not UTF-8 and ' +
+      'declares no encoding it is in: ill-formed bytes are read as U+FFFD"}],"total_count":1,"truncated":false,' +
+      '"has_more":false,"offset":0}');
+    // A docstring over the budget is trimmed to it and said so.
+    const wordy = await raw("symbol", { fqn: "pkg.long.wordy" });
+    assert.ok(Buffer.byteLength(wordy) <= budget && Buffer.byteLength(wordy) > budget - 20, wordy);
+    assert.deepEqual([JSON.parse(wordy).docstring_truncated, JSON.parse(wordy).docstring.endsWith("Word…")], [true, true]);
+    // Pages, an outline larger than the budget and a row larger than it among them, chain to their end.
+    for (const [name, args] of [["file", { path: "src/pkg/module.py" }], ["file", { path: "src/pkg/long.py" }],
+      ["search", { query: "wide" }], ["search", { query: "" }]]) {
+      const seen = [];
+      for (let offset = 0, more = true, pages = 0; more; pages++) {
+        assert.ok(pages < 200, "the pages end");
+        const answer = await raw(name, { ...args, offset });
+        assert.ok(Buffer.byteLength(answer) <= budget, answer);
+        const page = JSON.parse(answer);
+        assert.ok(page.symbols.length > 0, answer);
+        seen.push(...page.symbols.map((s) => s.fqn ?? s.name));
+        more = page.has_more;
+        if (more) offset = Number(/offset=(\d+)/.exec(page.hint)[1]);
+        else assert.equal(seen.length, page.total_count, answer);
+      }
+      assert.equal(new Set(seen).size, seen.length, name);
+    }
+    assert.ok((await call("search", { query: "wide" })).symbols[0].signature.endsWith("…"));
+  } finally {
+    await client.close();
+  }
 });

@@ -188,7 +188,7 @@ test("any language: a unique name is a use only in the file's language and where
     "lib/b.rb": "def run\n  helper\nend\n",
     "other/c.rb": "def go\n  helper\nend\n",
   }, async (call) => {
-    assert.deepEqual(await uses(call, "fmt"), []);
+    assert.deepEqual(await uses(call, "Makefile.fmt"), ["Makefile:2"]);  // not Go's fmt.Println
     assert.deepEqual(await uses(call, "lib.a.helper"), ["lib/b.rb:2"]);
   }));
 

@@ -38,10 +38,10 @@ class Snapshot(unittest.TestCase):
         # (tool, arguments, rows key, the query before which the writer
         # commits: the one that reads the page's rows, the change)
         cases = [
-            # Through the trigram index, and by a scan of every name.
+            # Through the trigram index, and through the name index for a short query.
             ("search", {"query": "alpha", "limit": 100}, "symbols", "SELECT fqn, name",
              "DELETE FROM symbols WHERE id >= 10"),
-            ("search", {"query": "ph", "limit": 100}, "symbols", "SELECT fqn, name",
+            ("search", {"query": "al", "limit": 100}, "symbols", "SELECT fqn, name",
              "DELETE FROM symbols WHERE id >= 10"),
             ("references", {"fqn": "pkg.target", "limit": 100}, "references", "SELECT file_path",
              "DELETE FROM symbol_refs WHERE id >= 10"),

@@ -12,7 +12,12 @@ from typing import NamedTuple, Optional
 
 from kestrune_mcp_responses import ComponentInfo, Reference, Symbol
 
+from .lookup_names import closest, dotted, file_stem, last_part
+
 _BUSY_SECONDS = 2.0
+# The highest code point: a name that begins with a prefix sorts below the
+# prefix followed by it.
+_LAST_CHAR = "\U0010ffff"
 
 
 def _read_queries(path):
@@ -273,102 +278,174 @@ class IndexDb:
         )
 
     def search(self, query, offset, limit):
-        """Symbols whose fqn or name contains `query` (any case), exact names
-        first, then by fqn."""
+        """Symbols whose fqn or name contains `query` (any case; one with "::"
+        also in its dotted form), exact names first, then names that begin
+        with it, then the rest, each by uses (most first), fqn and id; a
+        query of one or two characters finds the names that are it or begin
+        with it."""
+        if not query:
+            return self._every_symbol(offset, limit)
+        if "\0" in query:
+            return self._nul_search(query, offset, limit)
         # Below three characters a query has no trigram.
-        if len(query) < 3 or "\0" in query:
-            return self._scan_search(query, offset, limit)
+        if len(query) < 3:
+            return self._short_search(query, offset, limit)
         return self._trigram_search(query, offset, limit)
 
-    def _scan_search(self, query, offset, limit):
-        # Search by scanning every symbol: for queries too short to have a
-        # trigram, and for those that hold a NUL, which LIKE and FTS5 read a
-        # pattern up to. instr takes such a query whole, compared in lower
-        # case as LIKE compares.
-        nul = "\0" in query
-        pattern = _ascii_lower(query) if nul else _contains_pattern(query)
-        total = self._count("scan_nul_count" if nul else "scan_count", (pattern,))
-        rows = self._all("scan_nul_page" if nul else "scan_page", (pattern, query, limit, offset))
+    def _rows_of(self, ids):
+        rows = []
+        for symbol_id in ids:
+            row = self._one("symbol_by_id", (symbol_id,))
+            if row is not None:
+                rows.append(_symbol_row(row))
+        return rows
+
+    def _every_symbol(self, offset, limit):
+        # The empty query: every named symbol by rank, then the unnamed ones.
+        total = self._count("symbols_count")
+        named = total - self._count("unnamed_count")
+        rows = self._all("ranked_named_page", (limit, offset))
+        if limit - len(rows) > 0:
+            rows += self._all("ranked_unnamed_page", (limit - len(rows), max(offset - named, 0)))
         return Page([_symbol_row(r) for r in rows], total)
 
-    def _first_by_fqn(self, candidates, wanted, total, n):
-        """The first `n` ids in fqn order of which `wanted` holds, of the
-        `total` that it holds for. Where they are dense, walking the fqn index
-        finds them sooner than reading and sorting the fqn of every one."""
+    def _short_search(self, query, offset, limit):
+        # A query of one or two characters: the names that are it or begin with it.
+        last = query + _LAST_CHAR
+        total = self._count("short_count", (query, last))
+        return Page(self._rows_of(self._ids("short_page", (query, last, limit, offset))), total)
+
+    def _nul_search(self, query, offset, limit):
+        # A query that holds a NUL, which LIKE and FTS5 read a pattern up to,
+        # by a scan: instr takes it whole, compared in lower case as LIKE
+        # compares.
+        lower = _ascii_lower(query)
+        total = self._count("scan_nul_count", (lower,))
+        rows = self._all("scan_nul_page", (lower, query, limit, offset))
+        return Page([_symbol_row(r) for r in rows], total)
+
+    def _first_by_rank(self, matches, other, total, n):
+        """The first `n` ids in rank order (uses, most first, then fqn and id)
+        of the matches whose name `other` takes, of the `total` that it
+        takes. Where they are dense, walking the rank's index finds them
+        sooner than reading and sorting the rank of every one."""
+
+        def holds(symbol_id):
+            at = bisect.bisect_left(matches, symbol_id)
+            return at < len(matches) and matches[at] == symbol_id
+
         ids = []
         symbols = float(self._count("last_symbol_id"))
         if float(n) * symbols < 4.0 * float(total) * float(total):
             try:
-                walk = self._db.execute(_QUERIES["ids_by_fqn"])
-                for (symbol_id,) in walk:
+                walk = self._db.execute(_QUERIES["ids_by_rank"])
+                for symbol_id, name in walk:
                     if len(ids) >= n:
                         break
-                    if wanted(symbol_id):
+                    if holds(symbol_id) and other(name):
                         ids.append(symbol_id)
                 walk.close()
             except sqlite3.Error as e:
                 raise _failed(e) from None
             return ids
         keyed = []
-        for symbol_id in candidates:
-            if wanted(symbol_id):
-                row = self._one("fqn_of_id", (symbol_id,))
-                if row is not None:
-                    keyed.append((_text(row[0]), symbol_id))
+        for symbol_id in matches:
+            row = self._one("rank_of_id", (symbol_id,))
+            if row is not None and other(row[2]):
+                keyed.append((-row[0], _text(row[1]), symbol_id))
         keyed.sort()
-        return [symbol_id for _, symbol_id in keyed[: max(n, 0)]]
+        return [symbol_id for *_, symbol_id in keyed[: max(n, 0)]]
 
     def _trigram_search(self, query, offset, limit):
-        # Search through the trigram index, read once: it gives every matching
-        # id, and so the count. The answer's order (exact names first, then by
-        # fqn) is read as three groups, each in fqn order: the symbols named
-        # `query`, the other matches, and those without a name (after the
-        # others, as NULL sorts last in the descending order). Only the page's
-        # rows are read whole.
-        matches = self._ids("trigram_matches", (_fts_phrase(query),))
-        total = len(matches)
-
-        def holds(sorted_ids, symbol_id):
-            at = bisect.bisect_left(sorted_ids, symbol_id)
-            return at < len(sorted_ids) and sorted_ids[at] == symbol_id
-
-        # A name equal to the query holds it: each is a match.
-        exact = self._ids("named_exactly", (query,))
-        unnamed = [i for i in self._ids("unnamed") if holds(matches, i)]
-        grouped = sorted(exact + unnamed)
-
+        # Search through the trigram index: it counts the matches, and gives
+        # every matching id where the page needs them. The answer's order is
+        # read as three groups, each in rank order: the symbols named `query`,
+        # those whose name begins with it (both counted and paged from the
+        # name index), and the other matches. Only the page's rows are read
+        # whole.
+        # A C++ name matches as written and as the dotted fqn of other languages.
+        match = _fts_phrase(query)
+        if "::" in query:
+            match += " OR " + _fts_phrase(dotted(query))
+        total = self._count("trigram_count", (match,))
+        # A name equal to the query, or beginning with it, holds it: each is a match.
+        last = query + _LAST_CHAR
+        exact = self._count("named_exactly_count", (query,))
+        prefixed = self._count("named_with_prefix_count", (query, last))
         ids = []
-        skip = offset
-
-        def take(group):
-            nonlocal skip
-            for symbol_id in group:
-                if len(ids) >= limit:
-                    return
-                if skip > 0:
-                    skip -= 1
-                else:
-                    ids.append(symbol_id)
-
-        take(exact)
-        others = total - len(grouped)
-        if len(ids) < limit:
-            if skip >= others:
-                skip -= others
-            else:
-                wanted = lambda i: holds(matches, i) and not holds(grouped, i)  # noqa: E731
-                take(self._first_by_fqn(matches, wanted, others, skip + limit - len(ids)))
-        take(unnamed)
-        rows = []
-        for symbol_id in ids:
-            row = self._one("symbol_by_id", (symbol_id,))
-            if row is not None:
-                rows.append(_symbol_row(row))
-        return Page(rows, total)
+        if offset < exact:
+            ids += self._ids("named_exactly", (query, limit, offset))
+        skip_prefixed = max(offset - exact, 0)
+        if limit - len(ids) > 0 and skip_prefixed < prefixed:
+            ids += self._ids("named_with_prefix", (query, last, limit - len(ids), skip_prefixed))
+        others = total - exact - prefixed
+        skip_others = max(offset - exact - prefixed, 0)
+        if limit - len(ids) > 0 and skip_others < others:
+            lower = _ascii_lower(query)
+            ranked = self._first_by_rank(
+                self._ids("trigram_matches", (match,)), lambda name: name is None or not _ascii_lower(name).startswith(lower), others,
+                skip_others + limit - len(ids),
+            )
+            ids += ranked[skip_others:]
+        return Page(self._rows_of(ids), total)
 
     def symbol(self, fqn):
         row = self._one("symbol_by_fqn", (fqn,))
         return None if row is None else _symbol_row(row)
+
+    def resolved_fqn(self, name):
+        """The fqn that `name`, written as users write it ("::", "/" or "."
+        between parts, a module path without its first folders), stands
+        for: the shortest fqn that is its dotted form or ends with it after a
+        dot. None when none does."""
+        whole = dotted(name)
+        row = self._one("fqn_ending_with", (last_part(whole), whole))
+        return None if row is None else _text(row[0])
+
+    def close_names(self, name):
+        """Up to five fqns close to the missed `name`, closest first."""
+        whole = dotted(name)
+        last = last_part(whole)
+        if not last:
+            return []
+        # Names that begin as it does: with its first three characters, and
+        # with its first half (a common start holds too many names for the
+        # first).
+        head, half = last[:3], last[: max(3, len(last) // 2)]
+        asked = [("named_alike", head), ("names_beginning_alike", head)]
+        if half != head:
+            asked.append(("names_beginning_alike", half))
+        candidates = []
+        for q, begin in asked:
+            candidates += [(_text(f), _text(n)) for f, n in self._all(q, (last, begin, begin + _LAST_CHAR, 50))]
+        return closest(last, whole, candidates)
+
+    def resolved_file(self, text):
+        """The indexed path that `text` stands for: the shortest that ends
+        with it after a slash, else the file of the module it names."""
+        row = self._one("file_ending_with", (text,))
+        if row is not None:
+            return _text(row[0])
+        whole = dotted(text)
+        row = self._one("module_file", (last_part(whole), whole))
+        return None if row is None else _text(row[0])
+
+    def close_files(self, text):
+        """Up to five indexed paths close to the missed `text`."""
+        stem = file_stem(text)
+        if not stem:
+            return []
+        # Paths that hold the stem's first three characters: a typo after
+        # them is still found.
+        paths = [_text(r[0]) for r in self._all("files_alike", (_contains_pattern(stem[:3]), 200))]
+        return closest(stem, dotted(text), [(p, file_stem(p)) for p in paths])
+
+    def problems(self, offset, limit):
+        """What the last run could not index, or not whole: a path (or
+        program) and what was wrong, in the order the run met them."""
+        total = self._count("problems_count")
+        rows = [(_text(path), _text(problem)) for path, problem in self._all("problems_page", (limit, offset))]
+        return Page(rows, total)
 
     def _writer_active(self):
         # The indexer's lock (see examples/indexer/writer_lock.hpp): an
@@ -389,9 +466,14 @@ class IndexDb:
         """Whether the file at `path` is in the index."""
         return self._one("file_indexed", (path,))[0] > 0
 
-    def file_symbols(self, path):
-        """The symbols of the file at `path`, by start line."""
-        rows = self._all("file_symbols", (path,))
+    def file_names(self, path):
+        """The fqn and kind of each symbol of the file at `path`, by start
+        line and fqn."""
+        return [(_text(fqn), kind) for fqn, kind in self._all("file_names", (path,))]
+
+    def file_symbols(self, path, offset, limit):
+        """A page of those symbols, whole."""
+        rows = self._all("file_symbols", (path, limit, offset))
         return [_symbol_row(r) for r in rows]
 
     def references(self, fqn, offset, limit):

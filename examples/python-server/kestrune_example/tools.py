@@ -6,6 +6,7 @@ from typing import Callable, NamedTuple, Optional
 import kestrune_mcp_responses as mr
 
 from .index_db import IndexDb
+from .lookup_names import suggestion_text
 from .tool_args import Args, InputError, Param, input_schema
 
 DEFAULT_LIMIT = 20
@@ -19,18 +20,31 @@ _LIMIT = Param("limit", "integer", False, "most rows in the page (default 20)", 
 _WHOLE_LIMIT = Param("limit", "integer", False, "most rows in the page (default 100)", (), 1, MAX_LIMIT)
 
 _SEARCH_PARAMS = (
-    Param("query", "string", True, "text that the symbol's qualified name or name contains (any case)"),
+    Param(
+        "query",
+        "string",
+        True,
+        "text that the symbol's qualified name or name contains (any case); one or two characters: the start of its "
+        "name",
+    ),
     _OFFSET,
     _LIMIT,
 )
-_SYMBOL_PARAMS = (Param("fqn", "string", True, "the symbol's fully qualified name"),)
-_FILE_PARAMS = (Param("path", "string", True, "the file's path in the repository"), _OFFSET, _WHOLE_LIMIT)
+_SYMBOL_PARAMS = (
+    Param("fqn", "string", True, 'the symbol\'s fully qualified name ("::", "/" or "." between its parts)'),
+)
+_FILE_PARAMS = (
+    Param("path", "string", True, "the file's path in the repository, or its module's name"),
+    _OFFSET,
+    _WHOLE_LIMIT,
+)
 _ARCHITECTURE_PARAMS = (_OFFSET, _WHOLE_LIMIT)
 _REFERENCES_PARAMS = (
     Param("fqn", "string", True, "the fully qualified name of the symbol that is used"),
     _OFFSET,
     _LIMIT,
 )
+_PROBLEMS_PARAMS = (_OFFSET, _LIMIT)
 _WIKI_PARAMS = (
     Param(
         "action",
@@ -63,18 +77,55 @@ class ToolAnswer(NamedTuple):
     is_error: bool = False
 
 
+def _fits(budget, response):
+    return _text_bytes(response) <= budget
+
+
+def _capped(response, chars):
+    # `response` with each string longer than `chars` code points cut to them.
+    return {k: mr._cut(v, chars) if isinstance(v, str) and len(v) > chars else v for k, v in response.items()}
+
+
+def _shrunk(response, fit):
+    # `response` whole when `fit` holds for it; else with its strings cut to
+    # the most code points for which it does (to one when none does), so
+    # that an answer too long for the budget still answers.
+    if fit(response):
+        return response
+    high = max([1] + [len(v) for v in response.values() if isinstance(v, str)])
+    low = 1  # fits, or is the floor
+    while low < high:
+        mid = high - (high - low) // 2
+        if fit(_capped(response, mid)):
+            low = mid
+        else:
+            high = mid - 1
+    return _capped(response, low)
+
+
 def _status(c, args):
     s = c.index.state()
-    return mr.build_index_status_response(
+    response = mr.build_index_status_response(
         s.status, s.health, s.branch, s.progress, s.files_indexed, s.symbols_indexed,
         s.last_updated, s.errors_count, s.phase, s.phase_detail,
     )
+    return _shrunk(response, lambda r: _fits(c.page_bytes, r))
 
 
-def _fitted_page(c, rows, total, offset, key):
-    # A page of rows, cut to the server's byte budget: its hint names the
-    # offset of the first row left out.
-    return mr.fit_paginated_response(rows, total, offset, c.page_bytes, items_key=key)
+def _fitted_page(c, rows, total, offset, key, budget=None):
+    # A page of rows, cut to the budget: its hint names the offset of the
+    # first row left out. A first row too long for the budget by itself is
+    # shown cut, so that every page goes on from the last.
+    budget = c.page_bytes if budget is None else budget
+    first = rows[0] if rows and isinstance(rows[0], dict) else None
+    page = mr.fit_paginated_response(rows, total, offset, budget, items_key=key)
+    if first is None or page[key]:
+        return page
+
+    def alone(row):
+        return mr.build_paginated_response([row], total, offset, items_key=key)
+
+    return alone(_shrunk(first, lambda row: _fits(budget, alone(row))))
 
 
 def _fitted_page_after(c, head, rows, total, offset, key):
@@ -82,7 +133,7 @@ def _fitted_page_after(c, head, rows, total, offset, key):
     # what the budget leaves. `head`'s text adds itself without its braces,
     # plus a comma.
     head_bytes = _text_bytes(head) - 1
-    head.update(mr.fit_paginated_response(rows, total, offset, max(c.page_bytes - head_bytes, 0), items_key=key))
+    head.update(_fitted_page(c, rows, total, offset, key, max(c.page_bytes - head_bytes, 0)))
     return head
 
 
@@ -99,35 +150,83 @@ def _search(c, args):
     return _fitted_page(c, rows, hits.total, offset, "symbols")
 
 
+def _named_symbol(c, name):
+    # The symbol that `name` names as it is written, or as the index writes it.
+    hit = c.index.symbol(name)
+    if hit is not None:
+        return hit
+    fqn = c.index.resolved_fqn(name)
+    return None if fqn is None else c.index.symbol(fqn)
+
+
+def _fitted_details(c, details):
+    # A symbol's details within the budget: a docstring too long is trimmed
+    # to what fits and marked truncated; should that not do, the other texts
+    # are cut too.
+    def fit(r):
+        return _fits(c.page_bytes, r)
+
+    docstring = details["docstring"]
+    if fit(details) or not isinstance(docstring, str):
+        return _shrunk(details, fit)
+
+    def with_docstring(chars):
+        return {**details, "docstring": mr._trimmed(docstring, chars), "docstring_truncated": True}
+
+    if not fit(with_docstring(0)):
+        return _shrunk(with_docstring(0), fit)
+    low, high = 0, len(docstring)  # low fits
+    while low < high:
+        mid = high - (high - low) // 2
+        if fit(with_docstring(mid)):
+            low = mid
+        else:
+            high = mid - 1
+    return with_docstring(low)
+
+
 def _symbol(c, args):
     fqn = args.string("fqn")
-    hit = c.index.symbol(fqn)
+    hit = _named_symbol(c, fqn)
     if hit is None:
-        return {"found": False, "message": f"No symbol is named {fqn}."}
-    return mr.build_symbol_full_details(hit.symbol, hit.file_path)
+        message = f"No symbol is named {fqn}." + suggestion_text(c.index.close_names(fqn))
+        return _shrunk({"found": False, "message": message}, lambda r: _fits(c.page_bytes, r))
+    return _fitted_details(c, mr.build_symbol_full_details(hit.symbol, hit.file_path))
 
 
 def _file(c, args):
     path = args.string("path")
-    symbols = c.index.file_symbols(path)
-    if not symbols and not c.index.has_file(path):
-        raise InputError("no indexed file at " + mr.quote(path))
+    names = c.index.file_names(path)
+    if not names and not c.index.has_file(path):
+        found = c.index.resolved_file(path)
+        if found is None:
+            close = c.index.close_files(path)
+            raise InputError("no indexed file at " + mr.quote(path) + ("." + suggestion_text(close) if close else ""))
+        path = found
+        names = c.index.file_names(path)
     # The module is the one the file's definitions sit in: its own module
     # symbol, when it has one, would make that the module's parent. That row
     # is listed all the same, under its whole fqn.
-    fqns = [s.symbol.fqn for s in symbols if s.symbol.kind != "module"]
+    fqns = [fqn for fqn, kind in names if kind != "module"]
     if not fqns:
-        fqns = [s.symbol.fqn for s in symbols]
+        fqns = [fqn for fqn, _ in names]
     module = mr.outline_module(fqns)
     offset = args.integer_or("offset", 0)
-    page = _slice(symbols, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))
+    page = c.index.file_symbols(path, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))
     rows = [mr.build_file_symbol(s.symbol, module) for s in page]
-    return _fitted_page_after(c, {"file": path, "module": module}, rows, len(symbols), offset, "symbols")
+    return _fitted_page_after(c, {"file": path, "module": module}, rows, len(names), offset, "symbols")
 
 
 def _references(c, args):
     offset = args.integer_or("offset", 0)
-    refs = c.index.references(args.string("fqn"), offset, args.integer_or("limit", DEFAULT_LIMIT))
+    limit = args.integer_or("limit", DEFAULT_LIMIT)
+    fqn = args.string("fqn")
+    refs = c.index.references(fqn, offset, limit)
+    if refs.total == 0 and c.index.symbol(fqn) is None:
+        resolved = c.index.resolved_fqn(fqn)
+        if resolved is None:
+            raise InputError("no symbol is named " + mr.quote(fqn) + "." + suggestion_text(c.index.close_names(fqn)))
+        refs = c.index.references(resolved, offset, limit)
     # One read of the work tree for the whole page.
     places = [(r.file_path, r.line) for r in refs.rows if r.file_path is not None and r.line is not None]
     code = mr.code_lines(c.root, places)
@@ -140,6 +239,13 @@ def _architecture(c, args):
     offset = args.integer_or("offset", 0)
     rows = [mr.build_component(x) for x in _slice(components, offset, args.integer_or("limit", WHOLE_LIST_LIMIT))]
     return _fitted_page(c, rows, len(components), offset, "components")
+
+
+def _problems(c, args):
+    offset = args.integer_or("offset", 0)
+    found = c.index.problems(offset, args.integer_or("limit", DEFAULT_LIMIT))
+    rows = [{"path": path, "problem": problem} for path, problem in found.rows]
+    return _fitted_page(c, rows, found.total, offset, "problems")
 
 
 def _largest_fitting(low, high, fits):
@@ -442,7 +548,7 @@ class _Tool(NamedTuple):
 _TOOLS = (
     _Tool(
         "status",
-        "The indexer's state: status, health, branch, progress and counts.",
+        "The indexer's state: status, health, branch, progress and counts. The problems tool lists the errors.",
         (),
         _status,
         _status_output_schema,
@@ -453,7 +559,13 @@ _TOOLS = (
         _SEARCH_PARAMS,
         _search,
     ),
-    _Tool("symbol", "Everything known about one symbol, its whole docstring included.", _SYMBOL_PARAMS, _symbol),
+    _Tool(
+        "symbol",
+        "Everything known about one symbol, its whole docstring included (trimmed, and docstring_truncated set, when "
+        "too long for one answer). A name that matches no symbol is answered with close names.",
+        _SYMBOL_PARAMS,
+        _symbol,
+    ),
     _Tool(
         "file",
         "The outline of one file: its module and a row per symbol, named relative to the module. Pages of rows, "
@@ -463,7 +575,7 @@ _TOOLS = (
     ),
     _Tool(
         "references",
-        "Where a symbol is used, with the line of code at each place.",
+        "Where a symbol is used, with the line of code at each place. Pages of rows, like search.",
         _REFERENCES_PARAMS,
         _references,
     ),
@@ -472,6 +584,13 @@ _TOOLS = (
         "The repository's components with their layers and counts. Pages of rows, like search.",
         _ARCHITECTURE_PARAMS,
         _architecture,
+    ),
+    _Tool(
+        "problems",
+        "The files that the last index run could not index, or not whole, with the reason. Pages of rows, like "
+        "search.",
+        _PROBLEMS_PARAMS,
+        _problems,
     ),
     _Tool(
         "wiki",
