@@ -123,6 +123,9 @@ CREATE TABLE wiki_pages (
   source_path TEXT
 );
 CREATE INDEX pages_by_source ON wiki_pages (source_path);
+-- The list of pages in their order, without reading their text (which is
+-- stored before `position`, so a scan of the table reads every page whole).
+CREATE INDEX pages_by_position ON wiki_pages (position, page_id, title, stale);
 
 CREATE TABLE wiki_sections (
   id INTEGER PRIMARY KEY,
