@@ -14,6 +14,10 @@ BEGIN;
 -- name: end_snapshot
 ROLLBACK;
 
+-- A reader maps the file rather than copying each page it reads: a wiki
+-- page or a large file's rows are read without a copy per call.
+-- name: reader_settings
+PRAGMA mmap_size = 1073741824;
 -- Whether the database holds the indexer's state.
 -- name: has_state_table
 SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'index_status';

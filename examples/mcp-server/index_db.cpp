@@ -313,6 +313,7 @@ IndexDb::Connection IndexDb::connect(const std::string& path) {
   if (rc != SQLITE_OK) throw std::runtime_error("cannot open " + path + ": " + sqlite3_errmsg(db));
   // An indexer may be writing: a read waits out its brief locks.
   sqlite3_busy_timeout(db, kBusyMilliseconds);
+  sqlite3_exec(db, std::string(query("reader_settings")).c_str(), nullptr, nullptr, nullptr);
   // Without the indexer's state the repository was never indexed.
   Statement has_state(db, query("has_state_table"));
   if (!has_state.step() || has_state.integer(0) == 0) return nullptr;

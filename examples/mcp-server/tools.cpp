@@ -480,7 +480,8 @@ mr::ResponseDict wiki_part(const ToolsConfig& c, const WikiPage& page, std::int6
     if (!within(read("", entries), c.page_bytes / 2)) {
       kept = largest_fitting(0, entries, [&](std::int64_t n) { return within(read("", n), c.page_bytes / 2); });
     }
-    const std::size_t stop = byte_after(page.content, end);
+    // Counted from the part's start: a page may be long, and parts are tried many times.
+    const std::size_t stop = from_byte + byte_after(std::string_view(page.content).substr(from_byte), end - from);
     return read(page.content.substr(from_byte, stop - from_byte) + "\n\n" + way, kept);
   };
   const auto fits = [&](const mr::ResponseDict& response) { return within(response, c.page_bytes); };
@@ -494,7 +495,9 @@ mr::ResponseDict wiki_part(const ToolsConfig& c, const WikiPage& page, std::int6
   const std::int64_t most = std::min(std::max<std::int64_t>(end_at(0) - from - 1, 1),
                                      static_cast<std::int64_t>(std::min<std::size_t>(c.page_bytes, INT64_MAX)));
   std::int64_t chars = largest_fitting(1, most, [&](std::int64_t n) { return fits(part(from + n, false)); });
-  const std::string_view cut(page.content.data() + from_byte, byte_after(page.content, from + chars) - from_byte);
+  const std::string_view cut =
+      std::string_view(page.content)
+          .substr(from_byte, byte_after(std::string_view(page.content).substr(from_byte), chars));
   for (const char mark : {'\n', ' '}) {
     const std::size_t at = cut.rfind(mark);
     if (at != std::string_view::npos && char_count(cut.substr(0, at + 1)) * 2 > chars) {

@@ -219,6 +219,7 @@ class IndexDb:
             # keeps it: each bad byte a lone surrogate, which the response
             # layer writes (and server.py sends) as that byte again.
             db.text_factory = _text_of
+            db.execute(_QUERIES["reader_settings"])
         except sqlite3.Error as e:
             raise IndexDbError(f"cannot open {path}: {e}") from None
         try:
