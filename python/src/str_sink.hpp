@@ -191,8 +191,9 @@ class StrSink {
     if (k > kind_) widen(k);
   }
   [[gnu::noinline]] void widen(Kind k);
-  // Moves the text into a str of kind `k` with room for `units` characters.
-  void relocate(std::size_t units, Kind k);
+  // Moves the text into a str of kind `k` with room for `units`
+  // characters, or `least` when that much is refused.
+  void relocate(std::size_t units, std::size_t least, Kind k);
 
   void quote_here() noexcept {
     if (nested_) *p_++ = '\\';
