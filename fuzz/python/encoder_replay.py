@@ -12,7 +12,9 @@ length, or EncodingError naming the first string that holds a surrogate
 (in writing order, keys before their values) and the byte where it starts;
 tool_call_line is one JSON line whose text block is tool_result_text; the
 bytes forms (tool_result_bytes, tool_call_line_bytes) are the str forms
-encoded, or the same EncodingError where the str holds a surrogate.
+encoded, or the same EncodingError where the str holds a surrogate. Then
+the values that have UTF-8 are checked together in one list, and repeated
+past 4 MB in the order of their widest character.
 """
 import argparse
 import json
@@ -129,17 +131,15 @@ def utf8_error(v, where="$"):
     return None
 
 
-def check(data):
-    v = value(Bytes(data))
+def check(v, request_id, is_error):
+    """Whether v's text, line, size and bytes forms are as described above; returns whether v has UTF-8."""
     text = kmr.tool_result_text(v)
     assert text == oracle(v), (text, oracle(v))
     bad = utf8_error(v)
-    request_id = [7, -2**70, "req-\u2028\"1\""][len(data) % 3]
-    line = kmr.tool_call_line(request_id, v, is_error=bool(len(data) & 1))
+    line = kmr.tool_call_line(request_id, v, is_error=is_error)
     for measure, expected in [(kmr._encoded_size, lambda: len(text.encode())),
                               (kmr.tool_result_bytes, text.encode),
-                              (lambda v: kmr.tool_call_line_bytes(request_id, v, is_error=bool(len(data) & 1)),
-                               line.encode)]:
+                              (lambda v: kmr.tool_call_line_bytes(request_id, v, is_error=is_error), line.encode)]:
         try:
             got = measure(v)
             assert bad is None and got == expected(), (got, bad)
@@ -149,7 +149,8 @@ def check(data):
     message = json.loads(line)
     assert message["jsonrpc"] == "2.0" and message["id"] == request_id, message
     assert message["result"]["content"] == [{"type": "text", "text": text}], message
-    assert message["result"].get("isError", False) == bool(len(data) & 1), message
+    assert message["result"].get("isError", False) == is_error, message
+    return bad is None
 
 
 def inputs(paths, count, seed):
@@ -169,15 +170,23 @@ def main():
     parser.add_argument("--random", type=int, default=0)
     parser.add_argument("--seed", type=int, default=20261123)
     a = parser.parse_args()
-    runs = 0
+    runs, whole = 0, []
     for data in inputs(a.paths, a.random, a.seed):
+        v = value(Bytes(data))
         try:
-            check(data)
+            if check(v, [7, -2**70, "req-\u2028\"1\""][len(data) % 3], bool(len(data) & 1)):
+                whole.append(v)
         except Exception:
             print(f"failed on input {runs}: {data.hex()}", file=sys.stderr)
             raise
         runs += 1
-    print(f"ran {runs} inputs")
+    # The values that have UTF-8 in one list, and then repeated past 4 MB
+    # in the order of their widest character: long texts that leave the
+    # writers' first buffers and grow, widened early or only late.
+    widest = {id(v): max(map(ord, oracle(v))) for v in whole}
+    for values in (whole, sorted(whole * (1 + (4 << 20) // len(oracle(whole))), key=lambda v: widest[id(v)])):
+        check(values, 1, False)
+    print(f"ran {runs} inputs and their {len(whole)} values with UTF-8 together")
 
 
 if __name__ == "__main__":

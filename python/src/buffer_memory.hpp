@@ -17,6 +17,24 @@ namespace kestrune::mcp_responses::python {
 /// moved by hand when it grows (see moved_by_hand).
 inline constexpr std::size_t kHugeFrom = std::size_t{4} << 20;
 
+/// kGiveBackFrom: the size from which the C library maps a block apart,
+/// whatever it has seen (its largest threshold), and unmaps it when freed.
+inline constexpr std::size_t kGiveBackFrom = std::size_t{32} << 20;
+
+/// grown_capacity: the capacity that a buffer of `capacity` bytes, which
+/// needs `needed`, grows to: twice its size, and from kGiveBackFrom on
+/// eight times (at most 1 GiB more). Blocks that large are always fresh
+/// memory, and each move by hand copies what is written and makes the
+/// kernel clear the pages it lands in, while pages never written cost only
+/// address space: fewer, larger moves save both. Smaller blocks grow by
+/// doubling, sizes the allocator's heap serves again warm. A caller whose
+/// generous request fails asks again for what it needs.
+inline std::size_t grown_capacity(std::size_t capacity, std::size_t needed) noexcept {
+  constexpr std::size_t kMostMore = std::size_t{1} << 30;
+  const std::size_t grown = 2 * capacity >= kGiveBackFrom ? std::min(8 * capacity, capacity + kMostMore) : 2 * capacity;
+  return std::max(grown, needed);
+}
+
 /// advise_pages: madvise `advice` for the whole `align`-byte pages of
 /// [begin, end), where the system has it; a hint only.
 inline void advise_pages([[maybe_unused]] char* begin, [[maybe_unused]] char* end, [[maybe_unused]] std::size_t align,
@@ -38,10 +56,6 @@ inline void advise_huge(char* begin, char* end) noexcept {
   advise_pages(begin, end, std::size_t{2} << 20, MADV_HUGEPAGE);
 #endif
 }
-
-/// kGiveBackFrom: the size from which the C library maps a block apart,
-/// whatever it has seen (its largest threshold), and unmaps it when freed.
-inline constexpr std::size_t kGiveBackFrom = std::size_t{32} << 20;
 
 /// moved_by_hand: copies `size` bytes of a buffer of `capacity` bytes at
 /// `from` to its larger successor at `to`. From kGiveBackFrom on, the pages

@@ -18,6 +18,10 @@ bool bind_arguments(const char* function, const char* const* names, PyObject* co
                     std::size_t positional, std::size_t required, PyObject* const* args, Py_ssize_t nargs,
                     PyObject* kwnames, PyObject** out) {
   const auto given = static_cast<std::size_t>(nargs);
+  if (kwnames == nullptr && given == count && given <= positional) {
+    std::copy(args, args + count, out);  // the common call: every argument by position
+    return true;
+  }
   if (given > positional) {
     PyErr_Format(PyExc_TypeError, "%s() takes at most %zu positional arguments (%zd given)", function, positional,
                  nargs);

@@ -5,8 +5,6 @@
 // sink stops when memory runs out.
 #pragma once
 
-#include <Python.h>
-
 #include <array>
 #include <bit>
 #include <cstddef>

@@ -34,12 +34,13 @@ StrSink::StrSink(std::size_t chars, std::uint32_t max_char) : counted_(chars), p
   counted_kind_ = kind_;
   // Room beyond the count for the most any one write asks for before it
   // knows what it writes, so that a right count never grows the str.
-  relocate(chars + kMaxEscape * kChunk + 64, kind_);
+  const std::size_t units = chars + kMaxEscape * kChunk + 64;
+  relocate(units, units, kind_);
 }
 
 void StrSink::grow(std::size_t n) {
-  const std::size_t units = (size() + n + width_ - 1) / width_;
-  relocate(std::max(2 * capacity() / width_, units), kind_);
+  const std::size_t least = (size() + n + width_ - 1) / width_;
+  relocate(grown_capacity(capacity(), least * width_) / width_, least, kind_);
 }
 
 void StrSink::widen(Kind k) {
@@ -48,19 +49,25 @@ void StrSink::widen(Kind k) {
     return;
   }
   if (str_ != nullptr && !preset_ && size() > kCopyWidenMost) throw WidenedLate{};
-  relocate(std::max(2 * size() / width_, kLocalBytes), k);
+  const std::size_t least = size() / width_ + kLocalBytes;
+  relocate(std::max(2 * size() / width_, least), least, k);
 }
 
-void StrSink::relocate(std::size_t units, Kind k) {
+void StrSink::relocate(std::size_t units, std::size_t least, Kind k) {
   const std::size_t count = size() / width_;
   const std::size_t to_width = kWidths[static_cast<int>(k)];
-  const std::size_t bytes = units * to_width;
-  if (str_ != nullptr && k == kind_ && bytes < kHugeFrom) {
+  if (str_ != nullptr && k == kind_ && units * to_width < kHugeFrom) {
     // The same kind: realloc, in place or remapped.
     if (PyUnicode_Resize(&str_, static_cast<Py_ssize_t>(units)) != 0) throw NoMemory{};
   } else {
     PyObject* fresh = PyUnicode_New(static_cast<Py_ssize_t>(units), kMaxChars[static_cast<int>(k)]);
+    if (fresh == nullptr && units > least) {
+      PyErr_Clear();  // a generous request refused: what is needed
+      units = least;
+      fresh = PyUnicode_New(static_cast<Py_ssize_t>(units), kMaxChars[static_cast<int>(k)]);
+    }
     if (fresh == nullptr) throw NoMemory{};
+    const std::size_t bytes = units * to_width;
     auto* data = static_cast<char*>(PyUnicode_DATA(fresh));
     if (bytes >= kHugeFrom) advise_huge(data, data + bytes);
     if (to_width == width_) {
@@ -77,7 +84,7 @@ void StrSink::relocate(std::size_t units, Kind k) {
   }
   begin_ = static_cast<char*>(PyUnicode_DATA(str_));
   p_ = begin_ + count * width_;
-  end_ = begin_ + bytes;
+  end_ = begin_ + units * width_;
 }
 
 PyObject* StrSink::str() {

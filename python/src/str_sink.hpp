@@ -16,7 +16,8 @@ namespace kestrune::mcp_responses::python {
 
 /// copied: `n` characters of `s` written at `out` as Char, escaped (`nested`
 /// as escape_of), eight bytes of them at a time up to the next that needs an
-/// escape; returns the end. `out` has room for kMaxEscape characters a character.
+/// escape; returns the end. `out` has room for kMaxEscape characters a
+/// character.
 template <class Char, class C>
 Char* copied(const C* s, std::size_t n, Char* out, bool nested) noexcept {
   constexpr std::size_t kLanes = 8 / sizeof(C);
@@ -65,14 +66,14 @@ Char* copied(const C* s, std::size_t n, Char* out, bool nested) noexcept {
 struct WidenedLate {};
 
 /// StrSink: the text begins in the sink itself, moves into a str object
-/// when it outgrows it, and then grows in place (the allocator's realloc,
-/// which remaps large blocks instead of copying them). The characters are
-/// written at the width of the widest so far (one, two or four bytes, as the
-/// str holds them); a wider string moves them into a wider str, except that
-/// past kCopyWidenMost bytes the sink throws WidenedLate, and the text is
-/// counted first and written again at its final width. A string of kind 2 or
-/// 4 always holds a character that needs that width, so the width reached is
-/// the str's own.
+/// when it outgrows it, and then grows in place by realloc, and from
+/// kHugeFrom in blocks of huge pages moved by hand (buffer_memory.hpp). The
+/// characters are written at the width of the widest so far (one, two or
+/// four bytes, as the str holds them); a wider string moves them into a
+/// wider str, except that past kCopyWidenMost bytes the sink throws
+/// WidenedLate, and the text is counted first and written again at its
+/// final width. A string of kind 2 or 4 always holds a character that needs
+/// that width, so the width reached is the str's own.
 class StrSink {
  public:
   static constexpr bool kWrites = true;
@@ -190,8 +191,9 @@ class StrSink {
     if (k > kind_) widen(k);
   }
   [[gnu::noinline]] void widen(Kind k);
-  // Moves the text into a str of kind `k` with room for `units` characters.
-  void relocate(std::size_t units, Kind k);
+  // Moves the text into a str of kind `k` with room for `units`
+  // characters, or `least` when that much is refused.
+  void relocate(std::size_t units, std::size_t least, Kind k);
 
   void quote_here() noexcept {
     if (nested_) *p_++ = '\\';

@@ -10,11 +10,16 @@ namespace kestrune::mcp_responses::python {
 void Utf8Sink::grow(std::size_t n) {
   const std::size_t size = this->size();
   const std::size_t old_capacity = static_cast<std::size_t>(end_ - begin_);
-  const std::size_t capacity = std::max(2 * old_capacity, size + n);
+  std::size_t capacity = grown_capacity(old_capacity, size + n);
   if (bytes_ != nullptr && capacity < kHugeFrom) {
     if (_PyBytes_Resize(&bytes_, static_cast<Py_ssize_t>(capacity)) != 0) throw NoMemory{};  // gone with the text
   } else {
     PyObject* fresh = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(capacity));
+    if (fresh == nullptr && capacity > size + n) {
+      PyErr_Clear();  // a generous request refused: what is needed
+      capacity = size + n;
+      fresh = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(capacity));
+    }
     if (fresh == nullptr) throw NoMemory{};
     char* data = PyBytes_AS_STRING(fresh);
     if (capacity >= kHugeFrom) advise_huge(data, data + capacity);

@@ -14,7 +14,8 @@
 namespace kestrune::mcp_responses::python {
 
 /// Utf8Sink: the bytes begin in the sink itself, move into a bytes object
-/// when they outgrow it, and then grow in place (the allocator's realloc).
+/// when they outgrow it, and then grow in place by realloc, and from
+/// kHugeFrom in blocks of huge pages moved by hand (buffer_memory.hpp).
 /// With `strict`, a lone surrogate stops the walk (it has no UTF-8 form) and
 /// bad_byte() tells where it sits in its string's UTF-8; otherwise it is
 /// written as its three bytes, as the library keeps text that is not

@@ -136,7 +136,8 @@ class Values(unittest.TestCase):
 class LongTexts(unittest.TestCase):
     """Texts long enough to leave the writer's first buffer, to widen after
     the point where a wider string makes the writer count first and write
-    again, and to be held in buffers of huge pages moved by hand: the text,
+    again, to be held in buffers of huge pages moved by hand, and to grow
+    past 32 MB, where buffers grow eightfold: the text,
     the line and their bytes as json.dumps writes them, however late the
     widest character comes."""
 
@@ -145,7 +146,7 @@ class LongTexts(unittest.TestCase):
         cases = [(9_000, first, late) for first in pieces for late in pieces] + [
             (1_200_000, "ASCII", "Latin-1"), (1_200_000, "ASCII", "BMP"), (1_200_000, "Latin-1", "astral"),
             (1_200_000, "BMP", "BMP"), (5_000_000, "ASCII", "ASCII"), (5_000_000, "ASCII", "BMP"),
-            (5_000_000, "BMP", "astral")]
+            (5_000_000, "BMP", "astral"), (40_000_000, "ASCII", "ASCII")]
 
         def dumps(v):
             return json.dumps(v, separators=(",", ":"), ensure_ascii=False)
