@@ -195,6 +195,21 @@ test("any language: a unique name is a use only in the file's language and where
 // The Go analyzer is built beside the indexer when the build had go.
 const go = existsSync(join(dirname(indexer), "go_analyzer"));
 
+test("docs of the languages read by comments: /** */ and /// where the language marks docs, not a plain block", () =>
+  indexed("docs", {
+    "src/A.java": "/* Not a doc. */\nclass Plain {}\n/** A documented class. */\nclass Documented {}\n",
+    "src/lib.rs": "fn add(x: i32) -> i32 { x + 1 }\n///Counts.\nfn count() {}\n",
+  }, async (call) => {
+    const docs = [["src.A.Plain", true, null], ["src.A.Documented", true, "A documented class."],
+      ["src.lib.count", true, "Counts."]];
+    const found = [];
+    for (const [fqn] of docs) {
+      const symbol = await call("symbol", { fqn });
+      found.push([fqn, symbol.found, symbol.docstring || null]);
+    }
+    assert.deepEqual(found, docs);
+  }));
+
 test("Go: a module's import paths, pkg.Name across packages, a method on a pointer receiver, a shadowing " +
      "parameter, a type declared once per GOOS", { skip: !go }, async () => {
   const root = makeTree(join(scratch, "go"), {
