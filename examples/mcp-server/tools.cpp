@@ -485,7 +485,12 @@ mr::ResponseDict wiki_part(const ToolsConfig& c, const WikiPage& page, std::int6
     return read(page.content.substr(from_byte, stop - from_byte) + "\n\n" + way, kept);
   };
   const auto fits = [&](const mr::ResponseDict& response) { return within(response, c.page_bytes); };
-  const auto most_ends = static_cast<std::int64_t>(ends.size()) + 1;
+  // A part of more code points than the budget has bytes cannot fit: the
+  // search need not try it (nor encode it).
+  std::int64_t most_ends = 0;
+  while (most_ends <= static_cast<std::int64_t>(ends.size()) &&
+         end_at(most_ends) - from <= static_cast<std::int64_t>(std::min<std::size_t>(c.page_bytes, INT64_MAX)))
+    ++most_ends;
   const std::int64_t sections =
       largest_fitting(0, most_ends, [&](std::int64_t n) { return n == 0 || fits(part(end_at(n - 1), true)); });
   if (sections > 0) return part(end_at(sections - 1), true);

@@ -301,7 +301,7 @@ def _fitted_wiki_list(c, rows, total, offset):
 
 
 def _text_bytes(response):
-    return len(mr.tool_result_text(response).encode())
+    return len(mr.tool_result_bytes(response))
 
 
 class _SectionStart(NamedTuple):
@@ -406,7 +406,12 @@ def _wiki_part(c, page, offset):
     def fits(response):
         return _within(response, c.page_bytes)
 
-    sections = _largest_fitting(0, len(ends) + 1, lambda n: n == 0 or fits(part(end_at(n - 1), True)))
+    # A part of more code points than the budget has bytes cannot fit: the
+    # search need not try it (nor encode it).
+    most_ends = 0
+    while most_ends <= len(ends) and end_at(most_ends) - start <= c.page_bytes:
+        most_ends += 1
+    sections = _largest_fitting(0, most_ends, lambda n: n == 0 or fits(part(end_at(n - 1), True)))
     if sections > 0:
         return part(end_at(sections - 1), True)
     # The first section alone is too long: as many of its code points as
