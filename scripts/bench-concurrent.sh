@@ -12,5 +12,5 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j2 --target kestrune-index kestrune-example-server kestrune_mcp_responses_python \
   >/dev/null
 PYTHONPATH="$PWD/build/release/python" exec node bench/concurrent_reads.mjs \
-  build/release/examples/indexer/kestrune-index build/release/examples/mcp-server/kestrune-example-server \
-  "$PWD/examples/python-server/server.py" "$@"
+  build/release/indexer/kestrune-index build/release/servers/cpp/kestrune-example-server \
+  "$PWD/servers/python/server.py" "$@"

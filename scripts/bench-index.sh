@@ -22,7 +22,7 @@ stdlib=$(python3 -c "import sysconfig; print(sysconfig.get_path('stdlib'))")
 tree=$scratch/stdlib
 scripts/stdlib-tree.sh "$tree"
 db=$scratch/index.db
-index=build/release/examples/indexer/kestrune-index
+index=build/release/indexer/kestrune-index
 
 run() {  # run LABEL: one indexer run, its summary, time and peak RSS
   /usr/bin/time -f "%e %M" -o "$scratch/time" "$index" "$tree" --db "$db" 2>"$scratch/log" >"$scratch/out"
@@ -50,12 +50,12 @@ echo "index: $(du -b "$db" | cut -f1) bytes ($(du -h "$db" | cut -f1));" \
     ' references, ' || (SELECT count(*) FROM wiki_sections) || ' wiki sections'")"
 echo
 echo "query plans:"
-plan() {  # plan LABEL QUERY VALUE...: the plan of the server's query QUERY (examples/queries.sql), ?1... bound
+plan() {  # plan LABEL QUERY VALUE...: the plan of the server's query QUERY (index/queries.sql), ?1... bound
   local label=$1 name=$2 params=() i=1
   shift 2
   for value in "$@"; do params+=(".parameter set ?$i $value"); i=$((i + 1)); done
   local sql
-  sql=$(awk -v n="$name" '/^-- name: /{on = ($3 == n); next} on && !/^[[:space:]]*(--|$)/' examples/queries.sql)
+  sql=$(awk -v n="$name" '/^-- name: /{on = ($3 == n); next} on && !/^[[:space:]]*(--|$)/' index/queries.sql)
   sqlite3 "$db" "${params[@]}" "EXPLAIN QUERY PLAN $sql" | grep -v '^QUERY PLAN' | sed "s/^/  $label: /"
 }
 plan "search, matches" trigram_matches "'\"parse\"'"
@@ -64,5 +64,5 @@ plan "search, dense page" ids_by_rank
 plan "references, count" references_count "'os'"
 plan "references, page" references_page "'os'" 20 0
 echo
-node bench/index_tools.mjs "$PWD/build/release/examples/mcp-server/kestrune-example-server" "$db" "$tree" \
+node bench/index_tools.mjs "$PWD/build/release/servers/cpp/kestrune-example-server" "$db" "$tree" \
   "$scratch/server-rss" "${1:-1000}"

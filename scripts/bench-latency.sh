@@ -16,11 +16,11 @@ tests/mcp/install.sh
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 scripts/stdlib-tree.sh "$scratch/stdlib"
-build/release/examples/indexer/kestrune-index "$scratch/stdlib" --db "$scratch/index.db" 2>"$scratch/log"
+build/release/indexer/kestrune-index "$scratch/stdlib" --db "$scratch/index.db" 2>"$scratch/log"
 echo "indexed: $(sqlite3 "$scratch/index.db" "SELECT files_indexed || ' files, ' || symbols_indexed || ' symbols, ' ||
   errors_count || ' errors (' || health || ')' FROM index_status")"
 echo
-for server in build/release/examples/mcp-server/kestrune-example-server examples/python-server/server.py; do
+for server in build/release/servers/cpp/kestrune-example-server servers/python/server.py; do
   echo "## $server"
   PYTHONPATH=$PWD/build/release/python node bench/latency.mjs "$server" "$scratch/index.db" "$scratch/stdlib" "${1:-200}"
   echo

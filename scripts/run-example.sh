@@ -5,7 +5,7 @@
 # model reads. With a repository, it ends with the configuration that an MCP
 # client reads to use the server on that repository. With --python the
 # session runs against the example server written in Python
-# (examples/python-server) instead, over the Python module; it answers alike.
+# (servers/python) instead, over the Python module; it answers alike.
 #   scripts/run-example.sh [--python] [REPO]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -29,15 +29,15 @@ targets=(kestrune-index kestrune-example-server)
 # files that changed.
 mkdir -p build/release/indexes
 db=$PWD/build/release/indexes/$(basename "$repo")-$(printf %s "$repo" | cksum | cut -d' ' -f1).db
-server=$PWD/build/release/examples/mcp-server/kestrune-example-server
+server=$PWD/build/release/servers/cpp/kestrune-example-server
 env_json=
 if [ -n "$python" ]; then
   # The client passes PYTHONPATH on to the server (tests/mcp/client.mjs).
   export PYTHONPATH=$PWD/build/release/python
-  server=$PWD/examples/python-server/server.py
+  server=$PWD/servers/python/server.py
   env_json=", \"env\": {\"PYTHONPATH\": \"$PYTHONPATH\"}"
 fi
-build/release/examples/indexer/kestrune-index "$repo" --db "$db" >&2
+build/release/indexer/kestrune-index "$repo" --db "$db" >&2
 if [ $# -eq 0 ]; then
   node tests/mcp/session.mjs "$server" "$db" "$repo"
 else
@@ -46,6 +46,6 @@ else
 
 To use it from an MCP client, add the server to the client's configuration:
 {"mcpServers": {"kestrune": {"command": "$server", "args": ["--db", "$db", "--root", "$repo"]$env_json}}}
-Run scripts/run-example.sh ${python:+$python }$1 again (or build/release/examples/indexer/kestrune-index) to bring the index up to date.
+Run scripts/run-example.sh ${python:+$python }$1 again (or build/release/indexer/kestrune-index) to bring the index up to date.
 JSON
 fi

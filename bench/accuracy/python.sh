@@ -15,7 +15,7 @@ cd "$(dirname "$0")/../.."
 scripts/install-deps.sh
 cmake --preset dev >/dev/null
 cmake --build --preset dev -j2 --target kestrune-index >/dev/null
-indexer="$PWD/build/dev/examples/indexer/kestrune-index"
+indexer="$PWD/build/dev/indexer/kestrune-index"
 mkdir -p "${SCRATCH:-${TMPDIR:-/tmp}/kestrune-accuracy}"
 scratch="$(cd -P "${SCRATCH:-${TMPDIR:-/tmp}/kestrune-accuracy}" && pwd)"  # jedi's answers are keyed by the path
 

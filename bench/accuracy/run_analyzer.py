@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs a language analyzer (examples/indexer/analyzers) over a tree by its
+"""Runs a language analyzer (indexer/analyzers) over a tree by its
 protocol, as the indexer would, and writes its answer lines.
 
   bench/accuracy/run_analyzer.py --tree PATH [--out FILE]
@@ -18,7 +18,7 @@ import threading
 import time
 from pathlib import Path
 
-ANALYZER = Path(__file__).resolve().parents[2] / "examples" / "indexer" / "analyzers" / "python_analyzer.py"
+ANALYZER = Path(__file__).resolve().parents[2] / "indexer" / "analyzers" / "python_analyzer.py"
 
 
 def python_files(root):

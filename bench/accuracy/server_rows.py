@@ -2,11 +2,11 @@
 scores what a user of `symbol` is told, not a row of its own choosing."""
 import os
 
-QUERIES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples", "queries.sql")
+QUERIES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "index", "queries.sql")
 
 
 def server_query(name):
-    """The servers' query `name` from examples/queries.sql, as they read it;
+    """The servers' query `name` from index/queries.sql, as they read it;
     None where the servers have no such file (they answer the first row)."""
     if not os.path.exists(QUERIES):
         return None

@@ -22,7 +22,7 @@ mkdir "$scratch/hono"                                        # ES module JavaScr
 (cd "$m/hono/dist" && tar cf - --exclude=./cjs .) | tar xf - -C "$scratch/hono"
 cp -r "$m/@modelcontextprotocol/sdk/dist/esm" "$scratch/sdk"  # JavaScript beside its declarations
 
-index=build/release/examples/indexer/kestrune-index
+index=build/release/indexer/kestrune-index
 for tree in zod ajv hono sdk; do
   /usr/bin/time -f "$tree: full index %e s wall, %U s user, %S s system, peak RSS %M KiB" \
     "$index" "$scratch/$tree" --db "$scratch/$tree.db" >/dev/null

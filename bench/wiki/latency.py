@@ -3,7 +3,7 @@ Markdown file under DOCS (gunzipped) indexed, then 200 calls an action with
 a mix of arguments (the longest pages read whole and from later offsets,
 list pages across the wiki, questions of common and rare words).
 
-  python3 bench/wiki/latency.py --indexer build/release/examples/indexer/kestrune-index \
+  python3 bench/wiki/latency.py --indexer build/release/indexer/kestrune-index \
       --docs /usr/share/doc/nodejs/api [--server CMD ...]"""
 
 import argparse
@@ -22,7 +22,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--indexer", required=True)
     parser.add_argument("--docs", required=True)
-    parser.add_argument("--server", nargs="+", default=["build/release/examples/mcp-server/kestrune-example-server"])
+    parser.add_argument("--server", nargs="+", default=["build/release/servers/cpp/kestrune-example-server"])
     parser.add_argument("--work", default="/tmp/kestrune-wiki-latency")
     parser.add_argument("--calls", type=int, default=200)
     args = parser.parse_args()

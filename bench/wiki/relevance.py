@@ -3,7 +3,7 @@ answers it: questions over the Markdown documentation of three projects that
 Debian ships (questions.json, each with the sections that answer it, chosen by
 reading the documents), asked through an example server over stdio.
 
-  python3 bench/wiki/relevance.py --indexer build/release/examples/indexer/kestrune-index \
+  python3 bench/wiki/relevance.py --indexer build/release/indexer/kestrune-index \
       [--server CMD ...] [--work DIR]
 
 Copies each project's Markdown files (gunzipped) into DIR, indexes them, and
@@ -64,7 +64,7 @@ class Server:
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--indexer", required=True)
-    parser.add_argument("--server", nargs="+", default=["build/release/examples/mcp-server/kestrune-example-server"])
+    parser.add_argument("--server", nargs="+", default=["build/release/servers/cpp/kestrune-example-server"])
     parser.add_argument("--work", default="/tmp/kestrune-wiki-relevance")
     parser.add_argument("--verbose", action="store_true")
     args = parser.parse_args()

@@ -1,4 +1,4 @@
-"""The Python analyzer (examples/indexer/analyzers/python_analyzer.py) on
+"""The Python analyzer (indexer/analyzers/python_analyzer.py) on
 small trees, run as the indexer runs it. A source line that ends in
 `# ref: a.b, c.d` must be answered with a reference to each of those fqns on
 that line; `# not: a.b` with none to it; `# ref: a; not: b` both.

@@ -13,7 +13,7 @@ import unittest
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "examples" / "python-server"))
+sys.path.insert(0, str(ROOT / "servers" / "python"))
 
 from kestrune_example import request_json  # noqa: E402
 from kestrune_example.index_db import IndexDb  # noqa: E402
@@ -25,7 +25,7 @@ def make_index(path):
     alpha0..alpha29, and 30 uses of pkg.target."""
     db = sqlite3.connect(path, isolation_level=None)
     db.execute("PRAGMA journal_mode = WAL")
-    db.executescript((ROOT / "examples" / "schema.sql").read_text())
+    db.executescript((ROOT / "index" / "schema.sql").read_text())
     db.execute("INSERT INTO index_status VALUES (1, 'ready', 'healthy', NULL, 100, 1, 30, NULL, 0, NULL, NULL)")
     for i in range(30):
         db.execute("INSERT INTO symbols (id, fqn, name) VALUES (?, ?, ?)", (i, f"pkg.alpha{i}", f"alpha{i}"))

@@ -1,7 +1,7 @@
 -- The schema of a repository index as the example MCP server reads it. Both
 -- indexes are made on it: the hand-written one of examples/repo/
--- (examples/index.sql, run after this file) and those that kestrune-index
--- builds from a work tree (examples/indexer/). The version changes with the
+-- (index/index.sql, run after this file) and those that kestrune-index
+-- builds from a work tree (indexer/). The version changes with the
 -- schema: kestrune-index builds an index of another version anew.
 
 PRAGMA user_version = 5;

@@ -46,7 +46,7 @@ Queries parse(std::string_view text) {
 std::string_view query(std::string_view name) {
   static const Queries queries = parse(kQueriesSql);
   const auto it = queries.find(name);
-  if (it == queries.end()) throw std::logic_error("examples/queries.sql holds no query named " + std::string(name));
+  if (it == queries.end()) throw std::logic_error("index/queries.sql holds no query named " + std::string(name));
   return it->second;
 }
 

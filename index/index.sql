@@ -1,7 +1,7 @@
 -- The index of examples/repo/ as the example MCP server reads it, written by
 -- hand: the indexer's state, symbols, references, components and the wiki.
--- The build runs examples/schema.sql and then this file into index.db
--- (examples/mcp-server/make_index_db.cpp).
+-- The build runs index/schema.sql and then this file into index.db
+-- (servers/cpp/make_index_db.cpp).
 
 INSERT INTO index_status VALUES
   (1, 'ready', 'healthy', 'main', 100, 7, 16, '2026-11-23T09:20:45Z', 0, NULL, NULL);

@@ -1,6 +1,6 @@
 """The repository index that the server answers from: a SQLite database
 opened read-only, queried with bound parameters only. The queries are those
-of examples/queries.sql, which the C++ server builds in."""
+of index/queries.sql, which the C++ server builds in."""
 
 import bisect
 import contextlib
@@ -35,7 +35,7 @@ def _read_queries(path):
     return {name: "\n".join(sql).removesuffix(";") for name, sql in queries.items()}
 
 
-_QUERIES = _read_queries(pathlib.Path(__file__).resolve().parents[2] / "queries.sql")
+_QUERIES = _read_queries(pathlib.Path(__file__).resolve().parents[3] / "index" / "queries.sql")
 
 
 class IndexState(NamedTuple):
@@ -449,7 +449,7 @@ class IndexDb:
         return Page(rows, total)
 
     def _writer_active(self):
-        # The indexer's lock (see examples/indexer/writer_lock.hpp): an
+        # The indexer's lock (see indexer/writer_lock.hpp): an
         # exclusive flock on the database file for the whole run.
         try:
             fd = os.open(self._path, os.O_RDONLY | os.O_CLOEXEC)

@@ -1,7 +1,7 @@
 """Names as users write them: a C++ `ns::name`, a Go `net/http.Client`, a
 Python module path without its src/ folder. The index names every symbol
 with dots; these helpers turn a written name into that form and rank close
-names for a lookup that missed (examples/mcp-server/lookup_names.hpp)."""
+names for a lookup that missed (servers/cpp/lookup_names.hpp)."""
 
 MOST_SUGGESTIONS = 5
 

@@ -1,6 +1,6 @@
 -- The queries of the example MCP servers, each under its name: the C++
--- server (examples/mcp-server) builds this file in, the Python one
--- (examples/python-server) reads it. Every value from a request is a bound
+-- server (servers/cpp) builds this file in, the Python one
+-- (servers/python) reads it. Every value from a request is a bound
 -- parameter.
 --
 -- The format: a query begins at a line "-- name: NAME" and runs to the next

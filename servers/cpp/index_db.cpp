@@ -1,4 +1,4 @@
-// Queries of the example index (examples/queries.sql). Every value from a
+// Queries of the example index (index/queries.sql). Every value from a
 // request is a bound parameter.
 #include "index_db.hpp"
 
