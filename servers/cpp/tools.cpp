@@ -598,7 +598,9 @@ mr::ResponseDict wiki(const ToolsConfig& c, const Args& args) {
   }
   const std::optional<std::string> query = args.optional_string("query");
   if (!query) throw InputError("the ask action needs \"query\"");
-  return wiki_ask(c, *query, args.optional_integer("token_budget"));
+  // The note and the question echoed may be long: cut to the server's budget.
+  return shrunk(wiki_ask(c, *query, args.optional_integer("token_budget")),
+                [&](const mr::ResponseDict& r) { return fits(c.page_bytes, r); });
 }
 
 // The status tool's output schema: the keys that every status answer has,

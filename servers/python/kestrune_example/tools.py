@@ -514,7 +514,8 @@ def _wiki(c, args):
     query = args.optional("query")
     if query is None:
         raise InputError('the ask action needs "query"')
-    return _wiki_ask(c, query, args.optional("token_budget"))
+    # The note and the question echoed may be long: cut to the server's budget.
+    return _shrunk(_wiki_ask(c, query, args.optional("token_budget")), lambda r: _fits(c.page_bytes, r))
 
 
 def _status_output_schema():
