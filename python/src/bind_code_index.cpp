@@ -299,7 +299,7 @@ py::dict reference_row(const py::handle& reference, const py::handle& code) {
   set_present(row, k.code, code);
   const py::object caller = field(reference, k.caller_symbol);
   if (!caller.is_none()) {
-    if (!PyDict_Check(caller.ptr()) && !PyMapping_Check(caller.ptr())) {
+    if (!is_mapping(caller.ptr())) {
       throw py::type_error(std::string("build_reference: caller_symbol must be a dict, not '") +
                            Py_TYPE(caller.ptr())->tp_name + "'");
     }

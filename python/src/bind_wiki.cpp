@@ -85,7 +85,7 @@ py::object list_or_empty(const py::handle& v) {
 // reads as an empty one.
 py::object member(const py::handle& map, PyObject* name) {
   if (PyDict_Check(map.ptr())) return field(map, name);
-  if (!PyMapping_Check(map.ptr()) || PySequence_Check(map.ptr()) || PyUnicode_Check(map.ptr())) return py::none();
+  if (!is_mapping(map.ptr())) return py::none();
   PyObject* v = PyObject_GetItem(map.ptr(), name);
   if (v != nullptr) return py::reinterpret_steal<py::object>(v);
   if (!PyErr_ExceptionMatches(PyExc_KeyError)) throw py::error_already_set();

@@ -20,6 +20,7 @@
 #include "errors.hpp"
 #include "str_sink.hpp"
 #include "utf8_sink.hpp"
+#include "values.hpp"
 
 namespace kestrune::mcp_responses::python {
 namespace {
@@ -263,18 +264,6 @@ class Walker {
     Failure ignored;
     Walker<Utf8Sink>(sink, NumberForm::compact, ignored).string_content(key);
     return "." + std::string(sink.view());
-  }
-
-  static bool is_mapping(PyObject* v) {
-    PyObject* abc = PyImport_ImportModule("collections.abc");
-    if (abc == nullptr) return false;
-    PyObject* mapping = PyObject_GetAttrString(abc, "Mapping");
-    Py_DECREF(abc);
-    if (mapping == nullptr) return false;
-    const int is = PyObject_IsInstance(v, mapping);
-    Py_DECREF(mapping);
-    if (is < 0) PyErr_Clear();
-    return is == 1;
   }
 
   bool fail_type(PyObject* v, Failure::Kind kind) {

@@ -108,7 +108,7 @@ bool to_value(PyObject* v, ResponseValue& out, BigIntegers big, const Where& whe
     const bool ok = to_list(v, out, big, where);
     Py_LeaveRecursiveCall();
     return ok;
-  } else if (PyDict_Check(v) || (PyMapping_Check(v) && PyObject_HasAttrString(v, "items"))) {
+  } else if (is_mapping(v)) {
     PyObject* items = PyMapping_Items(v);
     if (items == nullptr) return false;
     bool ok = Py_EnterRecursiveCall(" while reading a value") == 0;
@@ -180,6 +180,22 @@ PyObject* from_dict(const ResponseDict& d, bool frozen) {
   PyObject* proxy = PyDictProxy_New(out);
   Py_DECREF(out);
   return proxy;
+}
+
+bool is_mapping(PyObject* v) noexcept {
+  if (PyDict_Check(v)) return true;
+  // collections.abc re-exports _collections_abc, which the interpreter
+  // loads at startup (os imports it): looked up, not imported. The names
+  // are made once and kept (interning them releases no lock).
+  static PyObject* const kModule = PyUnicode_InternFromString("_collections_abc");
+  static PyObject* const kMapping = PyUnicode_InternFromString("Mapping");
+  PyObject* abc = PyImport_GetModule(kModule);
+  PyObject* mapping = abc != nullptr ? PyObject_GetAttr(abc, kMapping) : nullptr;
+  Py_XDECREF(abc);
+  const int is = mapping != nullptr ? PyObject_IsInstance(v, mapping) : -1;
+  Py_XDECREF(mapping);
+  if (is < 0) PyErr_Clear();
+  return is == 1;
 }
 
 }  // namespace kestrune::mcp_responses::python

@@ -51,4 +51,9 @@ enum class BigIntegers : bool { raise, stand_in };
 [[nodiscard]] PyObject* from_value(const ResponseValue& v, bool frozen = false);
 [[nodiscard]] PyObject* from_dict(const ResponseDict& d, bool frozen = false);
 
+/// is_mapping: whether `v` is a map, the one rule of every function: a dict,
+/// or an instance of collections.abc.Mapping (a mappingproxy, a custom
+/// Mapping). Nothing is imported: the ABCs' module is loaded at startup.
+[[nodiscard]] bool is_mapping(PyObject* v) noexcept;
+
 }  // namespace kestrune::mcp_responses::python

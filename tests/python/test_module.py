@@ -133,6 +133,42 @@ class Values(unittest.TestCase):
         self.assertEqual(answer["sections"][1]["excerpt"], "x\udc00")
 
 
+class Maps(unittest.TestCase):
+    def test_every_function_reads_a_map_by_one_rule(self):
+        import types
+        from collections.abc import Mapping
+
+        class Frozen(Mapping):  # a Mapping that is no dict
+            def __init__(self, **kw):
+                self._d = kw
+
+            def __getitem__(self, k):
+                return self._d[k]
+
+            def __iter__(self):
+                return iter(self._d)
+
+            def __len__(self):
+                return len(self._d)
+
+        class Indexable:  # answers [] but is no Mapping
+            def __getitem__(self, k):
+                return 1
+
+        Ref = collections.namedtuple("Ref", "file_path line caller_symbol usage_type")
+        caller = {"fqn": "m.f", "kind": "function"}
+        for as_map in (dict, Frozen, lambda **kw: types.MappingProxyType(dict(kw))):
+            with self.subTest(kind=as_map):
+                self.assertEqual(kmr.tool_result_text(as_map(a=1)), '{"a":1}')
+                ref = Ref("a.py", 3, as_map(**caller), "call")
+                row = kmr.build_reference(ref)
+                self.assertEqual((row["caller"], row["caller_kind"]), ("m.f", "function"))
+        with self.assertRaisesRegex(TypeError, "type 'Indexable'"):
+            kmr.tool_result_text(Indexable())
+        with self.assertRaises(TypeError):
+            kmr.build_reference(Ref("a.py", 3, Indexable(), "call"))
+
+
 class LongTexts(unittest.TestCase):
     """Texts long enough to leave the writer's first buffer, to widen after
     the point where a wider string makes the writer count first and write
