@@ -299,7 +299,7 @@ class TreeWalk:
     def preprocessor_lines(self, tu, rel):
         """What libclang leaves to no one: the lines the preprocessor skips,
         the names that #if, #ifdef, #ifndef, #elif and #undef test or drop,
-        and those in a noexcept(...) specification."""
+        and those inside a noexcept(...) clause."""
         ranges = self.lib.clang_getSkippedRanges(tu, tu.get_file(os.path.join(self.root, rel)))
         skipped = []
         for i in range(ranges.contents.count):

@@ -68,11 +68,11 @@ def main():
     parser.add_argument("--work", default="/tmp/kestrune-wiki-relevance")
     parser.add_argument("--verbose", action="store_true")
     args = parser.parse_args()
-    spec = json.loads((HERE / "questions.json").read_text())
+    plan = json.loads((HERE / "questions.json").read_text())
     work = pathlib.Path(args.work)
     work.mkdir(parents=True, exist_ok=True)
     servers = {}
-    for project, sources in spec["projects"].items():
+    for project, sources in plan["projects"].items():
         tree, db = work / project, work / f"{project}.db"
         copy_docs(sources, tree)
         db.unlink(missing_ok=True)
@@ -81,7 +81,7 @@ def main():
     rows = []
     for label, extra in (("no token_budget", {}), ("token_budget 400", {"token_budget": 400})):
         first = top3 = 0
-        for project, question, answers in spec["questions"]:
+        for project, question, answers in plan["questions"]:
             wanted = {tuple(a) for a in answers}
             got = servers[project].tool("wiki", {"action": "ask", "query": question, **extra})
             found = [(s["page_id"], s["heading"]) for s in got["sections"]]
@@ -95,7 +95,7 @@ def main():
             top3 += hit3
             if args.verbose and not hit1:
                 print(f"  miss [{label}] {question} -> {found[:3]}", file=sys.stderr)
-        n = len(spec["questions"])
+        n = len(plan["questions"])
         rows.append((label, n, 100.0 * first / n, 100.0 * top3 / n))
     for server in servers.values():
         server.close()

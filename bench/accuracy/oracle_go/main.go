@@ -298,8 +298,8 @@ func (o *oracle) recordImports() {
 			if f == nil {
 				continue
 			}
-			for _, spec := range f.Imports {
-				ip := strings.Trim(spec.Path.Value, "\"`")
+			for _, imp := range f.Imports {
+				ip := strings.Trim(imp.Path.Value, "\"`")
 				if ip == "C" || ip == "unsafe" {
 					continue
 				}
@@ -310,7 +310,7 @@ func (o *oracle) recordImports() {
 				if o.importsOf[target] == nil {
 					o.importsOf[target] = map[location]bool{}
 				}
-				o.importsOf[target][location{rel, o.fset.PositionFor(spec.Path.Pos(), false).Line}] = true
+				o.importsOf[target][location{rel, o.fset.PositionFor(imp.Path.Pos(), false).Line}] = true
 			}
 		}
 	}

@@ -228,19 +228,19 @@ func (prog *program) bindImports() {
 			continue
 		}
 		f.imports = map[string]*goPackage{}
-		for _, spec := range f.ast.Imports {
-			ip := strings.Trim(spec.Path.Value, "\"`")
+		for _, imp := range f.ast.Imports {
+			ip := strings.Trim(imp.Path.Value, "\"`")
 			p := prog.resolveImport(f.pkg.dir, ip)
 			if p == nil {
 				continue
 			}
 			switch {
-			case spec.Name == nil:
+			case imp.Name == nil:
 				f.imports[p.name] = p
-			case spec.Name.Name == ".":
+			case imp.Name.Name == ".":
 				f.dots = append(f.dots, p)
-			case spec.Name.Name != "_":
-				f.imports[spec.Name.Name] = p
+			case imp.Name.Name != "_":
+				f.imports[imp.Name.Name] = p
 			}
 		}
 	}

@@ -224,8 +224,8 @@ func (prog *program) declare() {
 			case *ast.GenDecl:
 				var lastType ast.Expr
 				var lastValues []ast.Expr
-				for _, spec := range d.Specs {
-					switch s := spec.(type) {
+				for _, item := range d.Specs {
+					switch s := item.(type) {
 					case *ast.TypeSpec:
 						add(&object{kind: typeKind(s), name: s.Name.Name, fqn: p.path + "." + s.Name.Name, file: f, typeSpec: s, isType: true})
 					case *ast.ValueSpec:
@@ -369,8 +369,8 @@ func (prog *program) fileSymbols(f *srcFile) []symbol {
 		case *ast.GenDecl:
 			single := !d.Lparen.IsValid()
 			var lastType ast.Expr
-			for _, spec := range d.Specs {
-				switch s := spec.(type) {
+			for _, item := range d.Specs {
+				switch s := item.(type) {
 				case *ast.TypeSpec:
 					end := s.End()
 					doc := docText(s.Doc)

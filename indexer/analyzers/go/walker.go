@@ -740,8 +740,8 @@ func (w *walker) stmt(s ast.Stmt) {
 		if !ok {
 			return
 		}
-		for _, spec := range d.Specs {
-			switch sp := spec.(type) {
+		for _, item := range d.Specs {
+			switch sp := item.(type) {
 			case *ast.ValueSpec:
 				w.valueSpec(sp)
 			case *ast.TypeSpec:
@@ -930,8 +930,8 @@ func (prog *program) fileRefs(f *srcFile) []reference {
 
 func (w *walker) genDecl(d *ast.GenDecl) {
 	p := w.f.pkg
-	for _, spec := range d.Specs {
-		switch s := spec.(type) {
+	for _, item := range d.Specs {
+		switch s := item.(type) {
 		case *ast.ImportSpec:
 			ip := strings.Trim(s.Path.Value, "\"`")
 			if imp := w.prog.resolveImport(p.dir, ip); imp != nil {

@@ -64,7 +64,7 @@ export function bindFile(file, global, ambient) {
   file.records = [];  // the symbols, in source order
   file.recordOf = new Map();  // declaration node -> its record
   file.literals = new Map();  // object literal -> the Sym it is the value of
-  file.augmentations = [];  // { spec, sym }: each `declare module "spec"` of a module
+  file.augmentations = [];  // { specifier, sym }: each `declare module "specifier"` of a module
   const binder = new Binder(file, global, ambient);
   const top = { prefix: file.module, record: null, top: file.isModule, global: !file.isModule };
   binder.statements(sf.statements, file.scope, top);
@@ -405,9 +405,9 @@ class Binder {
     const blockScoped = (list.flags & ts.NodeFlags.BlockScoped) !== 0;
     const at = blockScoped || ctx ? scope : this.varScope(scope);
     for (const d of list.declarations) {
-      const spec = this.js && d.initializer ? requireOf(skipParens(d.initializer)) : null;
-      if (spec !== null) {
-        this.requireBinding(d.name, spec, at);
+      const specifier = this.js && d.initializer ? requireOf(skipParens(d.initializer)) : null;
+      if (specifier !== null) {
+        this.requireBinding(d.name, specifier, at);
         continue;
       }
       if (ctx && statement) {
@@ -438,13 +438,13 @@ class Binder {
     }
   }
 
-  requireBinding(name, spec, scope) {
+  requireBinding(name, specifier, scope) {
     if (ts.isIdentifier(name)) {
-      scope.bind(name.text, ALL, new Import(this.file, spec, "="));
+      scope.bind(name.text, ALL, new Import(this.file, specifier, "="));
     } else if (ts.isObjectBindingPattern(name)) {
       for (const e of name.elements) {
         const from = memberName(e.propertyName ?? e.name);
-        if (ts.isIdentifier(e.name) && from !== null) scope.bind(e.name.text, ALL, new Import(this.file, spec, from));
+        if (ts.isIdentifier(e.name) && from !== null) scope.bind(e.name.text, ALL, new Import(this.file, specifier, from));
       }
     }
   }
@@ -569,7 +569,7 @@ class Binder {
       : this.define(node, name, [VALUE, NS], "namespace", scope, ctx);
     if (!record) return;
     const sym = record.sym;
-    if (ambient && this.file.isModule) this.file.augmentations.push({ spec: name, sym });
+    if (ambient && this.file.isModule) this.file.augmentations.push({ specifier: name, sym });
     else if (ambient && !name.startsWith(".")) this.ambient.set(name, sym);
     const inner = this.open(node, scope);
     // In a declaration (`declare namespace`, a .d.ts file) every member is exported.
@@ -582,28 +582,28 @@ class Binder {
   importDeclaration(node, scope) {
     const clause = node.importClause;
     if (!clause || !ts.isStringLiteralLike(node.moduleSpecifier)) return;
-    const spec = node.moduleSpecifier.text;
-    if (clause.name) scope.bind(clause.name.text, ALL, new Import(this.file, spec, "default"));
+    const specifier = node.moduleSpecifier.text;
+    if (clause.name) scope.bind(clause.name.text, ALL, new Import(this.file, specifier, "default"));
     const named = clause.namedBindings;
     if (named && ts.isNamespaceImport(named)) {
-      scope.bind(named.name.text, ALL, new Import(this.file, spec, "*"));
+      scope.bind(named.name.text, ALL, new Import(this.file, specifier, "*"));
     } else if (named) {
       for (const e of named.elements)
-        scope.bind(e.name.text, ALL, new Import(this.file, spec, (e.propertyName ?? e.name).text));
+        scope.bind(e.name.text, ALL, new Import(this.file, specifier, (e.propertyName ?? e.name).text));
     }
   }
 
   exportDeclaration(node) {
-    const spec = specifierOf(node);
+    const specifier = specifierOf(node);
     const clause = node.exportClause;
-    if (spec !== null && !clause) {
-      this.file.stars.push(spec);
-    } else if (spec !== null && ts.isNamespaceExport(clause)) {
-      this.file.reexports.set(clause.name.text, new Import(this.file, spec, "*"));
+    if (specifier !== null && !clause) {
+      this.file.stars.push(specifier);
+    } else if (specifier !== null && ts.isNamespaceExport(clause)) {
+      this.file.reexports.set(clause.name.text, new Import(this.file, specifier, "*"));
     } else if (clause && ts.isNamedExports(clause)) {
       for (const e of clause.elements) {
         const from = (e.propertyName ?? e.name).text;
-        if (spec !== null) this.file.reexports.set(e.name.text, new Import(this.file, spec, from));
+        if (specifier !== null) this.file.reexports.set(e.name.text, new Import(this.file, specifier, from));
         else this.file.exports.set(e.name.text, { local: from });
       }
     }

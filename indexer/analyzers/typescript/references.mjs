@@ -167,13 +167,13 @@ export function references(file, resolver) {
   const importDeclaration = (node, scope, caller) => {
     const clause = node.importClause;
     if (clause && ts.isStringLiteralLike(node.moduleSpecifier)) {
-      const spec = node.moduleSpecifier.text;
-      if (clause.name) emit(resolver.target(new Import(file, spec, "default")), clause.name, "import", caller);
+      const specifier = node.moduleSpecifier.text;
+      if (clause.name) emit(resolver.target(new Import(file, specifier, "default")), clause.name, "import", caller);
       const named = clause.namedBindings;
       if (named && ts.isNamedImports(named)) {
         for (const e of named.elements) {
           const key = e.propertyName ?? e.name;
-          emit(resolver.target(new Import(file, spec, key.text)), key, "import", caller);
+          emit(resolver.target(new Import(file, specifier, key.text)), key, "import", caller);
         }
       }
     }
@@ -183,11 +183,11 @@ export function references(file, resolver) {
   const exportDeclaration = (node, scope, caller) => {
     const clause = node.exportClause;
     if (!clause || !ts.isNamedExports(clause)) return;
-    const spec = specifierOf(node);
+    const specifier = specifierOf(node);
     for (const e of clause.elements) {
       const key = e.propertyName ?? e.name;
       if (!ts.isIdentifier(key) && !ts.isStringLiteral(key)) continue;
-      if (spec !== null) emit(resolver.target(new Import(file, spec, key.text)), key, "import", caller);
+      if (specifier !== null) emit(resolver.target(new Import(file, specifier, key.text)), key, "import", caller);
       else emit(resolver.target(anyMeaning(scope, key.text)), key, "reference", caller);
     }
   };

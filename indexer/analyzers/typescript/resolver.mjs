@@ -53,8 +53,8 @@ export class Resolver {
    */
   augment() {
     for (const file of this.files.values()) {
-      for (const { spec, sym } of file.augmentations) {
-        const target = this.module(file, spec);
+      for (const { specifier, sym } of file.augmentations) {
+        const target = this.module(file, specifier);
         if (!target) continue;
         sym.fqn = target instanceof Sym ? target.fqn : target.module;
         for (const [name, added] of sym.statics) {
@@ -73,11 +73,11 @@ export class Resolver {
     }
   }
 
-  // module: the tree's file (or ambient module) that `spec` names from `file`, or null.
-  module(file, spec) {
-    const path = resolveSpecifier(file.path, spec, this.has);
+  // module: the tree's file (or ambient module) that `specifier` names from `file`, or null.
+  module(file, specifier) {
+    const path = resolveSpecifier(file.path, specifier, this.has);
     if (path) return this.files.get(path);
-    return this.ambient.get(spec) ?? null;
+    return this.ambient.get(specifier) ?? null;
   }
 
   /** target: what a binding stands for: a Sym, a ModuleRef, a Local, or null. */
@@ -89,7 +89,7 @@ export class Resolver {
   }
 
   imported(t, depth) {
-    const m = this.module(t.file, t.spec);
+    const m = this.module(t.file, t.specifier);
     if (!m) return null;
     if (m instanceof Sym) return t.name === "*" || t.name === "=" ? m : m.statics.get(t.name) ?? null;
     if (t.name === "*") return new ModuleRef(m);
@@ -118,8 +118,8 @@ export class Resolver {
     } else if (name === "default" && file.commonJs) {
       found = file.exportEquals ? this.local(file, file.exportEquals.local, depth) : new ModuleRef(file);
     } else if (name !== "default") {
-      for (const spec of file.stars) {
-        const m = this.module(file, spec);
+      for (const specifier of file.stars) {
+        const m = this.module(file, specifier);
         found = m instanceof Sym ? m.statics.get(name) ?? null : m ? this.exported(m, name, depth + 1) : null;
         if (found) break;
       }

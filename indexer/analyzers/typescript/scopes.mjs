@@ -65,11 +65,11 @@ export class Local {
   }
 }
 
-/** An imported name: `name` exported by the module `spec` ("*": the module; "=": what `require` returns). */
+/** An imported name: `name` exported by the module `specifier` ("*": the module; "=": what `require` returns). */
 export class Import {
-  constructor(file, spec, name) {
+  constructor(file, specifier, name) {
     this.file = file;
-    this.spec = spec;
+    this.specifier = specifier;
     this.name = name;
   }
 }

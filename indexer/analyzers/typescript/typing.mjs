@@ -383,9 +383,9 @@ export const typing = {
         return this.entityOf(this.entityName(node.exprName, scope, VALUE, depth + 1), depth + 1);
       case K.ImportType: {
         const file = this.fileOfNode(node);
-        const spec = ts.isLiteralTypeNode(node.argument) && ts.isStringLiteral(node.argument.literal)
+        const specifier = ts.isLiteralTypeNode(node.argument) && ts.isStringLiteral(node.argument.literal)
           ? node.argument.literal.text : null;
-        const m = spec !== null && file ? this.module(file, spec) : null;
+        const m = specifier !== null && file ? this.module(file, specifier) : null;
         let t = m instanceof Sym ? m : m ? new ModuleRef(m) : null;
         const names = [];
         for (let q = node.qualifier; q; q = ts.isQualifiedName(q) ? q.left : null)
@@ -479,9 +479,9 @@ export const typing = {
         return this.type(returns, at, depth + 1, false, called.args);
       }
       case K.CallExpression: {
-        const spec = requireOf(node);
-        if (spec !== null && file && isJs(file.path))
-          return this.entityOf(this.imported(new Import(file, spec, "="), depth + 1), depth + 1);
+        const specifier = requireOf(node);
+        if (specifier !== null && file && isJs(file.path))
+          return this.entityOf(this.imported(new Import(file, specifier, "="), depth + 1), depth + 1);
         return this.returned(this.callee(node.expression, scope, file, depth), depth + 1, node);
       }
       case K.AwaitExpression:
