@@ -10,26 +10,9 @@
 #include "index_db.hpp"
 #include "protocol.hpp"
 #include "tools.hpp"
+#include "usage.hpp"
 
 namespace {
-
-constexpr std::string_view kHelp = R"(Usage: kestrune-example-server [--db PATH] [--root PATH] [--budget BYTES]
-
-An MCP server on standard input and output (one JSON-RPC message per line)
-with the tools status, search, symbol, file, references, architecture,
-problems and wiki, answered from a repository index.
-
-  --db PATH       the index, a SQLite database (kestrune-index makes one);
-                  missing or empty, every tool answers that the repository
-                  is not initialized, until an indexer begins to make it
-  --root PATH     the repository's work tree, for the code lines of
-                  references (default: the current directory)
-  --budget BYTES  most bytes of any answer's text (default 10000, about what
-                  common hosts keep of a tool result); a longer page keeps
-                  the rows that fit and names how to go on
-
-Logs go to standard error only.
-)";
 
 // Reads one line into `line`, without its "\n"; past kMaxLineBytes the rest
 // is skipped and `too_long` set. False at the end of the input.
@@ -64,7 +47,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     if (arg == "--help" || arg == "-h") {
-      std::cout << kHelp;
+      std::cout << kestrune::example::kUsage;  // servers/usage.txt
       return 0;
     }
     if (i + 1 >= argc) return usage_error("unknown option or missing value: " + std::string(arg));

@@ -15,23 +15,9 @@ from kestrune_example.tools import Tools, ToolsConfig  # noqa: E402
 
 PROGRAM = "kestrune-example-server"
 
-HELP = """Usage: server.py [--db PATH] [--root PATH] [--budget BYTES]
-
-An MCP server on standard input and output (one JSON-RPC message per line)
-with the tools status, search, symbol, file, references, architecture,
-problems and wiki, answered from a repository index.
-
-  --db PATH       the index, a SQLite database (kestrune-index makes one);
-                  missing or empty, every tool answers that the repository
-                  is not initialized, until an indexer begins to make it
-  --root PATH     the repository's work tree, for the code lines of
-                  references (default: the current directory)
-  --budget BYTES  most bytes of any answer's text (default 10000, about what
-                  common hosts keep of a tool result); a longer page keeps
-                  the rows that fit and names how to go on
-
-Logs go to standard error only.
-"""
+# The usage, written once for both servers (servers/usage.txt).
+with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "usage.txt"), encoding="utf-8") as _usage:
+    HELP = _usage.read().replace("@PROGRAM@", "server.py")
 
 # The most bytes a count may name: a size_t's, as for the C++ server.
 _SIZE_MAX = 2**64 - 1
